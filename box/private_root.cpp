@@ -1,0 +1,89 @@
+#include "box/private_root.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+
+namespace kalo::box {
+namespace fs = std::filesystem;
+namespace {
+
+constexpr std::array kStateFolders = {"etc", "etc.defaults", "root",   "run",
+                                      "tmp", "var",          "volume1"};
+
+// Shown read-only from the machine: the dynamic linker, names of users, certificates.
+constexpr std::array kMachineConfiguration = {
+    "ld.so.cache",   "ld.so.conf", "ld.so.conf.d", "alternatives", "passwd", "group",
+    "nsswitch.conf", "services",   "protocols",    "localtime",    "ssl"};
+
+void Append(std::vector<std::string>& command, std::initializer_list<std::string> words) {
+  command.insert(command.end(), words);
+}
+
+// /usr is a tmpfs with the machine's folders bound below it: bwrap cannot make the mount point
+// /usr/kalo inside a read-only bind.
+void AppendUsr(std::vector<std::string>& command) {
+  Append(command, {"--tmpfs", "/usr"});
+  for (const auto& entry : fs::directory_iterator("/usr")) {
+    if (entry.path().filename() == "kalo" || entry.is_symlink() || !entry.is_directory()) continue;
+    Append(command, {"--ro-bind", entry.path(), entry.path()});
+  }
+  for (const auto* link : {"/bin", "/sbin", "/lib", "/lib64"}) {
+    if (fs::is_symlink(link)) Append(command, {"--symlink", fs::read_symlink(link), link});
+  }
+  Append(command, {"--dir", "/usr/kalo"});
+}
+
+}  // namespace
+
+void PrepareState(const fs::path& state) {
+  for (const auto* folder : kStateFolders) fs::create_directories(state / folder);
+  for (const auto* folder :
+       {"tmp/lock", "run/lock", "run/kalo", "run/dbus", "var/log", "var/lib"}) {
+    fs::create_directories(state / folder);
+  }
+  for (const auto* folder : {"tmp", "run/lock"}) {
+    fs::permissions(state / folder, fs::perms::all | fs::perms::sticky_bit);
+  }
+  for (const auto& [link, target] : {std::pair{"lock", "/run/lock"}, std::pair{"run", "/run"}}) {
+    const fs::path path = state / "var" / link;
+    if (!fs::is_symlink(path)) fs::create_symlink(target, path);
+  }
+}
+
+bool MayMount() {
+  if (geteuid() != 0) return false;
+  const pid_t pid = fork();
+  if (pid == 0) {
+    execlp("bwrap", "bwrap", "--ro-bind", "/", "/", "/bin/true", nullptr);
+    _exit(127);
+  }
+  int status = 0;
+  return pid > 0 && waitpid(pid, &status, 0) == pid && status == 0;
+}
+
+std::vector<std::string> BwrapCommand(const PrivateRoot& root) {
+  std::vector<std::string> command = {
+      "bwrap",      "--unshare-pid", "--unshare-ipc", "--unshare-uts",     "--unshare-cgroup-try",
+      "--hostname", "kalobox",       "--new-session", "--die-with-parent", "--clearenv"};
+  Append(command, {"--setenv", "PATH", "/usr/bin:/bin:/usr/sbin:/sbin"});
+  Append(command, {"--setenv", "HOME", "/root", "--setenv", "LANG", "C.UTF-8"});
+  if (root.own_network) Append(command, {"--unshare-net"});
+  if (!MayMount()) Append(command, {"--unshare-user", "--uid", "0", "--gid", "0"});
+  Append(command, {"--cap-add", "ALL", "--tmpfs", "/"});
+  AppendUsr(command);
+  Append(command, {"--proc", "/proc", "--dev", "/dev", "--tmpfs", "/dev/shm"});
+  for (const auto* folder : kStateFolders) {
+    Append(command, {"--bind", root.state / folder, fs::path("/") / folder});
+  }
+  for (const auto* name : kMachineConfiguration) {
+    const fs::path path = fs::path("/etc") / name;
+    if (fs::exists(path)) Append(command, {"--ro-bind", path, path});
+  }
+  for (const auto& path : root.bind) Append(command, {"--bind", path, path});
+  Append(command, {"--chdir", "/", "--"});
+  return command;
+}
+
+}  // namespace kalo::box

@@ -1,0 +1,81 @@
+# How the tree's targets are made. The install component "firmware" is the tree that a node runs
+# as /usr/kalo: bin, sbin, lib, webapi.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_INSTALL_RPATH "$ORIGIN/../lib")
+set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+include_directories(${CMAKE_SOURCE_DIR})
+
+find_program(CCACHE ccache)
+if(CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+endif()
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Werror)
+if(KALO_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all
+                      -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    # One shared run-time for programs and the modules that they load.
+    add_link_options(-shared-libsan)
+  endif()
+endif()
+
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+pkg_check_modules(JSONCPP REQUIRED IMPORTED_TARGET jsoncpp)
+
+# kalo_library(NAME sources…  LIBS libraries…): a shared library of host/.
+function(kalo_library name)
+  cmake_parse_arguments(ARG "" "" "LIBS" ${ARGN})
+  add_library(${name} SHARED ${ARG_UNPARSED_ARGUMENTS})
+  target_link_libraries(${name} PUBLIC PkgConfig::JSONCPP ${ARG_LIBS})
+  target_link_options(${name} PRIVATE -Wl,--no-undefined)
+  install(TARGETS ${name} LIBRARY DESTINATION lib COMPONENT firmware)
+endfunction()
+
+# kalo_module(NAME sources…  DESCRIPTION file  LIBS libraries…): a module that webapid loads. The
+# platform's functions stay undefined in it; the worker supplies them.
+function(kalo_module name)
+  cmake_parse_arguments(ARG "" "DESCRIPTION" "LIBS" ${ARGN})
+  add_library(${name} MODULE ${ARG_UNPARSED_ARGUMENTS})
+  set_target_properties(${name} PROPERTIES PREFIX "" CXX_VISIBILITY_PRESET hidden
+                                           VISIBILITY_INLINES_HIDDEN ON)
+  target_link_libraries(${name} PRIVATE PkgConfig::JSONCPP ${ARG_LIBS})
+  install(TARGETS ${name} LIBRARY DESTINATION webapi COMPONENT firmware)
+  install(FILES ${ARG_DESCRIPTION} DESTINATION webapi COMPONENT firmware)
+endfunction()
+
+# kalo_program(NAME sources…  [FOLDER bin|sbin]  LIBS libraries…): with FOLDER it is part of the
+# firmware.
+function(kalo_program name)
+  cmake_parse_arguments(ARG "" "FOLDER" "LIBS" ${ARGN})
+  add_executable(${name} ${ARG_UNPARSED_ARGUMENTS})
+  target_link_libraries(${name} PRIVATE PkgConfig::JSONCPP ${ARG_LIBS})
+  if(ARG_FOLDER)
+    install(TARGETS ${name} RUNTIME DESTINATION ${ARG_FOLDER} COMPONENT firmware)
+  endif()
+endfunction()
+
+# kalo_test(NAME sources…  [NO_ROOT]  [LIBS libraries…]  [TIMEOUT seconds]): one test program, run
+# whole as one ctest in a private root of its own; NO_ROOT for tests that touch no fixed path.
+function(kalo_test name)
+  cmake_parse_arguments(ARG "NO_ROOT" "TIMEOUT" "LIBS" ${ARGN})
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 60)
+  endif()
+  add_executable(${name} ${ARG_UNPARSED_ARGUMENTS})
+  target_link_libraries(${name} PRIVATE GTest::gmock GTest::gtest GTest::gtest_main
+                                        PkgConfig::JSONCPP ${ARG_LIBS})
+  if(ARG_NO_ROOT)
+    add_test(NAME ${name} COMMAND ${name})
+  else()
+    add_test(NAME ${name} COMMAND private-root --bind ${CMAKE_BINARY_DIR} -- $<TARGET_FILE:${name}>)
+  endif()
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT})
+endfunction()

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdio>
+
+/// Processes of the core C library. Programs are started from argument vectors, never through a
+/// shell, with a clean environment, default signals and no inherited descriptor above 2.
+extern "C" {
+
+/// Forks the calling process as fork(2) does.
+/// @param flags 0 (the only value)
+/// @return negative with errno set, the child's process id in the parent, 0 in the child.
+int KLIBCProcFork(int flags);
+
+/// Runs a program and waits for its end. Unused argument slots are null; the first null ends the
+/// list.
+/// @return the exit status; negative when the program could not be run or died by a signal.
+int KLIBCExec(const char* path, const char* arg1, const char* arg2, const char* arg3,
+              const char* arg4);
+
+/// Runs a program with a null-terminated argument list and waits for its end.
+/// @param flags 187: output discarded, environment cleaned (the only value)
+/// @return the exit status; negative when the program could not be run or died by a signal.
+int KLIBCExecl(const char* path, int flags, ...);
+
+/// Starts a program and reads its standard output.
+/// @param type "r" (the only value)
+/// @param ...  the argument vector from argv[0] on, ended by a null
+/// @return a stream to close with KLIBCPclose; null with errno set on failure.
+std::FILE* KLIBCPopen(const char* path, const char* type, ...);
+
+/// Closes a stream of KLIBCPopen and waits for the program.
+/// @return its exit status; negative when it died by a signal.
+int KLIBCPclose(std::FILE* stream);
+
+/// Reads a process id file. It counts only when it belongs to root and its writer still holds the
+/// lock on it.
+/// @return the process id; 0 for a file without a valid one; negative with errno set when the file
+///         is missing or unreadable.
+int KLIBCReadPidFile(const char* path);
+}
