@@ -78,6 +78,8 @@ int Difference(int a, int b) {
 
 }  // namespace
 
+// By value: the signature is part of the module's contract.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 int UpgradeHandler::CompareVersion(std::string a, std::string b) {
   int build_a = 0;
   int nano_a = 0;
