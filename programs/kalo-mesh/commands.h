@@ -1,0 +1,49 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+namespace kalo::cli {
+
+/// What every command takes.
+struct CommonOptions {
+  std::string session_file;
+  bool json = false;
+  std::chrono::seconds connect_deadline{10};
+};
+
+struct LoginOptions {
+  std::string server;
+  std::string ca_file;
+  std::string user = "admin";
+  std::string password_file;  ///< empty: asked for, or read from standard input
+};
+
+struct StatusOptions {
+  bool version1 = false;
+  bool skip_offline = false;
+  bool skip_mesh_state = false;
+};
+
+struct ProgressOptions {
+  bool version1 = false;
+  bool download = false;
+};
+
+struct StartOptions {
+  bool wait = false;
+  std::chrono::seconds deadline{300};
+};
+
+// Each runs one command and returns the exit status; each may throw a Failure.
+int RunLogin(const CommonOptions& common, const LoginOptions& options);
+int RunLogout(const CommonOptions& common);
+int RunStatus(const CommonOptions& common, const StatusOptions& options);
+int RunProgress(const CommonOptions& common, const ProgressOptions& options);
+int RunNodes(const CommonOptions& common);
+/// @param patches "MODEL=FILE" each
+int RunUpload(const CommonOptions& common, const std::vector<std::string>& patches);
+int RunStart(const CommonOptions& common, const StartOptions& options);
+
+}  // namespace kalo::cli

@@ -1,0 +1,121 @@
+// kalo-mesh: the command line of a mesh's owner.
+
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <iostream>
+
+#include "host/webapi/strict_json.h"
+#include "programs/kalo-mesh/commands.h"
+#include "programs/kalo-mesh/failure.h"
+#include "programs/kalo-mesh/session_file.h"
+
+namespace {
+
+using namespace kalo::cli;
+
+// All that the command line can say.
+struct Arguments {
+  CommonOptions common;
+  LoginOptions login;
+  StatusOptions status;
+  ProgressOptions progress;
+  StartOptions start;
+  std::vector<std::string> patches;
+  int (*run)(const Arguments& arguments) = nullptr;
+};
+
+CLI::App* AddCommand(CLI::App& app, Arguments& arguments, const char* name, const char* help,
+                     int (*run)(const Arguments&)) {
+  CLI::App* command = app.add_subcommand(name, help);
+  command->add_flag("--json", arguments.common.json, "print the answer as one JSON document");
+  command->callback([&arguments, run] { arguments.run = run; });
+  return command;
+}
+
+void AddLogin(CLI::App& app, Arguments& a) {
+  CLI::App* login = AddCommand(app, a, "login", "sign in at the main router",
+                               [](const auto& x) { return RunLogin(x.common, x.login); });
+  login->add_option("--server", a.login.server, "address, https://host:port")->required();
+  login->add_option("--ca", a.login.ca_file, "file with the authority of its certificate")
+      ->required();
+  login->add_option("--user", a.login.user, "user name")->capture_default_str();
+  login->add_option("--password-file", a.login.password_file,
+                    "file whose first line is the password; else it is asked for");
+  AddCommand(app, a, "logout", "sign out", [](const auto& x) { return RunLogout(x.common); });
+}
+
+void AddQueries(CLI::App& app, Arguments& a) {
+  CLI::App* status = AddCommand(app, a, "status", "tell which state the mesh's upgrade is in",
+                                [](const auto& x) { return RunStatus(x.common, x.status); });
+  status->add_flag("--v1", a.status.version1, "ask the first version of the API");
+  status->add_flag("--skip-offline", a.status.skip_offline, "pass over offline nodes (--v1)");
+  status->add_flag("--skip-re-status", a.status.skip_mesh_state,
+                   "pass over the nodes' state and versions");
+  CLI::App* progress = AddCommand(app, a, "progress", "tell how far an update or a download is",
+                                  [](const auto& x) { return RunProgress(x.common, x.progress); });
+  progress->add_flag("--v1", a.progress.version1, "ask the first version of the API");
+  progress->add_flag("--download", a.progress.download, "the download's progress");
+  AddCommand(app, a, "nodes", "list the mesh's nodes",
+             [](const auto& x) { return RunNodes(x.common); });
+}
+
+void AddActions(CLI::App& app, Arguments& a) {
+  CLI::App* upload = AddCommand(app, a, "upload", "hand in one patch file for each model",
+                                [](const auto& x) { return RunUpload(x.common, x.patches); });
+  upload->add_option("patches", a.patches, "MODEL=FILE, for every model of the mesh")->required();
+  CLI::App* start = AddCommand(app, a, "start", "update every node that has a patch",
+                               [](const auto& x) { return RunStart(x.common, x.start); });
+  start->add_flag("--wait", a.start.wait, "follow it to its end and say what every node runs");
+  start
+      ->add_option_function<int>(
+          "--timeout", [&a](int s) { a.start.deadline = std::chrono::seconds(s); },
+          "seconds to wait for the end (300)")
+      ->check(CLI::PositiveNumber);
+}
+
+int Report(const CommonOptions& common, const Failure& failure) {
+  if (common.json) {
+    Json::Value root(Json::objectValue);
+    root["success"] = false;
+    root["message"] = failure.what();
+    if (const auto* refusal = dynamic_cast<const Refusal*>(&failure)) {
+      root["code"] = refusal->Code();
+    }
+    std::cerr << kalo::webapi::WriteJson(root) << "\n";
+  } else {
+    std::cerr << "kalo-mesh: " << failure.what() << "\n";
+  }
+  return failure.Status();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("Upgrades a mesh of routers from the command line.");
+  app.footer(
+      "Exit status: 0 done, 1 failed, 2 wrong usage, 3 refused by the server, 4 not reachable");
+  Arguments arguments;
+  arguments.common.session_file = DefaultSessionFile();
+  app.add_option("--session", arguments.common.session_file, "file that keeps the session")
+      ->capture_default_str();
+  app.add_option_function<int>(
+         "--connect-timeout",
+         [&arguments](int s) { arguments.common.connect_deadline = std::chrono::seconds(s); },
+         "seconds to go on trying to connect (10)")
+      ->check(CLI::NonNegativeNumber);
+  app.require_subcommand(1);
+  app.fallthrough();
+  AddLogin(app, arguments);
+  AddQueries(app, arguments);
+  AddActions(app, arguments);
+  try {
+    app.parse(argc, argv);
+    return arguments.run(arguments);
+  } catch (const CLI::ParseError& e) {
+    return app.exit(e) == 0 ? kOk : kUsage;
+  } catch (const Failure& e) {
+    return Report(arguments.common, e);
+  } catch (const std::exception& e) {
+    return Report(arguments.common, Failure(kFailed, e.what()));
+  }
+}

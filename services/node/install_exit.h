@@ -1,0 +1,12 @@
+#pragma once
+
+namespace kalo::node {
+
+/// How the program kalo-install ends.
+enum InstallExit : int {
+  kOk = 0,
+  kFailed = 1,
+  kBusy = 3,  ///< an installation is running
+};
+
+}  // namespace kalo::node

@@ -1,0 +1,94 @@
+// kalo-install: installs the staged patch into the other slot, and settles after the restart
+// whether the new version stays.
+
+#include <sys/types.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <exception>
+#include <iostream>
+#include <optional>
+
+#include "host/core/file_lock.h"
+#include "host/core/log.h"
+#include "host/core/spawn.h"
+#include "platform/paths.h"
+#include "services/node/boot_result.h"
+#include "services/node/install_exit.h"
+#include "services/node/install_report.h"
+#include "services/node/installer.h"
+#include "services/node/slots.h"
+
+namespace {
+
+using kalo::node::InstallExit;
+
+int Restart() {
+  const pid_t pid = kalo::Spawn({KALO::paths::kRebootProgram});
+  if (pid < 0 || kalo::WaitForExit(pid) != 0) {
+    kalo::Log(LOG_ERR, "install: %s could not be run", KALO::paths::kRebootProgram);
+    return InstallExit::kFailed;
+  }
+  return InstallExit::kOk;
+}
+
+int InstallAndRestart() {
+  kalo::node::Installer installer;
+  return installer.Run() ? Restart() : InstallExit::kFailed;
+}
+
+// Returns as soon as the installation holds the lock; it goes on in a session of its own.
+int Start(bool foreground) {
+  const std::optional<kalo::FileLock> lock = kalo::FileLock::TryTake(KALO::paths::kInstallLock);
+  if (!lock) return errno == EWOULDBLOCK ? InstallExit::kBusy : InstallExit::kFailed;
+  if (foreground) return InstallAndRestart();
+  kalo::node::InstallReport report;
+  report.step = "preparing";
+  if (!kalo::node::WriteInstallReport(report)) return InstallExit::kFailed;
+  const pid_t pid = fork();
+  if (pid < 0) return InstallExit::kFailed;
+  // The child shares the lock and keeps it: the parent must not unlock it on its way out.
+  if (pid > 0) _exit(InstallExit::kOk);
+  setsid();
+  return InstallAndRestart();
+}
+
+int FallBack() {
+  return kalo::node::GiveUpBoot() ? Restart() : InstallExit::kFailed;
+}
+
+int ShowStatus() {
+  const kalo::node::InstallReport report = kalo::node::ReadInstallReport();
+  std::cout << "active slot: " << kalo::slots::ActiveSlot().filename().string() << "\n"
+            << "installation: " << report.step << " " << report.percent << "%\n";
+  if (report.step == "failed") std::cout << report.err_desc << ": " << report.err_msg << "\n";
+  return InstallExit::kOk;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  openlog("kalo-install", LOG_PID, LOG_DAEMON);
+  CLI::App app("Installs the staged patch into the other slot and restarts the node");
+  bool foreground = false;
+  app.require_subcommand(1);
+  app.add_subcommand("start", "install what is staged, in the background")
+      ->add_flag("--foreground", foreground, "stay until it is done");
+  app.add_subcommand("confirm", "this boot is healthy: keep its version");
+  app.add_subcommand("fallback", "this boot is not healthy: go back and restart");
+  app.add_subcommand("status", "tell which slot is active and how far an installation is");
+  CLI11_PARSE(app, argc, argv);
+  try {
+    if (app.got_subcommand("start")) return Start(foreground);
+    if (app.got_subcommand("fallback")) return FallBack();
+    if (app.got_subcommand("status")) return ShowStatus();
+    kalo::node::ConfirmBoot();
+    return InstallExit::kOk;
+  } catch (const std::exception& e) {
+    kalo::Log(LOG_ERR, "install: %s", e.what());
+    std::cerr << "kalo-install: " << e.what() << "\n";
+    return InstallExit::kFailed;
+  }
+}
