@@ -1,0 +1,95 @@
+#include "host/core/atomic_file.h"
+
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "host/core/file_io.h"
+#include "host/core/log.h"
+#include "host/core/unique_fd.h"
+
+namespace kalo {
+namespace {
+
+constexpr std::size_t kNameBytes = 8;
+constexpr mode_t kPrivate = 0600;
+
+// The half-written file: gone again unless it took its place.
+class TemporaryFile {
+ public:
+  explicit TemporaryFile(int folder)
+      : folder_(folder),
+        name_(".kalo-" + RandomHex(kNameBytes)),
+        fd_(openat(folder, name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                   kPrivate)) {}
+  TemporaryFile(const TemporaryFile&) = delete;
+  TemporaryFile& operator=(const TemporaryFile&) = delete;
+  ~TemporaryFile() {
+    if (!fd_ || renamed_) return;
+    const int saved = errno;
+    unlinkat(folder_, name_.c_str(), 0);
+    errno = saved;
+  }
+
+  [[nodiscard]] int Fd() const { return fd_.Get(); }
+
+  [[nodiscard]] bool RenameTo(const std::string& name) {
+    renamed_ = renameat(folder_, name_.c_str(), folder_, name.c_str()) == 0;
+    return renamed_;
+  }
+
+ private:
+  int folder_;
+  std::string name_;
+  UniqueFd fd_;
+  bool renamed_ = false;
+};
+
+bool WriteAll(int fd, std::string_view contents) {
+  while (!contents.empty()) {
+    const ssize_t written = write(fd, contents.data(), contents.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return false;
+    contents.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+bool SurvivesPowerLoss(int folder) {
+  struct statfs status = {};
+  return fstatfs(folder, &status) != 0 || status.f_type != TMPFS_MAGIC;
+}
+
+}  // namespace
+
+bool ReplaceFile(const FilePlace& place, std::string_view contents, mode_t mode) {
+  const int folder = place.folder.Get();
+  TemporaryFile file(folder);
+  if (file.Fd() < 0 || fchmod(file.Fd(), mode) != 0 || !WriteAll(file.Fd(), contents)) {
+    return false;
+  }
+  const bool durable = SurvivesPowerLoss(folder);
+  if (durable && fsync(file.Fd()) != 0) return false;
+  if (!file.RenameTo(place.name)) return false;
+  // The new file stands; calling this a failure would promise that the old one still does.
+  if (durable && fsync(folder) != 0) {
+    Log(LOG_WARNING, "Cannot make the folder of %s durable: %s", place.name.c_str(),
+        strerror(errno));
+  }
+  return true;
+}
+
+bool WriteFileAtomic(const std::string& path, std::string_view contents, mode_t mode) {
+  const auto place = FilePlace::Of(path);
+  return place && ReplaceFile(*place, contents, mode);
+}
+
+}  // namespace kalo

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <string_view>
+
+#include "host/core/file_place.h"
+
+namespace kalo {
+
+/// WriteFileAtomic for a place that is open already.
+/// @param mode permission bits, whatever the umask is
+/// @return false with errno set on failure; the old file then is as it was, and no temporary file
+///         is left.
+[[nodiscard]] bool ReplaceFile(const FilePlace& place, std::string_view contents, mode_t mode);
+
+}  // namespace kalo
