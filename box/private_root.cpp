@@ -3,11 +3,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 
 namespace kalo::box {
 namespace fs = std::filesystem;
 namespace {
+
+constexpr const char* kBwrap = "/usr/bin/bwrap";
 
 constexpr std::array kStateFolders = {"etc", "etc.defaults", "root",   "run",
                                       "tmp", "var",          "volume1"};
@@ -35,6 +38,38 @@ void AppendUsr(std::vector<std::string>& command) {
   Append(command, {"--dir", "/usr/kalo"});
 }
 
+bool IsStateFolder(const fs::path& path) {
+  return std::any_of(kStateFolders.begin(), kStateFolders.end(),
+                     [&](const char* folder) { return path == fs::path("/") / folder; });
+}
+
+void AppendTmpfs(std::vector<std::string>& command, const SizedTmpfs& tmpfs) {
+  Append(command, {"--size", std::to_string(tmpfs.bytes), "--tmpfs", tmpfs.path});
+}
+
+// The folders of the root itself: the state's, or in memory.
+void AppendStateFolders(std::vector<std::string>& command, const PrivateRoot& root) {
+  for (const auto* name : kStateFolders) {
+    const fs::path folder = fs::path("/") / name;
+    const auto tmpfs = std::find_if(root.tmpfs.begin(), root.tmpfs.end(),
+                                    [&](const SizedTmpfs& t) { return t.path == folder; });
+    if (tmpfs == root.tmpfs.end()) {
+      Append(command, {"--bind", root.state / name, folder});
+    } else {
+      AppendTmpfs(command, *tmpfs);
+    }
+  }
+}
+
+void AppendExtras(std::vector<std::string>& command, const PrivateRoot& root) {
+  for (const auto& path : root.read_only) Append(command, {"--ro-bind", path, path});
+  for (const auto& path : root.bind) Append(command, {"--bind", path, path});
+  for (const auto& [from, to] : root.elsewhere) Append(command, {"--bind", from, to});
+  for (const SizedTmpfs& tmpfs : root.tmpfs) {
+    if (!IsStateFolder(tmpfs.path)) AppendTmpfs(command, tmpfs);
+  }
+}
+
 }  // namespace
 
 void PrepareState(const fs::path& state) {
@@ -56,7 +91,7 @@ bool MayMount() {
   if (geteuid() != 0) return false;
   const pid_t pid = fork();
   if (pid == 0) {
-    execlp("bwrap", "bwrap", "--ro-bind", "/", "/", "/bin/true", nullptr);
+    execl(kBwrap, "bwrap", "--ro-bind", "/", "/", "/bin/true", nullptr);
     _exit(127);
   }
   int status = 0;
@@ -65,23 +100,22 @@ bool MayMount() {
 
 std::vector<std::string> BwrapCommand(const PrivateRoot& root) {
   std::vector<std::string> command = {
-      "bwrap",      "--unshare-pid", "--unshare-ipc", "--unshare-uts",     "--unshare-cgroup-try",
-      "--hostname", "kalobox",       "--new-session", "--die-with-parent", "--clearenv"};
+      kBwrap,       "--unshare-pid", "--unshare-ipc", "--unshare-uts",     "--unshare-cgroup-try",
+      "--hostname", root.hostname,   "--new-session", "--die-with-parent", "--clearenv"};
   Append(command, {"--setenv", "PATH", "/usr/bin:/bin:/usr/sbin:/sbin"});
   Append(command, {"--setenv", "HOME", "/root", "--setenv", "LANG", "C.UTF-8"});
   if (root.own_network) Append(command, {"--unshare-net"});
+  if (root.as_pid_1) Append(command, {"--as-pid-1"});
   if (!MayMount()) Append(command, {"--unshare-user", "--uid", "0", "--gid", "0"});
   Append(command, {"--cap-add", "ALL", "--tmpfs", "/"});
   AppendUsr(command);
   Append(command, {"--proc", "/proc", "--dev", "/dev", "--tmpfs", "/dev/shm"});
-  for (const auto* folder : kStateFolders) {
-    Append(command, {"--bind", root.state / folder, fs::path("/") / folder});
-  }
+  AppendStateFolders(command, root);
   for (const auto* name : kMachineConfiguration) {
     const fs::path path = fs::path("/etc") / name;
     if (fs::exists(path)) Append(command, {"--ro-bind", path, path});
   }
-  for (const auto& path : root.bind) Append(command, {"--bind", path, path});
+  AppendExtras(command, root);
   Append(command, {"--chdir", "/", "--"});
   return command;
 }

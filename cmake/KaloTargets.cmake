@@ -28,7 +28,16 @@ endif()
 
 find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
+# Every library of the tree, found once.
+find_package(CLI11 REQUIRED)
+pkg_check_modules(GNUTLS REQUIRED IMPORTED_TARGET gnutls)
 pkg_check_modules(JSONCPP REQUIRED IMPORTED_TARGET jsoncpp)
+pkg_check_modules(LIBARCHIVE REQUIRED IMPORTED_TARGET libarchive)
+pkg_check_modules(LIBCURL REQUIRED IMPORTED_TARGET libcurl)
+pkg_check_modules(LIBXCRYPT REQUIRED IMPORTED_TARGET libxcrypt)
+pkg_check_modules(MICROHTTPD REQUIRED IMPORTED_TARGET libmicrohttpd)
+pkg_check_modules(SDBUSCPP REQUIRED IMPORTED_TARGET sdbus-c++)
+pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 
 # kalo_library(NAME sources…  LIBS libraries…): a shared library of host/.
 function(kalo_library name)

@@ -1,0 +1,52 @@
+// kalo-box-launcher: runs the nodes of a mesh. "kalo-box up" starts it inside a box with a network
+// of its own; nobody else has a reason to.
+
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <filesystem>
+#include <iostream>
+
+#include "box/launcher/launcher.h"
+#include "box/mesh_plan.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// The nodes' storage starts empty with each mesh: it lies in memory.
+void InstallFirstFirmware(const kalo::box::Layout& layout, int nodes) {
+  for (const kalo::box::PlannedNode& node : kalo::box::PlanMesh(nodes)) {
+    const fs::path slots = layout.Node(node.id) / "volume1/@slots";
+    fs::create_directories(slots);
+    fs::copy(layout.Firmware() / node.model, slots / "a",
+             fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+    fs::create_symlink("a", slots / "current");
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("Runs the nodes of a mesh inside their common box");
+  std::string state;
+  std::string build;
+  int nodes = 0;
+  int listen_fd = -1;
+  std::uint64_t tmp_mib = 0;
+  app.add_option("--state", state)->required();
+  app.add_option("--build", build)->required();
+  app.add_option("--nodes", nodes)->required();
+  app.add_option("--tmp-mib", tmp_mib)->required();
+  app.add_option("--listen-fd", listen_fd);
+  CLI11_PARSE(app, argc, argv);
+  try {
+    const kalo::box::Layout layout(state);
+    InstallFirstFirmware(layout, nodes);
+    const kalo::box::NodeBox::Setup setup{layout, build, tmp_mib << 20, listen_fd};
+    kalo::box::Launcher(setup, nodes).Run();
+    return 0;
+  } catch (const std::exception& e) {
+    std::cerr << "kalo-box-launcher: " << e.what() << "\n";
+    return 1;
+  }
+}

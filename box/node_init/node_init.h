@@ -1,0 +1,67 @@
+#pragma once
+
+#include <list>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "box/control.h"
+#include "box/event_loop.h"
+#include "box/node_init/boot_health.h"
+#include "box/node_init/exec_session.h"
+#include "box/node_init/service.h"
+#include "box/node_init/system_log.h"
+#include "box/signals.h"
+
+namespace kalo::box {
+
+/// A node's first process after its folders and firmware are in place: keeps the log, the bus and
+/// the services running, judges the boot, and serves the box's requests on /box/control:
+///   {"op": "exec", "argv": […]} with descriptors 0 to 2 -> {"status": n}
+///   {"op": "signal", "service": …, "signal": n}         to the service and all below it
+///   {"op": "want", "service": …, "wanted": bool}        false also ends it
+///   {"op": "reboot"}, {"op": "poweroff"}
+class NodeInit {
+ public:
+  /// @param boot_id of this boot
+  /// @param listen_fd an inherited listening socket for the web API server; -1: none
+  /// @throws std::system_error
+  NodeInit(std::string boot_id, int listen_fd);
+  NodeInit(const NodeInit&) = delete;
+  NodeInit& operator=(const NodeInit&) = delete;
+  ~NodeInit() = default;
+
+  /// Runs until the node restarts or is switched off. All other processes have ended then.
+  /// @return the exit status: 0, or kStartAgain
+  [[nodiscard]] int Run();
+
+ private:
+  using Clock = Service::Clock;
+
+  void AddServices(int listen_fd);
+  void Tick();
+  void ReportHealth();
+  void OnSignal();
+  void Reap();
+  void OnExit(pid_t pid, int status);
+  void OnConnection();
+  Json::Value Answer(const Json::Value& request);
+  Json::Value ChangeService(const Json::Value& request);
+  void StartSession(ControlChannel channel, const ControlMessage& message);
+  void RunInstaller(const char* word);
+  void EndEverything();
+
+  std::string boot_id_;
+  SignalQueue signals_;
+  SystemLog log_;
+  UniqueFd control_;
+  EventLoop loop_;
+  std::vector<Service> services_;
+  std::list<ExecSession> sessions_;
+  BootHealth health_;
+  pid_t installer_ = 0;
+  bool health_reported_ = false;
+  std::optional<int> exit_status_;
+};
+
+}  // namespace kalo::box

@@ -1,0 +1,62 @@
+#include "box/setup/mesh_maker.h"
+
+#include <stdexcept>
+
+#include "box/setup/certificates.h"
+#include "box/setup/firmware_tree.h"
+#include "box/setup/node_files.h"
+#include "box/setup/put_file.h"
+
+namespace kalo::box {
+namespace fs = std::filesystem;
+namespace {
+
+constexpr const char* kMarker = ".kalo-box";
+constexpr const char* kFirstVersion = "VXM 1.4.0-76000";
+
+// One install for all models: the trees differ in their VERSION alone.
+void MakeFirstFirmware(const Layout& layout, const fs::path& build,
+                       const std::vector<std::string>& models) {
+  const fs::path first = layout.Firmware() / models.front();
+  fs::create_directories(layout.Firmware());
+  MakeFirmwareTree(build, DescribeFirmware(models.front(), kFirstVersion), 0, first);
+  for (const std::string& model : models) {
+    const fs::path tree = layout.Firmware() / model;
+    if (tree == first) continue;
+    fs::copy(first, tree, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+    PutVersion(DescribeFirmware(model, kFirstVersion), tree);
+  }
+}
+
+}  // namespace
+
+void ClearState(const Layout& layout) {
+  const fs::path& state = layout.State();
+  fs::create_directories(state);
+  const bool marked = fs::exists(state / kMarker);
+  for (const auto& entry : fs::directory_iterator(state)) {
+    if (marked || entry.path() == layout.Lock()) continue;
+    throw std::runtime_error(state.native() + " holds something else; name a folder of its own");
+  }
+  for (const fs::path& old : {layout.Description(), layout.ClientCa(), layout.Log(),
+                              layout.Firmware(), layout.LauncherRoot(), layout.Nodes()}) {
+    fs::remove_all(old);
+  }
+  PutFile(state / kMarker, "");
+}
+
+NewMesh MakeMesh(const Layout& layout, const fs::path& build, int nodes,
+                 const PatchKeys& patch_keys) {
+  NewMesh mesh{PlanMesh(nodes), MakeAdministrator()};
+  patch_keys.MakeWhenMissing();
+  const CertificateAuthority mesh_authority("Mesh");
+  const CertificateAuthority admin_authority("Box");
+  const MeshSetup setup{mesh.nodes, &mesh_authority, &admin_authority,
+                        UsersJson(mesh.administrator), patch_keys};
+  for (const PlannedNode& node : mesh.nodes) MakeNodeRoot(layout, setup, node);
+  PutFile(layout.ClientCa(), admin_authority.Certificate());
+  MakeFirstFirmware(layout, build, ModelsOf(mesh.nodes));
+  return mesh;
+}
+
+}  // namespace kalo::box

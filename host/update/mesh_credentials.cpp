@@ -1,0 +1,58 @@
+#include "host/update/mesh_credentials.h"
+
+#include <gnutls/gnutls.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "host/core/file_io.h"
+#include "host/update/patch_format/datum.h"
+
+namespace kalo {
+namespace {
+
+constexpr std::size_t kLargestFile = 64UL * 1024;
+
+struct Deleter {
+  void operator()(gnutls_certificate_credentials_st* credentials) const {
+    gnutls_certificate_free_credentials(credentials);
+  }
+};
+
+[[noreturn]] void Fail(const std::string& files, const char* cause) {
+  throw std::runtime_error("mesh credentials " + files + ": " + cause);
+}
+
+std::string Read(const char* path) {
+  std::optional<std::string> text = ReadFile(path, kLargestFile);
+  if (!text) Fail(path, std::strerror(errno));
+  return std::move(*text);
+}
+
+}  // namespace
+
+void CheckMeshCredentials() {
+  const std::string authority = Read(kMeshAuthority);
+  const std::string certificate = Read(kNodeCertificate);
+  const std::string key = Read(kNodeKey);
+  gnutls_certificate_credentials_t raw = nullptr;
+  if (gnutls_certificate_allocate_credentials(&raw) < 0) throw std::bad_alloc();
+  const std::unique_ptr<gnutls_certificate_credentials_st, Deleter> holder(raw);
+  const gnutls_datum_t trust = patch::AsDatum(authority);
+  const int trusted = gnutls_certificate_set_x509_trust_mem(raw, &trust, GNUTLS_X509_FMT_PEM);
+  if (trusted < 0) Fail(kMeshAuthority, gnutls_strerror(trusted));
+  if (trusted == 0) Fail(kMeshAuthority, "holds no certificate");
+  const gnutls_datum_t own = patch::AsDatum(certificate);
+  const gnutls_datum_t secret = patch::AsDatum(key);
+  const int result = gnutls_certificate_set_x509_key_mem(raw, &own, &secret, GNUTLS_X509_FMT_PEM);
+  if (result < 0) {
+    Fail(std::string(kNodeCertificate) + " with " + kNodeKey, gnutls_strerror(result));
+  }
+}
+
+}  // namespace kalo

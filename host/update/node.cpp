@@ -1,0 +1,15 @@
+#include "host/update/node_client.h"
+#include "platform/update/update_node.h"
+
+namespace KALO::MESH::SDK::Upgrade {
+
+Node::Node(std::int32_t node_id, std::string address)
+    : node_id_(node_id), address_(std::move(address)) {}
+
+Response Node::Upload(const std::string& api, const std::string& method, int version,
+                      const Json::Value& params, const std::string& path) const {
+  kalo::NodeClient client;
+  return client.Upload({node_id_, address_}, api, version, method, params, path);
+}
+
+}  // namespace KALO::MESH::SDK::Upgrade

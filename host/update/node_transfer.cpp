@@ -1,0 +1,218 @@
+#include "host/update/node_transfer.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <optional>
+#include <system_error>
+
+#include "host/core/log.h"
+#include "host/update/mesh_credentials.h"
+#include "host/webapi/strict_json.h"
+
+namespace kalo {
+namespace {
+
+constexpr const char* kMeshPort = "8443";
+constexpr std::size_t kLargestAnswer = 1024UL * 1024;
+constexpr long kSendBuffer = 512L * 1024;
+constexpr std::chrono::milliseconds kConnectLimit{10000};
+constexpr std::int64_t kSlowestBytesPerSecond = 1024;
+
+[[noreturn]] void Unreachable(std::int32_t node, const std::string& cause) {
+  throw NodeUnreachable("node " + std::to_string(node) + ": " + cause);
+}
+
+// Only a literal address: a name would be looked up outside the mesh.
+std::string BracketedAddress(const NodeAddress& node) {
+  std::array<unsigned char, sizeof(in6_addr)> bytes{};
+  if (inet_pton(AF_INET, node.address.c_str(), bytes.data()) == 1) return node.address;
+  if (inet_pton(AF_INET6, node.address.c_str(), bytes.data()) == 1) return "[" + node.address + "]";
+  Unreachable(node.node_id, "\"" + node.address + "\" is no address");
+}
+
+std::string FieldText(const Json::Value& value) {
+  return value.isString() ? value.asString() : webapi::WriteJson(value);
+}
+
+}  // namespace
+
+CurlHandle NewCurlHandle() {
+  static std::once_flag once;
+  std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+  CurlHandle curl(curl_easy_init());
+  if (!curl) throw std::runtime_error("the HTTP library cannot be started");
+  return curl;
+}
+
+NodeTransfer::NodeTransfer(CURL* curl, const NodeAddress& node, const NodeCall& call)
+    : curl_(curl),
+      node_id_(node.node_id),
+      host_("node" + std::to_string(node.node_id) + ".mesh.internal") {
+  const std::string entry = host_ + ":" + kMeshPort + ":" + BracketedAddress(node);
+  resolve_.reset(curl_slist_append(nullptr, entry.c_str()));
+  curl_easy_reset(curl_);
+  SetTarget(call);
+  SetTls();
+}
+
+NodeTransfer::~NodeTransfer() {
+  // The handle lives on and must not remember anything of ours.
+  curl_easy_reset(curl_);
+}
+
+template <typename Value>
+void NodeTransfer::Set(CURLoption option, Value value) {
+  const CURLcode result = curl_easy_setopt(curl_, option, value);
+  if (result != CURLE_OK) Unreachable(node_id_, curl_easy_strerror(result));
+}
+
+void NodeTransfer::SetTarget(const NodeCall& call) {
+  const std::string url = "https://" + host_ + ":" + kMeshPort + "/webapi/" + call.api + "/" +
+                          std::to_string(call.version) + "/" + call.method;
+  Set(CURLOPT_URL, url.c_str());
+  Set(CURLOPT_RESOLVE, resolve_.get());
+  Set(CURLOPT_PROTOCOLS_STR, "https");
+  Set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+  Set(CURLOPT_FOLLOWLOCATION, 0L);
+  Set(CURLOPT_PROXY, "");
+  Set(CURLOPT_NOSIGNAL, 1L);
+  Set(CURLOPT_TCP_NODELAY, 1L);
+  Set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(kConnectLimit.count()));
+  Set(CURLOPT_WRITEFUNCTION, &NodeTransfer::OnBody);
+  Set(CURLOPT_WRITEDATA, this);
+}
+
+void NodeTransfer::SetTls() {
+  Set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+  Set(CURLOPT_SSL_VERIFYPEER, 1L);
+  Set(CURLOPT_SSL_VERIFYHOST, 2L);
+  Set(CURLOPT_CAINFO, kMeshAuthority);
+  // Built in is the machine's folder of public authorities, none of which speaks for a node.
+  Set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+  Set(CURLOPT_SSLCERT, kNodeCertificate);
+  Set(CURLOPT_SSLKEY, kNodeKey);
+}
+
+// "Expect: 100-continue" would cost a second wherever the server does not answer it.
+void NodeTransfer::SetHeaders(std::initializer_list<const char*> headers) {
+  for (const char* header : headers) {
+    curl_slist* longer = curl_slist_append(headers_.get(), header);
+    if (longer == nullptr) throw std::bad_alloc();
+    (void)headers_.release();
+    headers_.reset(longer);
+  }
+  Set(CURLOPT_HTTPHEADER, headers_.get());
+}
+
+void NodeTransfer::SendJson(const Json::Value& params, std::chrono::milliseconds deadline) {
+  Set(CURLOPT_TIMEOUT_MS, static_cast<long>(deadline.count()));
+  Set(CURLOPT_COPYPOSTFIELDS, webapi::WriteJson(params).c_str());
+  SetHeaders({"Content-Type: application/json", "Expect:"});
+}
+
+void NodeTransfer::SendForm(const Json::Value& params, const std::string& path,
+                            const UploadLimits& limits) {
+  Set(CURLOPT_TIMEOUT_MS, static_cast<long>(limits.whole.count()));
+  Set(CURLOPT_UPLOAD_BUFFERSIZE, kSendBuffer);
+  form_.reset(curl_mime_init(curl_));
+  if (!form_) throw std::bad_alloc();
+  for (const std::string& name : params.getMemberNames()) {
+    curl_mimepart* part = curl_mime_addpart(form_.get());
+    const std::string text = FieldText(params[name]);
+    curl_mime_name(part, name.c_str());
+    curl_mime_data(part, text.data(), text.size());
+  }
+  AddFile(path);
+  Set(CURLOPT_MIMEPOST, form_.get());
+  SetHeaders({"Expect:"});
+  stall_ = limits.stall;
+  moved_at_ = std::chrono::steady_clock::now();
+  Set(CURLOPT_NOPROGRESS, 0L);
+  Set(CURLOPT_XFERINFOFUNCTION, &NodeTransfer::OnProgress);
+  Set(CURLOPT_XFERINFODATA, this);
+}
+
+void NodeTransfer::AddFile(const std::string& path) {
+  file_ = UniqueFd(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat status {};
+  if (!file_ || ::fstat(file_.Get(), &status) != 0) {
+    throw std::system_error(errno, std::generic_category(), "cannot read " + path);
+  }
+  if (!S_ISREG(status.st_mode)) throw std::runtime_error(path + " is not a regular file");
+  const std::string name = std::filesystem::path(path).filename();
+  curl_mimepart* part = curl_mime_addpart(form_.get());
+  curl_mime_name(part, "patch_file");
+  curl_mime_filename(part, name.c_str());
+  curl_mime_data_cb(part, status.st_size, &NodeTransfer::OnFileRead, &NodeTransfer::OnFileSeek,
+                    nullptr, this);
+}
+
+std::size_t NodeTransfer::OnFileRead(char* bytes, std::size_t size, std::size_t count, void* self) {
+  const int fd = static_cast<NodeTransfer*>(self)->file_.Get();
+  for (;;) {
+    const ssize_t got = ::read(fd, bytes, size * count);
+    if (got >= 0) return static_cast<std::size_t>(got);
+    if (errno != EINTR) return CURL_READFUNC_ABORT;
+  }
+}
+
+// A connection that was kept and turns out dead makes the library begin anew.
+int NodeTransfer::OnFileSeek(void* self, curl_off_t offset, int origin) {
+  const int fd = static_cast<NodeTransfer*>(self)->file_.Get();
+  return ::lseek(fd, offset, origin) < 0 ? CURL_SEEKFUNC_FAIL : CURL_SEEKFUNC_OK;
+}
+
+int NodeTransfer::OnProgress(void* self, curl_off_t /*down_total*/, curl_off_t /*down*/,
+                             curl_off_t up_total, curl_off_t up) {
+  return static_cast<NodeTransfer*>(self)->Stalls(up_total, up) ? 1 : 0;
+}
+
+// The library's own low-speed limit would also count the time in which the node checks what it has
+// got, when nothing moves and nothing is wrong.
+bool NodeTransfer::Stalls(curl_off_t total, curl_off_t sent) {
+  const auto now = std::chrono::steady_clock::now();
+  if (total > 0 && sent >= total) return false;
+  const std::int64_t enough = kSlowestBytesPerSecond * stall_.count() / 1000;
+  if (sent - moved_to_ >= enough) {
+    moved_to_ = sent;
+    moved_at_ = now;
+  }
+  return now - moved_at_ > stall_;
+}
+
+std::size_t NodeTransfer::OnBody(char* bytes, std::size_t size, std::size_t count, void* self) {
+  auto* transfer = static_cast<NodeTransfer*>(self);
+  const std::size_t length = size * count;
+  if (transfer->body_.size() + length > kLargestAnswer) {
+    transfer->body_too_large_ = true;
+    return 0;
+  }
+  transfer->body_.append(bytes, length);
+  return length;
+}
+
+KALO::MESH::SDK::Response NodeTransfer::Answer(CURLcode result) const {
+  if (body_too_large_) {
+    Log(LOG_ERR, "node %d: its answer is larger than any envelope", node_id_);
+    return {};
+  }
+  if (result == CURLE_ABORTED_BY_CALLBACK) Unreachable(node_id_, "takes no more of the upload");
+  if (result != CURLE_OK) Unreachable(node_id_, curl_easy_strerror(result));
+  const std::optional<Json::Value> envelope = webapi::ParseStrictJson(body_);
+  if (!envelope) {
+    Log(LOG_ERR, "node %d: its answer is no JSON", node_id_);
+    return {};
+  }
+  return KALO::MESH::SDK::Response::FromEnvelope(*envelope);
+}
+
+}  // namespace kalo

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <gnutls/crypto.h>
+
+#include <span>
+#include <string>
+
+namespace kalo::patch {
+
+/// SHA-256 over bytes that come piece by piece.
+class Sha256 {
+ public:
+  /// @throws std::runtime_error when the crypto library does not offer it.
+  Sha256();
+  Sha256(const Sha256&) = delete;
+  Sha256& operator=(const Sha256&) = delete;
+  ~Sha256();
+
+  void Update(std::span<const char> bytes);
+  /// @return the digest as 64 lower-case hexadecimal digits; the next piece begins a new digest.
+  [[nodiscard]] std::string Finish();
+
+ private:
+  gnutls_hash_hd_t handle_ = nullptr;
+};
+
+}  // namespace kalo::patch

@@ -1,0 +1,136 @@
+#include "host/update/patch_format/tar_reader.h"
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+
+#include "host/update/patch_format/patch_error.h"
+
+namespace kalo::patch {
+namespace {
+
+constexpr std::uint64_t kBlock = 512;
+constexpr std::uint64_t kEndMarker = 2 * kBlock;
+// Archivers round a file up to their record size; more than that is not padding.
+constexpr std::uint64_t kMostPadding = 64UL * 1024;
+constexpr std::size_t kReadAtOnce = 256UL * 1024;
+
+[[noreturn]] void Fail(const std::string& reason) {
+  throw PatchError(VerifyOutcome::kNotAPatch, reason);
+}
+
+std::uint64_t RoundUp(std::uint64_t size) {
+  return (size + kBlock - 1) / kBlock * kBlock;
+}
+
+bool IsRootOrNobody(const char* name) {
+  return name == nullptr || *name == '\0' || std::string_view(name) == "root";
+}
+
+void CheckKind(archive_entry* entry, const std::string& name) {
+  const auto type = archive_entry_filetype(entry);
+  if (archive_entry_hardlink(entry) != nullptr || archive_entry_symlink(entry) != nullptr ||
+      (type != AE_IFREG && type != AE_IFDIR)) {
+    Fail(name + ": neither a regular file nor a folder");
+  }
+  if (archive_entry_uid(entry) != 0 || archive_entry_gid(entry) != 0 ||
+      !IsRootOrNobody(archive_entry_uname(entry)) || !IsRootOrNobody(archive_entry_gname(entry))) {
+    Fail(name + ": not owned by root");
+  }
+}
+
+TarMember ToMember(archive_entry* entry) {
+  const char* name = archive_entry_pathname(entry);
+  if (name == nullptr) Fail("a member without a name");
+  TarMember member;
+  member.name = name;
+  CheckKind(entry, member.name);
+  member.is_folder = archive_entry_filetype(entry) == AE_IFDIR;
+  member.mode = archive_entry_perm(entry);
+  const auto size = archive_entry_size(entry);
+  if (size < 0) Fail(member.name + ": negative size");
+  member.size = static_cast<std::uint64_t>(size);
+  if (!member.is_folder) return member;
+  if (member.size != 0) Fail(member.name + ": a folder with data");
+  if (member.name.ends_with('/')) member.name.pop_back();
+  return member;
+}
+
+}  // namespace
+
+void TarReader::Deleter::operator()(archive* reader) const {
+  archive_read_free(reader);
+}
+
+TarReader::TarReader(int fd) : fd_(fd), archive_(archive_read_new()) {
+  if (!archive_) throw PatchError(VerifyOutcome::kCannotRead, "no memory to read it", ENOMEM);
+  // No filter: a compressed file is not a patch.
+  if (archive_read_support_format_tar(archive_.get()) != ARCHIVE_OK ||
+      archive_read_open_fd(archive_.get(), fd, kReadAtOnce) != ARCHIVE_OK) {
+    FailReading("not a tar file");
+  }
+}
+
+void TarReader::FailReading(const std::string& doing) const {
+  const char* cause = archive_error_string(archive_.get());
+  Fail(doing + (cause == nullptr ? "" : std::string(": ") + cause));
+}
+
+std::optional<TarMember> TarReader::Next() {
+  CheckZeros(data_end_, next_);
+  archive_entry* entry = nullptr;
+  const int result = archive_read_next_header(archive_.get(), &entry);
+  if (result == ARCHIVE_EOF) {
+    CheckEnd();
+    return std::nullopt;
+  }
+  // A warning too: whatever the library had to put right was not written by our writer.
+  if (result != ARCHIVE_OK) FailReading("not a plain tar file");
+  if (archive_format(archive_.get()) != ARCHIVE_FORMAT_TAR_USTAR) Fail("not in ustar form");
+  TarMember member = ToMember(entry);
+  // One header block each: other forms put more of them before a member.
+  data_end_ = next_ + kBlock + member.size;
+  next_ = RoundUp(data_end_);
+  return member;
+}
+
+std::size_t TarReader::Read(std::span<char> buffer) {
+  const auto count = archive_read_data(archive_.get(), buffer.data(), buffer.size());
+  if (count < 0) FailReading("the file is damaged or cut off");
+  return static_cast<std::size_t>(count);
+}
+
+void TarReader::CheckZeros(std::uint64_t begin, std::uint64_t end) const {
+  std::array<char, 4096> buffer{};
+  while (begin < end) {
+    const auto wanted = std::min<std::uint64_t>(buffer.size(), end - begin);
+    const ssize_t count = ::pread(fd_, buffer.data(), wanted, static_cast<off_t>(begin));
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) throw PatchError(VerifyOutcome::kCannotRead, std::strerror(errno), errno);
+    if (count == 0) Fail("the file is cut off");
+    if (std::any_of(buffer.begin(), buffer.begin() + count, [](char c) { return c != '\0'; })) {
+      Fail("bytes that belong to no member");
+    }
+    begin += static_cast<std::uint64_t>(count);
+  }
+}
+
+void TarReader::CheckEnd() const {
+  struct stat status {};
+  if (::fstat(fd_, &status) != 0) {
+    throw PatchError(VerifyOutcome::kCannotRead, std::strerror(errno), errno);
+  }
+  const auto end = static_cast<std::uint64_t>(status.st_size);
+  if (end < next_ + kEndMarker) Fail("the file is cut off");
+  if (end > next_ + kMostPadding) Fail("bytes behind the archive's end");
+  CheckZeros(next_, end);
+}
+
+}  // namespace kalo::patch

@@ -1,0 +1,39 @@
+#include "platform/update/update_util.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include <cerrno>
+#include <chrono>
+
+#include "host/core/unique_fd.h"
+#include "host/update/node_calls.h"
+#include "platform/paths.h"
+
+namespace KALO::MESH::SDK::Upgrade {
+namespace {
+
+constexpr std::chrono::milliseconds kCallDeadline{10000};
+
+}  // namespace
+
+bool UpdateUtil::IsAutoUpdating() {
+  // Only looks: the file is the updater's to make. A shared lock, so that two that look at the
+  // same time do not take each other for the updater.
+  const kalo::UniqueFd fd(
+      ::open(paths::kAutoUpdateLock, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  return fd && ::flock(fd.Get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
+
+std::map<std::int32_t, Response> UpdateUtil::SendWebAPIs(const std::vector<UpdateNode>& nodes,
+                                                         const std::string& api,
+                                                         const std::string& method, int version) {
+  std::vector<kalo::NodeAddress> addresses;
+  addresses.reserve(nodes.size());
+  for (const UpdateNode& node : nodes) {
+    addresses.push_back({node.GetNodeID(), node.GetAddress()});
+  }
+  return kalo::CallNodes(addresses, {api, version, method}, kCallDeadline);
+}
+
+}  // namespace KALO::MESH::SDK::Upgrade

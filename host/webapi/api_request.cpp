@@ -1,0 +1,31 @@
+#include "platform/webapi/api_request.h"
+
+#include <utility>
+
+namespace KALO {
+
+APIRequest::APIRequest(Json::Value parameters) : parameters_(std::move(parameters)) {
+  if (!parameters_.isObject()) parameters_ = Json::Value(Json::objectValue);
+}
+
+std::optional<bool> APIRequest::GetAndCheckBool(const std::string& name) const {
+  const Json::Value value = GetParam(name, Json::Value());
+  if (value.isBool()) return value.asBool();
+  if (!value.isString()) return std::nullopt;
+  const std::string text = value.asString();
+  if (text == "true") return true;
+  if (text == "false") return false;
+  return std::nullopt;
+}
+
+std::optional<std::string> APIRequest::GetAndCheckString(const std::string& name) const {
+  const Json::Value value = GetParam(name, Json::Value());
+  if (!value.isString()) return std::nullopt;
+  return value.asString();
+}
+
+Json::Value APIRequest::GetParam(const std::string& name, const Json::Value& fallback) const {
+  return parameters_.isMember(name) ? parameters_[name] : fallback;
+}
+
+}  // namespace KALO

@@ -1,0 +1,90 @@
+#include "services/meshd/mesh_core.h"
+
+#include <syslog.h>
+
+#include <utility>
+
+#include "host/core/log.h"
+
+namespace kalo::meshd {
+namespace {
+
+using mesh::MeshCode;
+
+void LogChange(std::uint32_t id, NodeChange change) {
+  switch (change) {
+    case NodeChange::kNone:
+      break;
+    case NodeChange::kCameOnline:
+      Log(LOG_NOTICE, "node %u is online", id);
+      break;
+    case NodeChange::kWentOffline:
+      Log(LOG_WARNING, "node %u is offline", id);
+      break;
+    case NodeChange::kRestarted:
+      Log(LOG_NOTICE, "node %u restarted", id);
+      break;
+  }
+}
+
+}  // namespace
+
+MeshCore::MeshCore(const std::vector<MeshNode>& nodes, NodeCommands& commands, UpdateStore& store,
+                   UpdateTiming timing, TimePoint now)
+    : commands_(commands), store_(store), registry_(nodes), driver_(store.Load(), timing, now) {
+  if (driver_.Running()) Log(LOG_NOTICE, "update: goes on after a restart of the service");
+}
+
+void MeshCore::Reported(std::uint32_t id, std::uint64_t round,
+                        const std::optional<NodeReport>& report, TimePoint now) {
+  LogChange(id, report ? registry_.Answered(*report, now) : registry_.Silent(id, now));
+  if (report) driver_.Observed(*report, now);
+  if (pending_ && round >= pending_->round) pending_->missing.erase(id);
+  Tick(now);
+}
+
+void MeshCore::StartAnswered(std::uint32_t id, const StartAnswer& answer, TimePoint now) {
+  driver_.StartAnswered(id, answer, now);
+  // A node that could not be reached is told again at the next tick, not at once.
+  if (answer.outcome != StartOutcome::kUnreachable) Tick(now);
+}
+
+void MeshCore::RequestStart(StartReceiver receiver, TimePoint now) {
+  if (driver_.Running() || pending_) {
+    receiver(MeshCode::kUpdateRunning);
+    return;
+  }
+  pending_.emplace(PendingStart{std::move(receiver), ++round_, {}, now + kRefresh});
+  for (const auto& [id, node] : registry_.Nodes()) pending_->missing.insert(id);
+  commands_.AskAll(round_);
+}
+
+void MeshCore::BeginPending() {
+  const StartReceiver receiver = std::move(pending_->receiver);
+  pending_.reset();
+  receiver(Begin());
+}
+
+// What is not on disk would be forgotten in the CAP's own restart: no update begins without it.
+MeshCode MeshCore::Begin() {
+  UpdateRecord previous = driver_.Record();
+  const MeshCode code = driver_.Begin(registry_);
+  if (code != MeshCode::kOk) return code;
+  if (!store_.Save(driver_.Record())) {
+    driver_.Abandon(std::move(previous));
+    return MeshCode::kCannotSaveState;
+  }
+  Log(LOG_NOTICE, "update: begins with %zu nodes", driver_.Record().nodes.size());
+  return code;
+}
+
+void MeshCore::Tick(TimePoint now) {
+  if (pending_ && (pending_->missing.empty() || now >= pending_->until)) BeginPending();
+  const std::vector<std::uint32_t> starts = driver_.Step(now);
+  // On disk first: after a restart in between, a node must be known to have been told.
+  static_cast<void>(store_.Save(driver_.Record()));
+  for (const std::uint32_t id : starts) commands_.Start(id);
+  keeper_.Keep(driver_.Record());
+}
+
+}  // namespace kalo::meshd

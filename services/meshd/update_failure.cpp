@@ -1,0 +1,65 @@
+#include "services/meshd/update_failure.h"
+
+#include "host/mesh/wire.h"
+
+namespace kalo::meshd {
+namespace {
+
+using mesh::UpdateError;
+
+constexpr std::int32_t kNothingStaged = 5225;
+
+NodeError Failure(const UpdateNode& node, std::int32_t number, const std::string& what,
+                  const std::string& why) {
+  std::string who = "node " + std::to_string(node.id);
+  if (!node.name.empty()) who += " (" + node.name + ")";
+  return {number, who + " " + what, why};
+}
+
+NodeError Failure(const UpdateNode& node, UpdateError error, const std::string& what,
+                  const std::string& why) {
+  return Failure(node, static_cast<std::int32_t>(error), what, why);
+}
+
+}  // namespace
+
+NodeError InstallFailed(const UpdateNode& node, const InstallReport& install) {
+  const std::int32_t number = install.error_number != 0
+                                  ? install.error_number
+                                  : static_cast<std::int32_t>(UpdateError::kInstallFailed);
+  std::string why = install.err_desc;
+  if (!install.err_msg.empty()) why += (why.empty() ? "" : ": ") + install.err_msg;
+  return Failure(node, number, "could not install", why.empty() ? "it gave no reason" : why);
+}
+
+NodeError FellBack(const UpdateNode& node, const std::string& version) {
+  return Failure(node, UpdateError::kFellBack, "fell back",
+                 "after its restart it runs " + version + " instead of " + node.wanted_version);
+}
+
+NodeError TookTooLong(const UpdateNode& node) {
+  return Failure(node, UpdateError::kDeadline, "took too long",
+                 "it did not come back with " + node.wanted_version +
+                     " in time; its last step was " + node.step);
+}
+
+NodeError StartRefused(const UpdateNode& node, std::int32_t error_number) {
+  const std::int32_t number =
+      error_number != 0 ? error_number : static_cast<std::int32_t>(UpdateError::kStartRefused);
+  return Failure(node, number, "refused to install",
+                 error_number == kNothingStaged
+                     ? "no patch is staged on it any more"
+                     : "it answered with error " + std::to_string(error_number));
+}
+
+NodeError NotReached(const UpdateNode& node) {
+  return Failure(node, UpdateError::kDeadline, "could not be told to install",
+                 "it did not answer in time");
+}
+
+NodeError WasOffline(const UpdateNode& node) {
+  return Failure(node, UpdateError::kOffline, "was left out",
+                 "it was offline when the update began");
+}
+
+}  // namespace kalo::meshd

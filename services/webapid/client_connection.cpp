@@ -1,0 +1,67 @@
+#include "services/webapid/client_connection.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cstring>
+
+#include "services/webapid/mesh_identity.h"
+
+namespace kalo::webapid {
+
+ClientConnection::ClientConnection(EventLoop& loop, MHD_Connection* connection)
+    : loop_(loop), connection_(connection) {
+  const MHD_ConnectionInfo* info =
+      MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+  if (info == nullptr) return;
+  socket_ = info->connect_fd;
+  const int on = 1;
+  (void)setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
+}
+
+ClientConnection::~ClientConnection() {
+  ClearDeadline();
+}
+
+void ClientConnection::SetDeadline(std::chrono::seconds from_now) {
+  ClearDeadline();
+  // The library then sees the end of the connection and clears up as always.
+  timer_ = loop_.At(EventLoop::Clock::now() + from_now,
+                    [socket = socket_] { (void)shutdown(socket, SHUT_RDWR); });
+}
+
+void ClientConnection::ClearDeadline() {
+  loop_.Cancel(timer_);
+}
+
+std::string ClientConnection::Peer() const {
+  const MHD_ConnectionInfo* info =
+      MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
+  if (info == nullptr || info->client_addr == nullptr) return "unknown";
+  std::array<char, INET6_ADDRSTRLEN> text{};
+  if (info->client_addr->sa_family == AF_INET) {
+    sockaddr_in v4{};
+    std::memcpy(&v4, info->client_addr, sizeof(v4));
+    inet_ntop(AF_INET, &v4.sin_addr, text.data(), text.size());
+  } else if (info->client_addr->sa_family == AF_INET6) {
+    sockaddr_in6 v6{};
+    std::memcpy(&v6, info->client_addr, sizeof(v6));
+    std::memset(&v6.sin6_addr.s6_addr[8], 0, 8);
+    inet_ntop(AF_INET6, &v6.sin6_addr, text.data(), text.size());
+  }
+  return text.data();
+}
+
+std::optional<int> ClientConnection::NodeId() {
+  if (verified_) return node_id_;
+  verified_ = true;
+  const MHD_ConnectionInfo* info =
+      MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_GNUTLS_SESSION);
+  if (info != nullptr) node_id_ = VerifiedNodeId(static_cast<gnutls_session_t>(info->tls_session));
+  return node_id_;
+}
+
+}  // namespace kalo::webapid

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <microhttpd.h>
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+#include "services/webapid/event_loop.h"
+
+namespace kalo::webapid {
+
+/// One client's connection, over all its requests. It has a deadline of its own: the library's
+/// time-out is for silence, and a client that sends a byte now and then would stay for ever.
+class ClientConnection {
+ public:
+  /// Sets TCP_NODELAY: an answer must not wait for an acknowledgement.
+  /// @param loop borrowed; outlives the connection
+  ClientConnection(EventLoop& loop, MHD_Connection* connection);
+  ClientConnection(const ClientConnection&) = delete;
+  ClientConnection& operator=(const ClientConnection&) = delete;
+  ~ClientConnection();
+
+  /// Cuts the connection when this time is over, unless the deadline is set again before.
+  void SetDeadline(std::chrono::seconds from_now);
+  void ClearDeadline();
+
+  /// @return the address that counts as one client: the IPv4 address, or an IPv6 network of 64
+  /// bits.
+  [[nodiscard]] std::string Peer() const;
+  /// Verifies the client's certificate once.
+  /// @return the mesh node that it belongs to; empty when there is none.
+  [[nodiscard]] std::optional<int> NodeId();
+
+ private:
+  EventLoop& loop_;
+  MHD_Connection* connection_;
+  int socket_ = -1;  // the library's
+  EventLoop::TimerId timer_{};
+  bool verified_ = false;
+  std::optional<int> node_id_;
+};
+
+}  // namespace kalo::webapid

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "services/webapid/authentication.h"
+#include "services/webapid/configuration.h"
+#include "services/webapid/request.h"
+#include "services/webapid/row_table.h"
+#include "services/webapid/upload_store.h"
+#include "services/webapid/worker_pool.h"
+
+namespace kalo::webapid {
+
+/// What becomes of a request: who makes it, which row it is for, whether that is allowed, what its
+/// body may be, and which workers serve it.
+class Front : public RequestServer {
+ public:
+  /// What the front works with; all borrowed, all outlive it.
+  struct Parts {
+    const Configuration& configuration;
+    const RowTable& rows;
+    const UploadStore& uploads;
+    Authentication& authentication;
+    WorkerPool& admin_workers;
+    WorkerPool& mesh_workers;
+  };
+  explicit Front(const Parts& parts) : parts_(parts) {}
+
+  void Begin(Request& request, const std::string& method, const std::string& path) override;
+  void Complete(Request& request) override;
+
+ private:
+  // Each returns 0 or an error code.
+  [[nodiscard]] int Accept(Request& request, const std::string& method, const std::string& path);
+  [[nodiscard]] int AcceptCaller(Request& request, const RowName& name);
+  [[nodiscard]] int AcceptRow(Request& request, const RowName& name);
+  [[nodiscard]] int AcceptBody(Request& request);
+  [[nodiscard]] int AcceptForm(Request& request);
+  [[nodiscard]] static int AcceptSize(Request& request, std::uint64_t limit);
+
+  void Dispatch(Request& request, Json::Value parameters);
+
+  Parts parts_;
+};
+
+}  // namespace kalo::webapid

@@ -1,0 +1,178 @@
+#include "services/webapid/listener.h"
+
+#include <syslog.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <exception>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "host/core/log.h"
+
+namespace kalo::webapid {
+namespace {
+
+constexpr std::size_t kConnectionMemory = std::size_t{128} << 10;
+// What a refused request may still send so that it gets its answer on a healthy connection.
+constexpr std::uint64_t kReadOver = std::uint64_t{64} << 10;
+constexpr const char* kPriorities = "NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2";
+
+void LogLibrary(void* /*unused*/, const char* format, va_list arguments) {
+  std::array<char, 512> line{};
+  (void)std::vsnprintf(line.data(), line.size(), format, arguments);
+  const std::string_view text = line.data();
+  const auto length = static_cast<int>(text.find_last_not_of("\r\n") + 1);
+  Log(LOG_DEBUG, "%.*s", length, text.data());
+}
+
+MHD_OptionItem Option(MHD_OPTION option, std::intptr_t value, const void* pointer = nullptr) {
+  return {option, value, const_cast<void*>(pointer)};
+}
+
+template <typename Function>
+std::intptr_t Callback(Function* function) {
+  return reinterpret_cast<std::intptr_t>(function);
+}
+
+}  // namespace
+
+Listener::Listener(EventLoop& loop, RequestServer& server, UniqueFd socket, PortKind port,
+                   TlsFiles tls, const Configuration& configuration)
+    : loop_(loop),
+      server_(server),
+      port_(port),
+      tls_(std::move(tls)),
+      request_time_(configuration.request_time),
+      connection_limit_(configuration.connections),
+      daemon_(Start(socket.Get())) {
+  if (daemon_ == nullptr) {
+    throw std::runtime_error("cannot start the HTTPS server; are certificate and key good?");
+  }
+  (void)socket.Release();  // the library closes it
+  const MHD_DaemonInfo* info = MHD_get_daemon_info(daemon_.get(), MHD_DAEMON_INFO_EPOLL_FD);
+  watch_ = loop_.Watch(info->epoll_fd, [] { /* the turn's Run serves it */ });
+}
+
+Listener::~Listener() {
+  loop_.Forget(watch_);
+}
+
+MHD_Daemon* Listener::Start(int socket) {
+  std::vector<MHD_OptionItem> options = {
+      Option(MHD_OPTION_EXTERNAL_LOGGER, Callback(&LogLibrary)),
+      Option(MHD_OPTION_LISTEN_SOCKET, socket),
+      Option(MHD_OPTION_NOTIFY_CONNECTION, Callback(&OnConnection), this),
+      Option(MHD_OPTION_NOTIFY_COMPLETED, Callback(&OnCompleted), this),
+      Option(MHD_OPTION_CONNECTION_LIMIT, connection_limit_),
+      Option(MHD_OPTION_CONNECTION_TIMEOUT, request_time_.count()),
+      Option(MHD_OPTION_CONNECTION_MEMORY_LIMIT, kConnectionMemory),
+      Option(MHD_OPTION_STRICT_FOR_CLIENT, 1),
+      Option(MHD_OPTION_HTTPS_PRIORITIES, 0, kPriorities),
+      Option(MHD_OPTION_HTTPS_MEM_CERT, 0, tls_.certificate.c_str()),
+      Option(MHD_OPTION_HTTPS_MEM_KEY, 0, tls_.key.c_str()),
+  };
+  if (!tls_.client_authority.empty()) {
+    options.push_back(Option(MHD_OPTION_HTTPS_MEM_TRUST, 0, tls_.client_authority.c_str()));
+  }
+  options.push_back(Option(MHD_OPTION_END, 0));
+  constexpr unsigned kFlags =
+      MHD_USE_EPOLL | MHD_USE_TLS | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG;
+  return MHD_start_daemon(kFlags, 0, nullptr, nullptr, &OnRequest, this, MHD_OPTION_ARRAY,
+                          options.data(), MHD_OPTION_END);
+}
+
+std::optional<std::chrono::milliseconds> Listener::Run() {
+  MHD_run(daemon_.get());
+  MHD_UNSIGNED_LONG_LONG wait = 0;
+  if (MHD_get_timeout(daemon_.get(), &wait) != MHD_YES) return std::nullopt;
+  constexpr MHD_UNSIGNED_LONG_LONG kMost = 60000;
+  return std::chrono::milliseconds(static_cast<long>(std::min(wait, kMost)));
+}
+
+void Listener::OnConnection(void* self, MHD_Connection* connection, void** /*context*/,
+                            MHD_ConnectionNotificationCode code) {
+  auto& listener = *static_cast<Listener*>(self);
+  if (code == MHD_CONNECTION_NOTIFY_CLOSED) {
+    listener.clients_.erase(connection);
+    return;
+  }
+  auto client = std::make_unique<ClientConnection>(listener.loop_, connection);
+  client->SetDeadline(listener.request_time_);
+  listener.clients_.insert_or_assign(connection, std::move(client));
+}
+
+void Listener::OnCompleted(void* self, MHD_Connection* connection, void** context,
+                           MHD_RequestTerminationCode /*code*/) {
+  auto& listener = *static_cast<Listener*>(self);
+  listener.requests_.erase(*context);
+  const auto client = listener.clients_.find(connection);
+  if (client != listener.clients_.end()) client->second->SetDeadline(listener.request_time_);
+}
+
+// Called from C, so nothing may be thrown through. Called at least three times for one request:
+// for its headers, for each piece of its body, at its end; once more after a suspension.
+MHD_Result Listener::OnRequest(void* self, MHD_Connection* connection, const char* path,
+                               const char* method, const char* /*version*/, const char* data,
+                               std::size_t* size, void** context) {
+  auto& listener = *static_cast<Listener*>(self);
+  try {
+    if (*context == nullptr) {
+      Request& request = listener.Open(connection);
+      *context = &request;
+      return listener.Begin(request, method, path);
+    }
+    Request& request = *listener.requests_.at(*context);
+    if (*size == 0) return listener.Proceed(request);
+    const std::string_view bytes(data, std::exchange(*size, 0));
+    return listener.Feed(request, bytes);
+  } catch (const std::exception& e) {
+    Log(LOG_ERR, "a request cannot be served: %s", e.what());
+    return MHD_NO;
+  }
+}
+
+Request& Listener::Open(MHD_Connection* connection) {
+  auto request = std::make_unique<Request>(connection, *clients_.at(connection), port_);
+  Request& result = *request;
+  requests_.emplace(&result, std::move(request));
+  return result;
+}
+
+MHD_Result Listener::Begin(Request& request, const char* method, const char* path) {
+  server_.Begin(request, method, path);
+  if (!request.GetReply()) return MHD_YES;
+  request.receive_limit = kReadOver;
+  // A short body is read over and answered at its end; the connection stays good. Before a long
+  // one the answer comes at once and the connection ends.
+  if (request.ContentLength().value_or(0) <= kReadOver) return MHD_YES;
+  return QueueReply(request.Connection(), *request.GetReply());
+}
+
+MHD_Result Listener::Feed(Request& request, std::string_view data) {
+  request.received += data.size();
+  if (request.received > request.receive_limit + kReadOver) return MHD_NO;
+  if (request.body != nullptr) request.body->Feed(data);
+  return MHD_YES;
+}
+
+MHD_Result Listener::Proceed(Request& request) {
+  if (!request.GetReply() && !request.completed) {
+    request.completed = true;
+    request.Client().ClearDeadline();
+    server_.Complete(request);
+    if (!request.GetReply()) {
+      request.Suspend();
+      return MHD_YES;
+    }
+  }
+  // A request that still waits is suspended, so this is the end of it.
+  request.Client().SetDeadline(request_time_);
+  return QueueReply(request.Connection(), *request.GetReply());
+}
+
+}  // namespace kalo::webapid

@@ -1,0 +1,44 @@
+#include "services/webapid/request.h"
+
+#include <charconv>
+#include <utility>
+
+namespace kalo::webapid {
+namespace {
+
+std::string Value(MHD_Connection* connection, MHD_ValueKind kind, const char* name) {
+  const char* value = MHD_lookup_connection_value(connection, kind, name);
+  return value == nullptr ? "" : value;
+}
+
+}  // namespace
+
+std::string Request::Header(const char* name) const {
+  return Value(connection_, MHD_HEADER_KIND, name);
+}
+
+std::string Request::Cookie(const char* name) const {
+  return Value(connection_, MHD_COOKIE_KIND, name);
+}
+
+std::optional<std::uint64_t> Request::ContentLength() const {
+  const std::string text = Header(MHD_HTTP_HEADER_CONTENT_LENGTH);
+  std::uint64_t length = 0;
+  const char* end = text.data() + text.size();
+  if (text.empty() || std::from_chars(text.data(), end, length).ptr != end) return std::nullopt;
+  return length;
+}
+
+void Request::Answer(Reply reply) {
+  if (reply_) return;
+  reply_ = std::move(reply);
+  uploads.reset();
+  if (std::exchange(suspended_, false)) MHD_resume_connection(connection_);
+}
+
+void Request::Suspend() {
+  suspended_ = true;
+  MHD_suspend_connection(connection_);
+}
+
+}  // namespace kalo::webapid

@@ -1,0 +1,104 @@
+#include "services/webapid/request_runner.h"
+
+#include <syslog.h>
+#include <unistd.h>
+
+#include <exception>
+#include <optional>
+
+#include "host/core/log.h"
+#include "host/webapi/error_codes.h"
+#include "host/webapi/strict_json.h"
+#include "platform/webapi/api_request.h"
+#include "platform/webapi/api_response.h"
+#include "services/webapid/error_sentences.h"
+
+namespace kalo::webapid {
+namespace {
+
+struct Call {
+  std::string api;
+  int version = 0;
+  std::string method;
+  Json::Value parameters;
+
+  [[nodiscard]] std::string Name() const {
+    return api + " " + std::to_string(version) + " " + method;
+  }
+};
+
+std::optional<Call> ParseCall(const std::string& body) {
+  const std::optional<Json::Value> value = webapi::ParseStrictJson(body);
+  if (!value || !value->isObject()) return std::nullopt;
+  const Json::Value& request = *value;
+  if (!request["api"].isString() || !request["version"].isInt() || !request["method"].isString() ||
+      !request["parameters"].isObject()) {
+    return std::nullopt;
+  }
+  return Call{request["api"].asString(), request["version"].asInt(), request["method"].asString(),
+              request["parameters"]};
+}
+
+// A background child comes back through the module's own call chain, by returning or by an
+// exception. It has nothing to say here and must not run the worker's clean-up either.
+void EndChild(const ForkWatch& forks) {
+  if (forks.InChild()) _exit(0);
+}
+
+// Runs the entry function; whatever it throws ends here.
+void Enter(KALO::APIHandler handler, const Call& call, const ForkWatch& forks,
+           KALO::APIResponse& response) {
+  KALO::APIRequest request(call.parameters);
+  try {
+    handler(&request, &response);
+    EndChild(forks);
+  } catch (const std::exception& e) {
+    EndChild(forks);
+    Log(LOG_ERR, "%s threw: %s", call.Name().c_str(), e.what());
+    response.SetError(webapi::kGeneralFailure, Json::Value());
+  } catch (...) {
+    EndChild(forks);
+    Log(LOG_ERR, "%s threw something that is no std::exception", call.Name().c_str());
+    response.SetError(webapi::kGeneralFailure, Json::Value());
+  }
+}
+
+std::string FailureEnvelope(const KALO::APIResponse& response) {
+  if (response.Data().isNull()) return ErrorEnvelope(response.ErrorCode());
+  Json::Value envelope(Json::objectValue);
+  envelope["success"] = false;
+  envelope["error"]["code"] = response.ErrorCode();
+  envelope["error"]["message"] = ErrorSentence(response.ErrorCode());
+  envelope["error"]["data"] = response.Data();
+  return webapi::WriteJson(envelope);
+}
+
+std::string SuccessEnvelope(const Json::Value& data) {
+  Json::Value envelope(Json::objectValue);
+  envelope["success"] = true;
+  envelope["data"] = data;
+  return webapi::WriteJson(envelope);
+}
+
+}  // namespace
+
+std::string RunRequest(const webapi::ApiRegistry& registry, const ForkWatch& forks,
+                       const std::string& body) {
+  const std::optional<Call> call = ParseCall(body);
+  if (!call) return ErrorEnvelope(webapi::kMalformedRequest);
+  const KALO::APIHandler handler = registry.Find(call->api, call->version, call->method);
+  if (handler == nullptr) {
+    Log(LOG_ERR, "%s is described but no module has it", call->Name().c_str());
+    return ErrorEnvelope(webapi::kUnknownApi);
+  }
+  KALO::APIResponse response;
+  Enter(handler, *call, forks, response);
+  if (!response.HasAnswer()) {
+    Log(LOG_ERR, "%s set no answer (%d: %s)", call->Name().c_str(), webapi::kNoAnswer,
+        ErrorSentence(webapi::kNoAnswer));
+    return ErrorEnvelope(webapi::kGeneralFailure);
+  }
+  return response.IsSuccess() ? SuccessEnvelope(response.Data()) : FailureEnvelope(response);
+}
+
+}  // namespace kalo::webapid

@@ -1,0 +1,135 @@
+#include "services/webapid/server.h"
+
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/signalfd.h>
+#include <syslog.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include "host/core/file_io.h"
+#include "host/core/log.h"
+#include "platform/paths.h"
+#include "services/webapid/listen_socket.h"
+
+namespace kalo::webapid {
+namespace {
+
+constexpr const char* kSessions = "/var/lib/kalo/sessions";
+constexpr const char* kWorkerProgram = "/usr/kalo/sbin/webapid-worker";
+constexpr const char* kLoginProgram = "/usr/kalo/sbin/webapid-login";
+constexpr const char* kAdminTls = "/etc/kalo/tls/";
+constexpr std::size_t kLargestPem = std::size_t{256} << 10;
+
+UniqueFd TakeSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int signal : {SIGTERM, SIGINT, SIGCHLD}) sigaddset(&set, signal);
+  if (sigprocmask(SIG_BLOCK, &set, nullptr) != 0 || signal(SIGPIPE, SIG_IGN) == SIG_ERR) {
+    throw std::system_error(errno, std::generic_category(), "signals");
+  }
+  UniqueFd fd(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
+  if (!fd) throw std::system_error(errno, std::generic_category(), "signalfd");
+  return fd;
+}
+
+std::string ReadPem(const std::string& path) {
+  std::optional<std::string> text = ReadFile(path, kLargestPem);
+  if (!text) throw std::system_error(errno, std::generic_category(), path);
+  return std::move(*text);
+}
+
+TlsFiles ReadTls(PortKind port) {
+  if (port == PortKind::kAdmin) {
+    const std::string folder = kAdminTls;
+    return {ReadPem(folder + "server.crt"), ReadPem(folder + "server.key"), ""};
+  }
+  const std::string folder = std::string(KALO::paths::kMeshCredentials) + "/";
+  return {ReadPem(folder + "node.crt"), ReadPem(folder + "node.key"), ReadPem(folder + "ca.crt")};
+}
+
+}  // namespace
+
+Server::Server(const Configuration& configuration, int inherited)
+    : configuration_(configuration),
+      signals_(TakeSignals()),
+      rows_(ReadRowTable(KALO::paths::kModules)),
+      uploads_(KALO::paths::kUploads),
+      users_(KALO::paths::kUsers),
+      sessions_({kSessions, configuration.session_idle, configuration.session_absolute,
+                 [] { return static_cast<std::int64_t>(std::time(nullptr)); }}),
+      recovery_(children_, rows_.RecoveryPrograms()),
+      logins_(loop_, children_, kLoginProgram),
+      admin_workers_(loop_, children_,
+                     {kWorkerProgram, configuration.admin_workers, [this] { recovery_.Run(); }}),
+      mesh_workers_(loop_, children_,
+                    {kWorkerProgram, configuration.mesh_workers, [this] { recovery_.Run(); }}),
+      authentication_(sessions_, users_, logins_),
+      front_({configuration_, rows_, uploads_, authentication_, admin_workers_, mesh_workers_}) {
+  if (!uploads_.Prepare()) {
+    Log(LOG_ERR, "%s cannot be used: %s", KALO::paths::kUploads, std::strerror(errno));
+  }
+  AddListener(Listen(configuration_.address, configuration_.admin_port), PortKind::kAdmin);
+  AddListener(Listen(configuration_.address, configuration_.mesh_port), PortKind::kMesh);
+  if (inherited >= 0) AddListener(InheritListener(inherited), PortKind::kAdmin);
+}
+
+void Server::AddListener(UniqueFd socket, PortKind port) {
+  listeners_.emplace_back(loop_, front_, std::move(socket), port, ReadTls(port), configuration_);
+}
+
+std::optional<std::chrono::milliseconds> Server::Turn() {
+  std::optional<std::chrono::milliseconds> wait;
+  for (Listener& listener : listeners_) {
+    const auto mine = listener.Run();
+    if (mine) wait = wait ? std::min(*wait, *mine) : *mine;
+  }
+  return wait;
+}
+
+void Server::OnSignal() {
+  signalfd_siginfo info{};
+  while (read(signals_.Get(), &info, sizeof(info)) == static_cast<ssize_t>(sizeof(info))) {
+    if (info.ssi_signo == static_cast<unsigned>(SIGCHLD)) {
+      children_.Reap();
+    } else {
+      loop_.Stop();
+    }
+  }
+}
+
+void Server::Run() {
+  // Background children of a worker that has gone come to this process.
+  if (prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0) != 0) Log(LOG_WARNING, "not a sub-reaper");
+  children_.OnStranger([this](pid_t pid) {
+    Log(LOG_INFO, "background task %d ended", pid);
+    recovery_.Run();
+  });
+  const EventLoop::WatchId signals = loop_.Watch(signals_.Get(), [this] { OnSignal(); });
+  loop_.SetTurn([this] { return Turn(); });
+  recovery_.Run();
+  Log(LOG_NOTICE, "serving %s, ports %d and %d", configuration_.address.c_str(),
+      configuration_.admin_port, configuration_.mesh_port);
+  loop_.Run();
+  loop_.Forget(signals);
+  End();
+}
+
+// Every waiting request gets its answer before the listeners go: the library must not be stopped
+// while a connection is suspended.
+void Server::End() {
+  Log(LOG_NOTICE, "ending");
+  logins_.Stop();
+  admin_workers_.Stop();
+  mesh_workers_.Stop();
+  (void)Turn();
+  (void)Turn();
+}
+
+}  // namespace kalo::webapid

@@ -1,0 +1,146 @@
+#include "services/webapid/worker_pool.h"
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <syslog.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+#include <utility>
+
+#include "host/core/log.h"
+#include "host/core/spawn.h"
+#include "host/webapi/error_codes.h"
+#include "services/webapid/worker_channel.h"
+
+namespace kalo::webapid {
+namespace {
+
+void LogDeath(pid_t pid, int status) {
+  if (WIFSIGNALED(status)) {
+    Log(LOG_WARNING, "worker %d was ended by signal %d", pid, WTERMSIG(status));
+  } else if (WEXITSTATUS(status) != 0) {
+    Log(LOG_WARNING, "worker %d ended with status %d", pid, WEXITSTATUS(status));
+  }
+}
+
+}  // namespace
+
+WorkerPool::WorkerPool(EventLoop& loop, ChildWatch& children, Options options)
+    : loop_(loop), children_(children), options_(std::move(options)) {}
+
+WorkerPool::~WorkerPool() {
+  while (!workers_.empty()) LetGo(workers_.begin(), false);
+}
+
+bool WorkerPool::MayTake(bool poll) const {
+  const auto others = std::count_if(workers_.begin(), workers_.end(), [](const Worker& worker) {
+    return worker.busy && !worker.job.poll;
+  });
+  return poll || static_cast<std::size_t>(others) + 1 < options_.limit;
+}
+
+WorkerPool::WorkerRef WorkerPool::FindIdle() {
+  return std::find_if(workers_.begin(), workers_.end(),
+                      [](const Worker& worker) { return !worker.busy; });
+}
+
+WorkerPool::WorkerRef WorkerPool::Start() {
+  ChannelPair channel;
+  try {
+    channel = MakeChannel();
+  } catch (const std::system_error& e) {
+    Log(LOG_ERR, "no channel for a worker: %s", e.what());
+    return workers_.end();
+  }
+  SpawnOptions options;
+  options.pass_fd = channel.worker.Get();
+  const pid_t pid = Spawn({options_.program}, options);
+  if (pid < 0) {
+    Log(LOG_ERR, "cannot start %s: %s", options_.program.c_str(), std::strerror(errno));
+    return workers_.end();
+  }
+  const WorkerRef worker = workers_.emplace(workers_.end());
+  worker->pid = pid;
+  worker->channel = std::move(channel.front);
+  worker->watch = loop_.Watch(worker->channel.Get(), [this, worker] { OnReadable(worker); });
+  // The pool may be gone when the last worker is.
+  children_.Expect(pid, [pid](int status) { LogDeath(pid, status); });
+  return worker;
+}
+
+bool WorkerPool::Give(WorkerRef worker, Job& job) {
+  if (!SendMessage(worker->channel.Get(), 0, job.message)) {
+    Log(LOG_WARNING, "worker %d takes no request: %s", worker->pid, std::strerror(errno));
+    LetGo(worker, false);
+    return false;
+  }
+  worker->busy = true;
+  worker->job = std::move(job);
+  worker->timer = loop_.At(EventLoop::Clock::now() + worker->job.timeout,
+                           [this, worker] { OnTimeLimit(worker); });
+  return true;
+}
+
+void WorkerPool::Submit(Job job) {
+  if (!MayTake(job.poll)) return job.done(webapi::kServerBusy, "");
+  // An idle worker may have died unnoticed a moment ago; the next one then takes the job.
+  for (auto idle = FindIdle(); idle != workers_.end(); idle = FindIdle()) {
+    if (Give(idle, job)) return;
+  }
+  if (workers_.size() < options_.limit) {
+    const WorkerRef started = Start();
+    if (started != workers_.end() && Give(started, job)) return;
+  }
+  job.done(webapi::kServerBusy, "");
+}
+
+void WorkerPool::OnReadable(WorkerRef worker) {
+  ChannelMessage answer;
+  const Received received = ReceiveMessage(worker->channel.Get(), answer);
+  if (received == Received::kNothingYet) return;
+  if (received == Received::kMessage && worker->busy) {
+    const Job job = std::exchange(worker->job, {});
+    worker->busy = false;
+    loop_.Cancel(worker->timer);
+    if ((answer.flags & kRetiring) != 0) LetGo(worker, true);
+    return job.done(0, std::move(answer.body));
+  }
+  // A worker that says something unasked is as broken as one that died.
+  if (received != Received::kClosed) kill(worker->pid, SIGKILL);
+  Finish(worker, webapi::kWorkerDied, "");
+}
+
+void WorkerPool::OnTimeLimit(WorkerRef worker) {
+  Log(LOG_WARNING, "worker %d reached its time limit of %lld s and is killed", worker->pid,
+      static_cast<long long>(worker->job.timeout.count()));
+  kill(worker->pid, SIGKILL);
+  Finish(worker, webapi::kTimeLimit, "");
+}
+
+void WorkerPool::Finish(WorkerRef worker, int code, std::string envelope) {
+  const bool was_busy = worker->busy;
+  const Job job = std::move(worker->job);
+  LetGo(worker, false);
+  if (was_busy) job.done(code, std::move(envelope));
+}
+
+void WorkerPool::LetGo(WorkerRef worker, bool retired) {
+  loop_.Cancel(worker->timer);
+  loop_.Forget(worker->watch);
+  if (retired) {
+    children_.Expect(worker->pid, [pid = worker->pid, gone = options_.on_retired](int status) {
+      LogDeath(pid, status);
+      if (gone) gone();
+    });
+  }
+  workers_.erase(worker);
+}
+
+void WorkerPool::Stop() {
+  while (!workers_.empty()) Finish(workers_.begin(), webapi::kServerBusy, "");
+}
+
+}  // namespace kalo::webapid

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <string>
+
+#include "host/core/unique_fd.h"
+#include "services/webapid/child_watch.h"
+#include "services/webapid/event_loop.h"
+
+namespace kalo::webapid {
+
+/// One request for a worker.
+struct Job {
+  std::string message;  ///< as worker_channel.h describes it
+  std::chrono::seconds timeout{60};
+  bool poll = false;
+  /// Called once: with code 0 and the envelope, or with the error of the server itself. May run
+  /// before Submit returns.
+  std::function<void(int code, std::string envelope)> done;
+};
+
+/// The workers behind one port. Grows on demand to its limit; the last free worker is kept for
+/// polls, so that a status page answers while long requests run.
+class WorkerPool {
+ public:
+  struct Options {
+    std::string program;  ///< absolute path of the worker
+    std::size_t limit = 2;
+    std::function<void()> on_retired;  ///< a worker whose request forked has gone
+  };
+
+  /// @param loop, children borrowed; outlive the pool
+  WorkerPool(EventLoop& loop, ChildWatch& children, Options options);
+  WorkerPool(const WorkerPool&) = delete;
+  WorkerPool& operator=(const WorkerPool&) = delete;
+  ~WorkerPool();
+
+  /// Gives the job to a worker. There is no queue: without a worker it is done at once with the
+  /// error "server busy".
+  void Submit(Job job);
+
+  /// Ends every job with "server busy" and lets the workers go; each ends after its request.
+  void Stop();
+
+ private:
+  struct Worker {
+    pid_t pid = -1;
+    UniqueFd channel;
+    EventLoop::WatchId watch = 0;
+    EventLoop::TimerId timer{};
+    bool busy = false;
+    Job job;
+  };
+  using WorkerRef = std::list<Worker>::iterator;
+
+  [[nodiscard]] bool MayTake(bool poll) const;
+  [[nodiscard]] WorkerRef FindIdle();
+  [[nodiscard]] WorkerRef Start();
+  [[nodiscard]] bool Give(WorkerRef worker, Job& job);
+  void OnReadable(WorkerRef worker);
+  void OnTimeLimit(WorkerRef worker);
+  void Finish(WorkerRef worker, int code, std::string envelope);
+  void LetGo(WorkerRef worker, bool retired);
+
+  EventLoop& loop_;
+  ChildWatch& children_;
+  Options options_;
+  std::list<Worker> workers_;
+};
+
+}  // namespace kalo::webapid
