@@ -1,0 +1,130 @@
+// The core C library, and the few calls of the C library that tests must see.
+
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "platform/core/file.h"
+#include "platform/core/key_value.h"
+#include "platform/core/process.h"
+#include "tests/fake/platform.h"
+
+using fake::Platform;
+
+namespace {
+
+std::optional<int> Override(const std::string& call) {
+  const auto& results = Platform::Current().results;
+  const auto found = results.find(call);
+  return found != results.end() ? std::optional<int>(found->second) : std::nullopt;
+}
+
+constexpr int kLockFd = 41;
+
+}  // namespace
+
+int KLIBCFileGetKeyValue(const char* path, const char* key, char* buffer, std::size_t size,
+                         int flags) {
+  Platform& platform = Platform::Current();
+  const std::string call = std::string("get ") + path + " " + key;
+  platform.Note(call + " " + std::to_string(size) + (flags != 0 ? " FLAGS" : ""));
+  if (const auto result = Override(call)) {
+    // Rubbish behind a failure: nobody may go by what the buffer holds.
+    std::snprintf(buffer, size, "rubbish");
+    return *result;
+  }
+  const auto file = platform.files.find(path);
+  if (file == platform.files.end()) {
+    errno = ENOENT;
+    return -1;
+  }
+  const auto value = file->second.find(key);
+  if (value == file->second.end()) return 0;
+  if (value->second.size() >= size) return -1;
+  std::memcpy(buffer, value->second.c_str(), value->second.size() + 1);
+  return static_cast<int>(value->second.size());
+}
+
+int KLIBCFileSetKeyValue(const char* path, const char* key, const char* value, int flags) {
+  Platform& platform = Platform::Current();
+  platform.Note(std::string("set ") + path + " " + key + "=" + value +
+                (flags != 0 ? " FLAGS" : ""));
+  if (const auto result = Override(std::string("set ") + path + " " + key)) return *result;
+  platform.files[path][key] = value;
+  return 1;
+}
+
+int KLIBCFileRemoveKey(const char* path, const char* key) {
+  Platform& platform = Platform::Current();
+  const std::string call = std::string("remove ") + path + " " + key;
+  platform.Note(call);
+  if (const auto result = Override(call)) return *result;
+  const auto file = platform.files.find(path);
+  if (file != platform.files.end() && file->second.erase(key) > 0) return 0;
+  errno = ENOENT;
+  return -1;
+}
+
+int KLIBCFileExist(const char* path) {
+  Platform& platform = Platform::Current();
+  platform.Note(std::string("exist ") + path);
+  return platform.files.contains(path) || platform.plain_files.contains(path) ? 1 : 0;
+}
+
+int KLIBCSysRename(const char* from, const char* to) {
+  Platform& platform = Platform::Current();
+  platform.Note(std::string("rename ") + from + " " + to);
+  if (platform.rename_result != 0) return platform.rename_result;
+  if (platform.plain_files.erase(from) > 0) platform.plain_files.insert(to);
+  return 0;
+}
+
+int KLIBCFileLockByFile(const char* path, int mode, int* fd) {
+  Platform& platform = Platform::Current();
+  platform.Note(std::string("lock ") + path + " " + std::to_string(mode) + " " +
+                std::to_string(*fd));
+  if (platform.lock_result != 0) *fd = kLockFd;
+  return platform.lock_result;
+}
+
+int KLIBCFileUnlockByFile(int fd) {
+  Platform::Current().Note("unlock " + std::to_string(fd));
+  return fd < 0 ? -1 : 0;
+}
+
+int KLIBCProcFork(int flags) {
+  Platform& platform = Platform::Current();
+  platform.Note("fork " + std::to_string(flags));
+  return platform.fork_result ? *platform.fork_result : static_cast<int>(fork());
+}
+
+extern "C" {
+
+int unlink(const char* path) noexcept {
+  Platform& platform = Platform::Current();
+  platform.Note(std::string("unlink ") + path);
+  platform.files.erase(path);
+  return platform.plain_files.erase(path) > 0 ? 0 : -1;
+}
+
+pid_t setsid() noexcept {
+  Platform::Current().Note("setsid");
+  return 1;
+}
+
+void syslog(int priority, const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  std::string line(4096, '\0');
+  const int length = std::vsnprintf(line.data(), line.size(), format, arguments);
+  va_end(arguments);
+  line.resize(static_cast<std::size_t>(length));
+  const std::string source = "webapi_upgrade_handler:";
+  if (line.starts_with(source)) line = line.substr(source.size());
+  Platform::Current().journal.Add("log " + std::to_string(priority) + " " + line);
+}
+}

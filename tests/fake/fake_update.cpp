@@ -1,0 +1,107 @@
+// The update library.
+
+#include <charconv>
+#include <stdexcept>
+
+#include "platform/update/patch.h"
+#include "platform/update/response.h"
+#include "platform/update/update_node.h"
+#include "platform/update/update_util.h"
+#include "platform/update/version.h"
+#include "tests/fake/json_text.h"
+#include "tests/fake/platform.h"
+
+using fake::Platform;
+
+namespace KALO::MESH::SDK {
+
+Response Response::FromEnvelope(const Json::Value& envelope) {
+  Response response;
+  if (!envelope.isObject() || !envelope["success"].isBool()) return response;
+  response.valid_ = true;
+  response.success_ = envelope["success"].asBool();
+  response.data_ = envelope["data"];
+  if (!response.success_) response.error_number_ = envelope["error"]["code"].asInt();
+  return response;
+}
+
+bool Response::GetData(Json::Value& data) const {
+  if (data_.isNull()) return false;
+  data = data_;
+  return true;
+}
+
+namespace Utils {
+
+// "…-BUILD" or "…-BUILD … NANO", as the tests write versions.
+int GetBuildNum(const std::string& version, int& build, int& nano) {
+  Platform::Current().Note("build_num " + version);
+  const std::size_t hyphen = version.find('-');
+  if (hyphen == std::string::npos) return -1;
+  const char* end = version.data() + version.size();
+  if (std::from_chars(version.data() + hyphen + 1, end, build).ec != std::errc()) return -1;
+  nano = 0;
+  const std::size_t blank = version.rfind(' ');
+  if (blank > hyphen && blank != std::string::npos) {
+    std::from_chars(version.data() + blank + 1, end, nano);
+  }
+  return 0;
+}
+
+}  // namespace Utils
+
+namespace Upgrade {
+
+Node::Node(std::int32_t node_id, std::string address)
+    : node_id_(node_id), address_(std::move(address)) {}
+
+Response Node::Upload(const std::string& api, const std::string& method, int version,
+                      const Json::Value& params, const std::string& path) const {
+  Platform& platform = Platform::Current();
+  platform.Note("upload " + std::to_string(node_id_) + " " + api + " " + method + " " +
+                std::to_string(version) + " " + fake::ToText(params) + " " + path);
+  const auto envelope = platform.upload_envelopes.find(node_id_);
+  if (envelope == platform.upload_envelopes.end()) throw std::runtime_error("no route");
+  return Response::FromEnvelope(envelope->second);
+}
+
+UpdateNode::UpdateNode(std::int32_t node_id, const Client::NodeInfo& info)
+    : Node(node_id, info.address),
+      build_num_(info.build_num),
+      nano_num_(info.nano_num),
+      full_version_(info.full_version),
+      unique_(info.unique) {}
+
+std::vector<UpdateNode> UpdateNode::ToUpdateNodes(
+    const std::map<std::uint32_t, Client::NodeInfo>& infos,
+    const std::map<std::uint32_t, Client::RepeaterAccessInfo>& access_infos) {
+  std::vector<UpdateNode> nodes;
+  for (const auto& [id, info] : infos) {
+    if (id == 0 || access_infos.contains(id)) nodes.emplace_back(static_cast<int>(id), info);
+  }
+  return nodes;
+}
+
+PatchInfo Patch::ParsePatchInfo(const std::string& path) {
+  Platform& platform = Platform::Current();
+  platform.Note("parse_patch " + path);
+  const auto patch = platform.patches.find(path);
+  return patch != platform.patches.end() ? patch->second : PatchInfo{};
+}
+
+bool UpdateUtil::IsAutoUpdating() {
+  Platform::Current().Note("auto_updating");
+  return Platform::Current().auto_updating;
+}
+
+std::map<std::int32_t, Response> UpdateUtil::SendWebAPIs(const std::vector<UpdateNode>& nodes,
+                                                         const std::string& api,
+                                                         const std::string& method, int version) {
+  std::string ids;
+  for (const UpdateNode& node : nodes) ids += " " + std::to_string(node.GetNodeID());
+  Platform::Current().Note("send " + api + " " + method + " " + std::to_string(version) + ids);
+  return {};
+}
+
+}  // namespace Upgrade
+}  // namespace KALO::MESH::SDK

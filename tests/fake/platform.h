@@ -1,0 +1,88 @@
+#pragma once
+
+#include <json/value.h>
+
+#include <exception>
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/mesh/client.h"
+#include "platform/update/patch.h"
+#include "platform/update/response.h"
+#include "platform/update/update_node.h"
+#include "tests/fake/journal.h"
+
+/// The platform that the module's tests link instead of the real one. A test makes one Platform,
+/// says how it behaves and reads the journal; every call of the module leaves one line there:
+///
+///   get /tmp/mesh_upgrade step 8192        set /tmp/mesh_upgrade step=upgrading
+///   exist PATH   rename FROM TO   lock PATH   unlock FD   unlink PATH   fork   setsid
+///   client   node_infos   access_infos   system_status   start_update   progress   progress_v2
+///   exec API VERSION METHOD PARAMS USER    auto_updating   parse_patch PATH
+///   upload NODE API METHOD VERSION PARAMS PATH            send API METHOD VERSION IDS
+///   log PRIORITY LINE TEXT                 success DATA   error CODE DATA
+namespace fake {
+
+/// Throws when a test says so. May be of any type, also of one that is no standard exception.
+using Thrower = std::function<void()>;
+
+struct NotStandard {};
+
+class Platform {
+ public:
+  Platform();
+  Platform(const Platform&) = delete;
+  Platform& operator=(const Platform&) = delete;
+  ~Platform();
+
+  /// The platform of the running test.
+  static Platform& Current();
+
+  Journal journal;
+
+  // Key=value files, by path and key. A path that is no entry does not exist.
+  std::map<std::string, std::map<std::string, std::string>> files;
+  /// Overrides of what a call returns, by "get PATH KEY", "set PATH KEY" or "remove PATH KEY".
+  std::map<std::string, int> results;
+  /// Other files that exist, by path.
+  std::set<std::string> plain_files;
+  int rename_result = 0;
+  int lock_result = 1;
+  /// What KLIBCProcFork returns; empty: it really forks.
+  std::optional<int> fork_result;
+
+  // The mesh service.
+  Thrower on_get_client;
+  std::uint32_t start_result = 0;
+  KALO::MESH::SDK::Client::NodeInfosResult node_infos;
+  KALO::MESH::SDK::Client::RepeaterAccessInfosResult access_infos;
+  KALO::MESH::SDK::Client::MeshSystemStatus system_status;
+  KALO::MESH::SDK::Client::SystemUpdateProgress progress;
+
+  // The update library.
+  bool auto_updating = false;
+  std::map<std::string, KALO::MESH::SDK::Upgrade::PatchInfo> patches;  ///< by path
+  std::map<int, Json::Value> upload_envelopes;  ///< a node's answer; none: it throws
+  Json::Value exec_envelope;
+
+  /// Thrown by the call whose journal line begins so.
+  std::map<std::string, Thrower> throwers;
+
+  /// Adds a node to both of the service's answers.
+  void AddNode(int id, const std::string& unique, int build, int nano = 0);
+
+  /// Notes a call, and throws where a test wants it.
+  void Note(const std::string& line);
+};
+
+/// @return a thrower of this exception.
+template <class Exception>
+Thrower Throws(Exception exception) {
+  return [exception] { throw exception; };
+}
+
+}  // namespace fake
