@@ -49,7 +49,7 @@ fs::path ParseLibrary(ObjectReader& reader, const fs::path& folder) {
 }
 
 fs::path ParseRecovery(ObjectReader& reader) {
-  const fs::path recovery = reader.Text("recovery", "");
+  fs::path recovery = reader.Text("recovery", "");
   if (!recovery.empty() && !recovery.is_absolute()) {
     reader.Fail("recovery", "must be the absolute path of a program");
   }

@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <tuple>
 
 #include "host/core/unique_fd.h"
 
@@ -22,7 +23,9 @@ class EventLoop {
   struct TimerId {
     Clock::time_point when;
     std::uint64_t number = 0;
-    auto operator<=>(const TimerId&) const = default;
+    bool operator<(const TimerId& other) const {
+      return std::tie(when, number) < std::tie(other.when, other.number);
+    }
   };
 
   /// @throws std::system_error

@@ -17,27 +17,21 @@ namespace {
 
 constexpr int kUsage = 2;
 
-int Serve(int inherited) {
-  openlog("webapid", 0, LOG_DAEMON);
-  try {
-    kalo::webapid::Server server(
-        kalo::webapid::ReadConfiguration(KALO::paths::kServerConfiguration), inherited);
-    server.Run();
-    return 0;
-  } catch (const kalo::webapi::FormatError& e) {
-    kalo::Log(LOG_ERR, "%s", e.what());
-    std::cerr << "webapid: " << e.what() << "\n";
-    return EX_CONFIG;
-  } catch (const std::exception& e) {
-    kalo::Log(LOG_ERR, "%s", e.what());
-    std::cerr << "webapid: " << e.what() << "\n";
-    return 1;
-  }
+int Fail(const std::exception& e, int status) {
+  kalo::Log(LOG_ERR, "%s", e.what());
+  std::cerr << "webapid: " << e.what() << "\n";
+  return status;
 }
 
-}  // namespace
+int Serve(int inherited) {
+  openlog("webapid", 0, LOG_DAEMON);
+  kalo::webapid::Server server(kalo::webapid::ReadConfiguration(KALO::paths::kServerConfiguration),
+                               inherited);
+  server.Run();
+  return 0;
+}
 
-int main(int argc, char** argv) {
+int Main(int argc, char** argv) {
   CLI::App app("Serves the web API of this node; configured by /etc/kalo/webapid.json.", "webapid");
   app.set_version_flag("--version", "webapid " KALO_VERSION);
   int inherited = -1;
@@ -50,4 +44,16 @@ int main(int argc, char** argv) {
     return app.exit(e) == 0 ? 0 : kUsage;
   }
   return Serve(inherited);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return Main(argc, argv);
+  } catch (const kalo::webapi::FormatError& e) {
+    return Fail(e, EX_CONFIG);
+  } catch (const std::exception& e) {
+    return Fail(e, 1);
+  }
 }

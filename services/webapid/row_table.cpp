@@ -18,8 +18,10 @@ std::optional<RowName> ParseRowPath(std::string_view path) {
   if (!path.starts_with(kPrefix)) return std::nullopt;
   path.remove_prefix(kPrefix.size());
   const std::size_t first = path.find('/');
-  const std::size_t second = first == path.npos ? path.npos : path.find('/', first + 1);
-  if (second == path.npos || path.find('/', second + 1) != path.npos) return std::nullopt;
+  const std::size_t second =
+      first == std::string_view::npos ? std::string_view::npos : path.find('/', first + 1);
+  if (second == std::string_view::npos || path.find('/', second + 1) != std::string_view::npos)
+    return std::nullopt;
   const std::string_view version = path.substr(first + 1, second - first - 1);
   RowName name{std::string(path.substr(0, first)), 0, std::string(path.substr(second + 1))};
   const char* end = version.data() + version.size();

@@ -104,7 +104,7 @@ void SessionStore::RemoveOldest() {
 
 SessionSecrets SessionStore::Create(const std::string& user, const std::string& credential) {
   RemoveOldest();
-  const SessionSecrets secrets{RandomHex(kSecretBytes), RandomHex(kSecretBytes)};
+  SessionSecrets secrets{RandomHex(kSecretBytes), RandomHex(kSecretBytes)};
   const std::int64_t now = options_.now();
   Session session{user, credential, Sha256Hex(secrets.token), now, now, now};
   const std::string id = Sha256Hex(secrets.cookie);

@@ -1,0 +1,175 @@
+#include "services/meshd/mesh_core.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <filesystem>
+#include <memory>
+
+#include "platform/core/key_value.h"
+#include "platform/paths.h"
+#include "tests/services/meshd/fake_node.h"
+
+namespace kalo::meshd {
+namespace {
+
+using namespace std::chrono_literals;
+using mesh::MeshCode;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+namespace fs = std::filesystem;
+namespace paths = KALO::paths;
+
+constexpr const char* kFolder = "/var/lib/kalo/core-test";
+
+class FakeCommands final : public NodeCommands {
+ public:
+  void AskAll(std::uint64_t round) override { rounds.push_back(round); }
+  void Start(std::uint32_t id) override { starts.push_back(id); }
+
+  std::vector<std::uint64_t> rounds;
+  std::vector<std::uint32_t> starts;
+};
+
+class MeshCoreTest : public ::testing::Test {
+ protected:
+  MeshCoreTest() {
+    fs::remove_all(kFolder);
+    fs::remove(paths::kUpgradeProgress);
+    for (std::uint32_t id = 0; id < 4; ++id) nodes_.emplace_back(id);
+    Restart();
+    Report(0);
+  }
+
+  void Restart() {
+    core_.reset();
+    store_ = std::make_unique<UpdateStore>(kFolder);
+    core_ = std::make_unique<MeshCore>(FourNodes(), commands_, *store_, UpdateTiming{}, now_);
+  }
+  void Report(std::uint64_t round) {
+    for (std::uint32_t id = 0; id < 4; ++id) core_->Reported(id, round, nodes_[id].Info(), now_);
+  }
+  void Request() {
+    core_->RequestStart([this](MeshCode code) { answers_.push_back(code); }, now_);
+  }
+  static bool FileSays(const char* step, const char* percent) {
+    return KLIBCFileCheckKeyValue(paths::kUpgradeProgress, "step", step, 0) == 1 &&
+           KLIBCFileCheckKeyValue(paths::kUpgradeProgress, "percent", percent, 0) == 1;
+  }
+
+  std::deque<FakeNode> nodes_;
+  TimePoint now_{};
+  FakeCommands commands_;
+  std::unique_ptr<UpdateStore> store_;
+  std::unique_ptr<MeshCore> core_;
+  std::vector<MeshCode> answers_;
+};
+
+TEST_F(MeshCoreTest, ARequestAsksTheNodesOnceMoreWhatIsStaged) {
+  Request();
+  EXPECT_THAT(commands_.rounds, ElementsAre(1));
+  nodes_[3].Stage(kNewVersion);
+  Report(0);  // asked before the request
+  EXPECT_THAT(answers_, IsEmpty());
+  Report(1);
+  EXPECT_THAT(answers_, ElementsAre(MeshCode::kOk));
+  EXPECT_THAT(commands_.starts, ElementsAre(3));
+}
+
+TEST_F(MeshCoreTest, ANodeThatHangsDelaysARequestForABoundedTime) {
+  nodes_[0].Stage(kNewVersion);
+  Request();
+  for (const std::uint32_t id : {0U, 1U, 2U}) core_->Reported(id, 1, nodes_[id].Info(), now_);
+  EXPECT_THAT(answers_, IsEmpty());
+  now_ += MeshCore::kRefresh;
+  core_->Tick(now_);
+  EXPECT_THAT(answers_, ElementsAre(MeshCode::kOk));
+}
+
+TEST_F(MeshCoreTest, NothingStagedIsAnsweredSo) {
+  Request();
+  Report(1);
+  EXPECT_THAT(answers_, ElementsAre(MeshCode::kNothingStaged));
+  EXPECT_FALSE(fs::exists(paths::kUpgradeProgress));
+}
+
+TEST_F(MeshCoreTest, ASecondRequestIsRefusedWhileOneIsPendingOrRuns) {
+  nodes_[0].Stage(kNewVersion);
+  Request();
+  Request();
+  EXPECT_THAT(answers_, ElementsAre(MeshCode::kUpdateRunning));
+  Report(1);
+  Request();
+  EXPECT_THAT(answers_,
+              ElementsAre(MeshCode::kUpdateRunning, MeshCode::kOk, MeshCode::kUpdateRunning));
+}
+
+TEST_F(MeshCoreTest, NoUpdateBeginsThatCannotBeSaved) {
+  nodes_[0].Stage(kNewVersion);
+  fs::remove_all(kFolder);
+  Request();
+  Report(1);
+  EXPECT_THAT(answers_, ElementsAre(MeshCode::kCannotSaveState));
+  EXPECT_THAT(commands_.starts, IsEmpty());
+  EXPECT_EQ(core_->Record().state, UpdateState::kNone);
+}
+
+TEST_F(MeshCoreTest, ANodeIsOnDiskAsToldBeforeItIsTold) {
+  nodes_[3].Stage(kNewVersion);
+  Request();
+  Report(1);
+  EXPECT_THAT(commands_.starts, ElementsAre(3));
+  EXPECT_EQ(UpdateStore(kFolder).Load().nodes.at(0).stage, NodeStage::kStarting);
+}
+
+TEST_F(MeshCoreTest, AnUnreachableNodeIsToldAgainAtTheNextTickOnly) {
+  nodes_[3].Stage(kNewVersion);
+  Request();
+  Report(1);
+  core_->StartAnswered(3, {}, now_);
+  EXPECT_THAT(commands_.starts, ElementsAre(3));
+  core_->Tick(now_ += 1s);
+  EXPECT_THAT(commands_.starts, ElementsAre(3, 3));
+}
+
+TEST_F(MeshCoreTest, TheUpgradeFileFollowsTheUpdateFromBeginToEnd) {
+  nodes_[3].Stage(kNewVersion);
+  Request();
+  Report(1);
+  EXPECT_TRUE(FileSays("upgrading", "0"));
+  core_->StartAnswered(3, nodes_[3].Start(), now_);
+  nodes_[3].Report("updating_programs", 100);
+  Report(1);
+  EXPECT_TRUE(FileSays("upgrading", "60"));
+  // The request writes its own word late.
+  KLIBCFileSetKeyValue(paths::kUpgradeProgress, "percent", "0", 0);
+  core_->Tick(now_);
+  EXPECT_TRUE(FileSays("upgrading", "60"));
+  nodes_[3].Boot(kNewVersion);
+  Report(1);
+  EXPECT_TRUE(FileSays("finished", "100"));
+}
+
+TEST_F(MeshCoreTest, TheCapsOwnRestartInTheMiddle) {
+  nodes_[0].Stage(kNewVersion);
+  Request();
+  Report(1);
+  EXPECT_THAT(commands_.starts, ElementsAre(0));
+  core_->StartAnswered(0, nodes_[0].Start(), now_);
+  nodes_[0].Report("reboot");
+  Report(1);
+  // The new boot: /tmp is empty, the service new.
+  fs::remove(paths::kUpgradeProgress);
+  nodes_[0].Boot(kNewVersion);
+  Restart();
+  core_->Tick(now_);
+  EXPECT_TRUE(FileSays("upgrading", "70"));
+  Report(0);
+  EXPECT_TRUE(FileSays("finished", "100"));
+  EXPECT_EQ(core_->Record().state, UpdateState::kFinished);
+}
+
+}  // namespace
+}  // namespace kalo::meshd

@@ -1,0 +1,64 @@
+#include "services/meshd/node_report.h"
+
+#include <gtest/gtest.h>
+
+#include "services/meshd/strict_json.h"
+
+namespace kalo::meshd {
+namespace {
+
+Json::Value Info() {
+  return ParseStrictJson(R"({"node_id":2,"name":"attic","unique":"kalo_sat1",
+    "version":"VXM 1.4.0-76000","build":76000,"nano":0,"boot_id":"ab","staged_version":"",
+    "staged_build":0,"staged_nano":0,"install":{"step":"updating_programs","percent":40,
+    "version":"VXM 1.4.0-76010","errno":0,"err_desc":"","err_msg":""}})");
+}
+
+TEST(NodeReport, ReadsWhatANodeSays) {
+  const auto report = ParseNodeReport(Info());
+  ASSERT_TRUE(report);
+  EXPECT_EQ(report->node_id, 2U);
+  EXPECT_EQ(report->name, "attic");
+  EXPECT_EQ(report->unique, "kalo_sat1");
+  EXPECT_EQ(report->build, 76000);
+  EXPECT_EQ(report->install.step, "updating_programs");
+  EXPECT_EQ(report->install.percent, 40);
+}
+
+TEST(NodeReport, AnyMissingKeyMakesItUnreadable) {
+  for (const char* key : {"node_id", "name", "unique", "version", "build", "nano", "boot_id",
+                          "staged_version", "install"}) {
+    Json::Value info = Info();
+    info.removeMember(key);
+    EXPECT_FALSE(ParseNodeReport(info)) << key;
+    info[key] = Json::arrayValue;
+    EXPECT_FALSE(ParseNodeReport(info)) << key;
+  }
+  EXPECT_FALSE(ParseNodeReport(Json::Value()));
+  EXPECT_FALSE(ParseNodeReport(Json::Value("text")));
+}
+
+TEST(NodeReport, ANodeWithoutVersionOrBootIdIsUnreadable) {
+  for (const char* key : {"version", "boot_id"}) {
+    Json::Value info = Info();
+    info[key] = "";
+    EXPECT_FALSE(ParseNodeReport(info)) << key;
+  }
+}
+
+TEST(NodeReport, NoInstallationIsTheStepNone) {
+  Json::Value info = Info();
+  info["install"]["step"] = "";
+  EXPECT_EQ(ParseNodeReport(info)->install.step, "none");
+}
+
+TEST(NodeReport, APercentageOutsideItsRangeIsBounded) {
+  Json::Value info = Info();
+  info["install"]["percent"] = 400;
+  EXPECT_EQ(ParseNodeReport(info)->install.percent, 100);
+  info["install"]["percent"] = -4;
+  EXPECT_EQ(ParseNodeReport(info)->install.percent, 0);
+}
+
+}  // namespace
+}  // namespace kalo::meshd

@@ -1,0 +1,169 @@
+#include "services/meshd/state_file_keeper.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "host/core/unique_fd.h"
+#include "platform/core/key_value.h"
+#include "platform/paths.h"
+
+namespace kalo::meshd {
+namespace {
+
+namespace fs = std::filesystem;
+namespace paths = KALO::paths;
+
+std::string Value(const char* path, const char* key) {
+  std::array<char, 8192> value{};
+  return KLIBCFileGetKeyValue(path, key, value.data(), value.size(), 0) > 0 ? value.data() : "";
+}
+
+void Write(const char* path, const std::string& text) {
+  std::ofstream(path) << text;
+}
+
+// Another process's lock; flock goes by open file, so another descriptor stands for it.
+UniqueFd Hold(const char* path) {
+  UniqueFd file(open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  EXPECT_EQ(flock(file.Get(), LOCK_EX | LOCK_NB), 0) << path;
+  return file;
+}
+
+UpdateRecord Record(UpdateState state, int total = 0) {
+  UpdateRecord record;
+  record.state = state;
+  record.total = total;
+  return record;
+}
+
+class StateFileKeeperTest : public ::testing::Test {
+ protected:
+  StateFileKeeperTest() {
+    for (const char* path : {paths::kUpgradeProgress, paths::kDownloadProgress, paths::kPatchLock,
+                             paths::kEqualUpdatePid}) {
+      fs::remove(path);
+    }
+  }
+
+  void ExpectFile(const std::string& step, const std::string& percent) {
+    EXPECT_EQ(Value(paths::kUpgradeProgress, "step"), step);
+    EXPECT_EQ(Value(paths::kUpgradeProgress, "percent"), percent);
+  }
+
+  StateFileKeeper keeper_;
+};
+
+TEST_F(StateFileKeeperTest, WritesTheFileOfARunningUpdate) {
+  keeper_.Keep(Record(UpdateState::kRunning, 30));
+  ExpectFile("upgrading", "30");
+}
+
+TEST_F(StateFileKeeperTest, RestoresWhatOthersWroteWhileAnUpdateRuns) {
+  for (const char* text : {"step=upgrading\npercent=0\n", "step=ready_upgrade\npercent=100\n",
+                           "step=upgrading\n", "percent=5\n", "", "step=upgrading\npercent=x\n"}) {
+    Write(paths::kUpgradeProgress, text);
+    keeper_.Keep(Record(UpdateState::kRunning, 30));
+    ExpectFile("upgrading", "30");
+  }
+}
+
+TEST_F(StateFileKeeperTest, KeepsOtherKeysOfTheFile) {
+  Write(paths::kUpgradeProgress, "note=mine\nstep=none\npercent=1\n");
+  keeper_.Keep(Record(UpdateState::kRunning, 30));
+  EXPECT_EQ(Value(paths::kUpgradeProgress, "note"), "mine");
+}
+
+TEST_F(StateFileKeeperTest, WritesNothingWhenNothingChanged) {
+  keeper_.Keep(Record(UpdateState::kRunning, 30));
+  struct stat before {};
+  ASSERT_EQ(stat(paths::kUpgradeProgress, &before), 0);
+  keeper_.Keep(Record(UpdateState::kRunning, 30));
+  struct stat after {};
+  ASSERT_EQ(stat(paths::kUpgradeProgress, &after), 0);
+  EXPECT_EQ(before.st_ino, after.st_ino);
+}
+
+TEST_F(StateFileKeeperTest, EndsAFinishedUpdate) {
+  Write(paths::kUpgradeProgress, "step=upgrading\npercent=99\n");
+  Write(paths::kDownloadProgress, "step=downloading\npercent=10\n");
+  keeper_.Keep(Record(UpdateState::kFinished, 100));
+  ExpectFile("finished", "100");
+  EXPECT_FALSE(fs::exists(paths::kDownloadProgress));
+}
+
+TEST_F(StateFileKeeperTest, EndsAFailedUpdate) {
+  Write(paths::kUpgradeProgress, "step=upgrading\npercent=99\n");
+  Write(paths::kDownloadProgress, "step=finished\npercent=100\n");
+  keeper_.Keep(Record(UpdateState::kFailed, 60));
+  ExpectFile("failed", "0");
+  EXPECT_FALSE(fs::exists(paths::kDownloadProgress));
+}
+
+TEST_F(StateFileKeeperTest, EndsAnUpdateThatNobodyKnows) {
+  Write(paths::kUpgradeProgress, "step=upgrading\npercent=0\n");
+  keeper_.Keep(Record(UpdateState::kNone));
+  ExpectFile("failed", "0");
+}
+
+// The request writes "upgrading" when the update may be over already.
+TEST_F(StateFileKeeperTest, EndsAnUpdateThatWasOverBeforeTheRequestWroteUpgrading) {
+  keeper_.Keep(Record(UpdateState::kRunning, 50));
+  keeper_.Keep(Record(UpdateState::kFinished, 100));
+  ExpectFile("finished", "100");
+  Write(paths::kUpgradeProgress, "step=upgrading\npercent=0\n");
+  keeper_.Keep(Record(UpdateState::kFinished, 100));
+  ExpectFile("finished", "100");
+}
+
+TEST_F(StateFileKeeperTest, LeavesEveryOtherWordAlone) {
+  for (const char* step : {"ready_upgrade", "finished", "failed", "none", "upgrading_soon"}) {
+    Write(paths::kUpgradeProgress, std::string("step=") + step + "\npercent=7\n");
+    Write(paths::kDownloadProgress, "step=downloading\npercent=10\n");
+    keeper_.Keep(Record(UpdateState::kFinished, 100));
+    ExpectFile(step, "7");
+    EXPECT_TRUE(fs::exists(paths::kDownloadProgress));
+  }
+}
+
+TEST_F(StateFileKeeperTest, MakesNoFileWhenNoUpdateRuns) {
+  keeper_.Keep(Record(UpdateState::kFailed));
+  EXPECT_FALSE(fs::exists(paths::kUpgradeProgress));
+  EXPECT_FALSE(fs::exists(paths::kEqualUpdatePid));
+}
+
+TEST_F(StateFileKeeperTest, TheEqualUpdateEndsItsOwnFile) {
+  Write(paths::kUpgradeProgress, "step=upgrading\npercent=20\n");
+  {
+    const UniqueFd held = Hold(paths::kEqualUpdatePid);
+    keeper_.Keep(Record(UpdateState::kFinished, 100));
+    ExpectFile("upgrading", "20");
+  }
+  keeper_.Keep(Record(UpdateState::kFinished, 100));
+  ExpectFile("finished", "100");
+}
+
+TEST_F(StateFileKeeperTest, AHeldPatchLockProtectsTheDownloadsFile) {
+  Write(paths::kUpgradeProgress, "step=upgrading\npercent=20\n");
+  Write(paths::kDownloadProgress, "step=downloading\npercent=10\n");
+  const UniqueFd held = Hold(paths::kPatchLock);
+  keeper_.Keep(Record(UpdateState::kFinished, 100));
+  ExpectFile("finished", "100");
+  EXPECT_TRUE(fs::exists(paths::kDownloadProgress));
+}
+
+TEST_F(StateFileKeeperTest, LeavesThePatchLockFree) {
+  Write(paths::kUpgradeProgress, "step=upgrading\npercent=20\n");
+  keeper_.Keep(Record(UpdateState::kFinished, 100));
+  EXPECT_TRUE(Hold(paths::kPatchLock));
+}
+
+}  // namespace
+}  // namespace kalo::meshd

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <curl/curl.h>
+#include <json/value.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kalo::test {
+
+/// What came back. Status 0: no answer at all.
+struct HttpAnswer {
+  long status = 0;
+  std::string body;
+  std::map<std::string, std::string> headers;  ///< names in small letters
+
+  /// @return the body as JSON; null when it is none.
+  [[nodiscard]] Json::Value Envelope() const;
+  /// @return the error's code in the envelope; 0 for a success, -1 without an envelope.
+  [[nodiscard]] int Code() const;
+  [[nodiscard]] Json::Value Data() const;
+};
+
+/// One part of a multipart form.
+struct FormPart {
+  std::string name;
+  std::string data;
+  std::string file_name;  ///< empty: a field
+};
+
+/// A client of one server, with what it learned when it signed in.
+class HttpClient {
+ public:
+  /// @param host name in the server's certificate; the address is 127.0.0.1
+  /// @param authority PEM file
+  HttpClient(std::string host, int port, std::string authority);
+
+  /// Signs in with each request from now on.
+  void SetSession(std::string cookie, std::string token);
+  /// PEM files of a client certificate.
+  void SetCertificate(std::string certificate, std::string key);
+
+  [[nodiscard]] HttpAnswer Get(const std::string& path);
+  /// Posts to /webapi/<row>.
+  [[nodiscard]] HttpAnswer Post(const std::string& row, const std::string& body = "{}",
+                                const std::string& type = "application/json");
+  [[nodiscard]] HttpAnswer PostForm(const std::string& row, const std::vector<FormPart>& parts);
+  /// Signs in and keeps cookie and token.
+  [[nodiscard]] HttpAnswer Login(const std::string& user, const std::string& password);
+
+  std::string cookie;
+  std::string token;
+
+ private:
+  struct Cleanup {
+    void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+  };
+  using Handle = std::unique_ptr<CURL, Cleanup>;
+  [[nodiscard]] Handle Prepare(const std::string& path) const;
+  [[nodiscard]] HttpAnswer Perform(const Handle& handle, std::vector<std::string> headers) const;
+
+  std::string host_;
+  int port_;
+  std::string authority_;
+  std::string certificate_;
+  std::string key_;
+};
+
+}  // namespace kalo::test
