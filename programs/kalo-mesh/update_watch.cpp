@@ -61,6 +61,10 @@ void UpdateWatch::Take(const NodeView& node) {
   if (found == results_.end()) return;
   latest_[node.id] = node;
   NodeResult& result = found->second;
+  // What is staged may be known only since the service asked the nodes anew, at the start.
+  if (result.wanted.empty() && node.online && node.boot_id == result.before.boot_id) {
+    result.wanted = node.staged_version;
+  }
   if (!node.version.empty()) result.version = node.version;
   if (!node.boot_id.empty()) result.boot_id = node.boot_id;
   result.error = node.error;
