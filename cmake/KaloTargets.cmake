@@ -12,7 +12,9 @@ include_directories(${CMAKE_SOURCE_DIR})
 
 find_program(CCACHE ccache)
 if(CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+  # Paths relative to the checkout, so that another checkout finds what this one compiled.
+  set(CMAKE_CXX_COMPILER_LAUNCHER
+      ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} CCACHE_NOHASHDIR=1 ${CCACHE})
 endif()
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Werror)
