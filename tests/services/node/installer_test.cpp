@@ -1,0 +1,119 @@
+#include "services/node/installer.h"
+
+#include <sys/mount.h>
+
+#include <gmock/gmock.h>
+
+#include "platform/paths.h"
+#include "services/node/boot_result.h"
+#include "services/node/error_codes.h"
+#include "services/node/slots.h"
+#include "tests/services/node/support.h"
+
+namespace kalo::node {
+namespace {
+namespace fs = std::filesystem;
+
+const fs::path kFolder = KALO::paths::kSlots;
+
+class Installing : public NodeTest {
+ protected:
+  void StageNext(const std::string& version = kNext) {
+    Stage(MakePatch(version), {kModel, version, 76010, 0}, "");
+  }
+  static void ExpectOldVersionStays() {
+    EXPECT_EQ(slots::ActiveSlot(), kFolder / "a");
+    EXPECT_EQ(slots::ReadState().trial, slots::Trial::kNone);
+  }
+};
+
+TEST_F(Installing, WritesTheOtherSlotAndMakesItTheNextBoots) {
+  StageNext();
+  ASSERT_TRUE(Installer().Run());
+  EXPECT_EQ(ReadInstallReport().step, "reboot");
+  EXPECT_EQ(ReadInstallReport().version, kNext);
+  EXPECT_LT(ReadInstallReport().percent, 100);
+  EXPECT_EQ(slots::ActiveSlot(), kFolder / "b");
+  EXPECT_EQ(fs::file_size(kFolder / "b/share/filler"), 1U << 20U);
+  EXPECT_EQ(fs::status(kFolder / "b/sbin/webapid").permissions(), fs::perms(0755));
+  EXPECT_THAT(ReadText(kFolder / "b/VERSION"), testing::HasSubstr(kNext));
+}
+
+TEST_F(Installing, AHealthyBootFinishesItAndDropsThePatch) {
+  StageNext();
+  ASSERT_TRUE(Installer().Run());
+  Boot();
+  EXPECT_EQ(ReadInstallReport().step, "none");
+  ConfirmBoot();
+  EXPECT_EQ(ReadInstallReport().step, "finish");
+  EXPECT_EQ(ReadInstallReport().percent, 100);
+  EXPECT_FALSE(ReadStaged().has_value());
+  Boot();
+  ConfirmBoot();
+  EXPECT_EQ(ReadInstallReport().step, "none");
+  EXPECT_EQ(slots::ActiveSlot(), kFolder / "b");
+}
+
+TEST_F(Installing, ABootThatIsNotHealthyGoesBackAndSaysSo) {
+  StageNext();
+  ASSERT_TRUE(Installer().Run());
+  Boot();
+  EXPECT_TRUE(GiveUpBoot());
+  Boot();
+  ConfirmBoot();
+  EXPECT_EQ(slots::ActiveSlot(), kFolder / "a");
+  EXPECT_EQ(ReadInstallReport().step, "failed");
+  EXPECT_EQ(ReadInstallReport().err_msg, "the new version did not become healthy");
+  EXPECT_TRUE(ReadStaged().has_value());
+  EXPECT_FALSE(GiveUpBoot());
+}
+
+TEST_F(Installing, NothingStagedFails) {
+  EXPECT_FALSE(Installer().Run());
+  EXPECT_EQ(ReadInstallReport().step, "failed");
+  EXPECT_EQ(ReadInstallReport().err_msg, "nothing is staged");
+  ExpectOldVersionStays();
+}
+
+TEST_F(Installing, APatchThatWasChangedOnTheStageFails) {
+  StageNext();
+  const fs::path staged = ReadStaged()->path;
+  std::string bytes = ReadText(staged);
+  bytes.at(bytes.size() / 2) ^= 1;
+  WriteText(staged, bytes);
+  EXPECT_FALSE(Installer().Run());
+  EXPECT_EQ(ReadInstallReport().step, "failed");
+  EXPECT_EQ(ReadInstallReport().error_number, error::kNotVerified);
+  ExpectOldVersionStays();
+}
+
+TEST_F(Installing, WithoutTheMakersKeyItFails) {
+  StageNext();
+  fs::remove(fs::path(KALO::paths::kPatchKeys) / "maker.pem");
+  EXPECT_FALSE(Installer().Run());
+  EXPECT_EQ(ReadInstallReport().error_number, error::kNotVerified);
+  ExpectOldVersionStays();
+}
+
+TEST_F(Installing, AFullDiskFailsAndTheNextRunSucceeds) {
+  StageNext();
+  fs::create_directory(kFolder / "b");
+  // The old slot and the state stay outside the small disk.
+  ASSERT_EQ(mount("tmpfs", (kFolder / "b").c_str(), "tmpfs", 0, "size=512k"), 0);
+  EXPECT_FALSE(Installer().Run());
+  ASSERT_EQ(umount((kFolder / "b").c_str()), 0);
+  EXPECT_EQ(ReadInstallReport().step, "failed");
+  ExpectOldVersionStays();
+  EXPECT_TRUE(Installer().Run());
+  EXPECT_EQ(slots::ActiveSlot(), kFolder / "b");
+}
+
+TEST_F(Installing, WhatAnEarlierRunLeftIsNotKept) {
+  WriteText(kFolder / "b/left/over", "x");
+  StageNext();
+  ASSERT_TRUE(Installer().Run());
+  EXPECT_FALSE(fs::exists(kFolder / "b/left"));
+}
+
+}  // namespace
+}  // namespace kalo::node

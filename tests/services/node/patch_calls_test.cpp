@@ -1,0 +1,132 @@
+#include "services/node/patch_calls.h"
+
+#include <gmock/gmock.h>
+
+#include "host/core/file_lock.h"
+#include "platform/paths.h"
+#include "services/node/error_codes.h"
+#include "services/node/node_info.h"
+#include "services/node/stage.h"
+#include "tests/services/node/support.h"
+
+namespace kalo::node {
+namespace {
+namespace fs = std::filesystem;
+
+class PatchCalls : public NodeTest {
+ protected:
+  KALO::APIResponse Upload(const std::string& path) {
+    Json::Value parameters(Json::objectValue);
+    parameters["patch_file"] = "next.pat";
+    if (!path.empty()) parameters["patch_file_tmp"] = path;
+    return Call(UploadPatch, parameters);
+  }
+  static KALO::APIResponse Call(void (*call)(const KALO::APIRequest&, KALO::APIResponse&),
+                                const Json::Value& parameters = Json::objectValue) {
+    const KALO::APIRequest request(parameters);
+    KALO::APIResponse response;
+    call(request, response);
+    return response;
+  }
+};
+
+TEST_F(PatchCalls, AnUploadIsVerifiedAndStaged) {
+  const std::string path = MakePatch(kNext);
+  const KALO::APIResponse response = Upload(path);
+  ASSERT_TRUE(response.IsSuccess()) << response.ErrorCode();
+  EXPECT_EQ(response.Data()["version"], kNext);
+  EXPECT_EQ(response.Data()["unique"], kModel);
+  EXPECT_EQ(response.Data()["build"], 76010);
+  EXPECT_EQ(response.Data()["nano"], 0);
+  ASSERT_TRUE(ReadStaged().has_value());
+  EXPECT_EQ(ReadStaged()->description.version, kNext);
+  EXPECT_FALSE(fs::exists(path));
+  EXPECT_EQ(fs::status(ReadStaged()->path).permissions(), fs::perms(0600));
+}
+
+TEST_F(PatchCalls, EveryRefusalHasItsNumberAndStagesNothing) {
+  EXPECT_EQ(Upload("").ErrorCode(), error::kNoFile);
+  EXPECT_EQ(Upload("/nowhere").ErrorCode(), error::kNotVerified);
+  EXPECT_EQ(Upload(MakePatch(kNext, "kalo_m2")).ErrorCode(), error::kOtherModel);
+  EXPECT_EQ(Upload(MakePatch(kRunning, kModel, 76000)).ErrorCode(), error::kNotNewer);
+  const std::string path = MakePatch(kNext);
+  std::string bytes = ReadText(path);
+  bytes.at(bytes.size() / 2) ^= 1;
+  WriteText(path, bytes);
+  EXPECT_EQ(Upload(path).ErrorCode(), error::kNotVerified);
+  EXPECT_FALSE(ReadStaged().has_value());
+}
+
+TEST_F(PatchCalls, ANewUploadReplacesTheStagedOne) {
+  ASSERT_TRUE(Upload(MakePatch(kNext)).IsSuccess());
+  ASSERT_TRUE(Upload(MakePatch("VXM 1.4.1-76020", kModel, 76020)).IsSuccess());
+  EXPECT_EQ(ReadStaged()->description.build, 76020);
+}
+
+TEST_F(PatchCalls, AnInstallationKeepsThemOut) {
+  const std::string path = MakePatch(kNext);
+  const auto installer = FileLock::TryTake(KALO::paths::kInstallLock);
+  EXPECT_EQ(Upload(path).ErrorCode(), error::kInstalling);
+  EXPECT_EQ(Call(CleanPatch).ErrorCode(), error::kInstalling);
+  EXPECT_TRUE(fs::exists(path));
+}
+
+TEST_F(PatchCalls, CleanDropsTheStagedPatchAndTheLocatorAndNothingElse) {
+  ASSERT_TRUE(Upload(MakePatch(kNext)).IsSuccess());
+  WriteText(KALO::paths::kFullPatchLocator, "{}");
+  WriteText(KALO::paths::kUpgradeProgress, "step=\"none\"\n");
+  WriteText("/volume1/@mesh_full/x", "x");
+  EXPECT_TRUE(Call(CleanPatch).IsSuccess());
+  EXPECT_FALSE(ReadStaged().has_value());
+  EXPECT_FALSE(fs::exists(KALO::paths::kFullPatchLocator));
+  EXPECT_TRUE(fs::exists(KALO::paths::kUpgradeProgress));
+  EXPECT_TRUE(fs::exists("/volume1/@mesh_full/x"));
+  EXPECT_TRUE(Call(CleanPatch).IsSuccess());
+}
+
+TEST_F(PatchCalls, NeverTakeThePatchLock) {
+  const auto main_router = FileLock::TryTake(KALO::paths::kPatchLock);
+  ASSERT_TRUE(main_router.has_value());
+  EXPECT_TRUE(Upload(MakePatch(kNext)).IsSuccess());
+  EXPECT_TRUE(Call(CleanPatch).IsSuccess());
+}
+
+TEST_F(PatchCalls, StartNeedsSomethingStaged) {
+  EXPECT_EQ(Call(StartInstall).ErrorCode(), error::kNothingStaged);
+}
+
+TEST_F(PatchCalls, StartWithoutAnInstallerIsAGeneralFailure) {
+  ASSERT_TRUE(Upload(MakePatch(kNext)).IsSuccess());
+  EXPECT_EQ(Call(StartInstall).ErrorCode(), error::kGeneral);
+}
+
+TEST_F(PatchCalls, StartTellsThatOneRuns) {
+  ASSERT_TRUE(Upload(MakePatch(kNext)).IsSuccess());
+  fs::create_symlink(KALO_INSTALL, KALO::paths::kInstallerProgram);
+  const auto installer = FileLock::TryTake(KALO::paths::kInstallLock);
+  EXPECT_EQ(Call(StartInstall).ErrorCode(), error::kInstalling);
+}
+
+TEST_F(PatchCalls, InfoTellsWhoTheNodeIsAndWhatIsStaged) {
+  ASSERT_TRUE(Upload(MakePatch(kNext)).IsSuccess());
+  const Json::Value info = NodeInfo();
+  EXPECT_EQ(info["node_id"], 3);
+  EXPECT_EQ(info["name"], "Attic");
+  EXPECT_EQ(info["unique"], kModel);
+  EXPECT_EQ(info["version"], kRunning);
+  EXPECT_EQ(info["build"], 76000);
+  EXPECT_EQ(info["boot_id"], "0123456789abcdef0123456789abcdef");
+  EXPECT_EQ(info["staged_version"], kNext);
+  EXPECT_EQ(info["install"]["step"], "none");
+}
+
+TEST_F(PatchCalls, ANodeThatDoesNotKnowItselfSaysSo) {
+  for (const char* path : {"/etc/kalo/node.conf", "/run/boot_id", "/usr/kalo/VERSION"}) {
+    SetUp();
+    fs::remove(path);
+    EXPECT_THROW(NodeInfo(), std::runtime_error) << path;
+  }
+}
+
+}  // namespace
+}  // namespace kalo::node
