@@ -1,6 +1,7 @@
 // private-root: runs one program in a private root of its own and ends with its exit status. The
 // root's files are gone afterwards.
 
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -44,6 +45,8 @@ int Run(std::vector<std::string>& command) {
   argv.reserve(command.size() + 1);
   for (std::string& word : command) argv.push_back(word.data());
   argv.push_back(nullptr);
+  // The root's own first process outlives bwrap by a moment and comes here.
+  prctl(PR_SET_CHILD_SUBREAPER, 1);
   const pid_t pid = fork();
   if (pid == 0) {
     execvp(argv[0], argv.data());
@@ -52,6 +55,7 @@ int Run(std::vector<std::string>& command) {
   }
   int status = 0;
   if (pid < 0 || waitpid(pid, &status, 0) != pid) return kCannotStart;
+  while (waitpid(-1, nullptr, 0) > 0) continue;
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 

@@ -1,6 +1,7 @@
 #include "box/commands/running_mesh.h"
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 
 #include <cerrno>
@@ -18,6 +19,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kTick{50};
 constexpr std::chrono::seconds kStopDeadline{15};
+constexpr std::chrono::seconds kReapDeadline{5};
 
 std::vector<std::string> Command(const Layout& layout, const RunningMesh::Options& options) {
   PrivateRoot root;
@@ -43,6 +45,8 @@ RunningMesh::RunningMesh(Layout layout, Options options, int listen_fd)
     : layout_(std::move(layout)),
       options_(std::move(options)),
       signals_({SIGTERM, SIGINT, SIGHUP, SIGCHLD}) {
+  // A box's own first process outlives bwrap by a moment: "down" is only true when it is gone too.
+  prctl(PR_SET_CHILD_SUBREAPER, 1);
   loop_.Add(signals_.Fd(), [this] { OnSignal(); });
   const UniqueFd log(open(layout_.Log().c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
   SpawnOptions spawn;
@@ -56,6 +60,10 @@ RunningMesh::RunningMesh(Layout layout, Options options, int listen_fd)
 
 RunningMesh::~RunningMesh() {
   Stop();
+  const auto end = std::chrono::steady_clock::now() + kReapDeadline;
+  while (waitpid(-1, nullptr, WNOHANG) >= 0 && std::chrono::steady_clock::now() < end) {
+    loop_.Turn(kTick);
+  }
   std::error_code ignored;
   fs::remove(layout_.LauncherControl(), ignored);
 }

@@ -24,9 +24,7 @@ void InstallFirstFirmware(const kalo::box::Layout& layout, int nodes) {
   }
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Run(int argc, char** argv) {
   CLI::App app("Runs the nodes of a mesh inside their common box");
   std::string state;
   std::string build;
@@ -39,12 +37,18 @@ int main(int argc, char** argv) {
   app.add_option("--tmp-mib", tmp_mib)->required();
   app.add_option("--listen-fd", listen_fd);
   CLI11_PARSE(app, argc, argv);
+  const kalo::box::Layout layout(state);
+  InstallFirstFirmware(layout, nodes);
+  const kalo::box::NodeBox::Setup setup{layout, build, tmp_mib << 20, listen_fd};
+  kalo::box::Launcher(setup, nodes).Run();
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
   try {
-    const kalo::box::Layout layout(state);
-    InstallFirstFirmware(layout, nodes);
-    const kalo::box::NodeBox::Setup setup{layout, build, tmp_mib << 20, listen_fd};
-    kalo::box::Launcher(setup, nodes).Run();
-    return 0;
+    return Run(argc, argv);
   } catch (const std::exception& e) {
     std::cerr << "kalo-box-launcher: " << e.what() << "\n";
     return 1;

@@ -31,6 +31,7 @@ pid_t Start(std::vector<std::string> argv, const std::vector<UniqueFd>& fds) {
       "PATH=/usr/kalo/sbin:/usr/kalo/bin:/usr/sbin:/usr/bin:/sbin:/bin", "HOME=/root",
       "LANG=C.UTF-8"};
   std::vector<char*> environment;
+  environment.reserve(variables.size() + 1);
   for (std::string& variable : variables) environment.push_back(variable.data());
   environment.push_back(nullptr);
   // Copies above 2, so that none is overwritten before it was used.

@@ -9,6 +9,8 @@
 #include <exception>
 #include <filesystem>
 #include <iostream>
+#include <stdexcept>
+#include <string>
 
 #include "box/layout.h"
 #include "box/node_init/boot_folders.h"
@@ -33,20 +35,23 @@ int Boot(int listen_fd) {
   return kalo::box::NodeInit(std::move(boot_id), listen_fd).Run();
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Run(int argc, char** argv) {
   CLI::App app("First process of a node's box");
   int listen_fd = -1;
   app.add_option("--listen-fd", listen_fd, "listening socket for the web API server");
   CLI11_PARSE(app, argc, argv);
   // It empties /tmp and /run and ends every process that it sees: never outside a box.
   if (getpid() != 1 || !std::filesystem::exists(kalo::box::kBoxFolder)) {
-    std::cerr << "node-init: only runs as the first process of a node's box\n";
-    return kCannotRun;
+    throw std::runtime_error("only runs as the first process of a node's box");
   }
+  return Boot(listen_fd);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
   try {
-    return Boot(listen_fd);
+    return Run(argc, argv);
   } catch (const std::exception& e) {
     std::cerr << "node-init: " << e.what() << "\n";
     return kCannotRun;

@@ -14,6 +14,7 @@
 #include "platform/core/file.h"
 #include "platform/core/process.h"
 #include "tests/host/core/support.h"
+#include "tests/support/wait.h"
 
 namespace kalo::test {
 namespace {
@@ -110,7 +111,7 @@ TEST_F(Locks, AKilledParentLeavesTheLockToItsChild) {
   parent.Kill();
   EXPECT_FALSE(IsFree());
   end.write_end.Reset();
-  EXPECT_TRUE(Eventually([this] { return IsFree(); }));
+  EXPECT_TRUE(WaitFor([this] { return IsFree(); }));
 }
 
 TEST_F(Locks, AKilledHolderFreesIt) {

@@ -13,6 +13,7 @@
 #include "host/core/file_lock.h"
 #include "platform/core/key_value.h"
 #include "tests/host/core/support.h"
+#include "tests/support/wait.h"
 
 namespace kalo::test {
 namespace {
@@ -96,7 +97,7 @@ TEST_F(KeyValueWriters, AKilledWriterLeavesTheOldOrTheNewFileAndNoLock) {
       return 1;
     });
     const std::string before = Get("a");
-    ASSERT_TRUE(Eventually([&] { return Get("a") != before; }));
+    ASSERT_TRUE(WaitFor([&] { return Get("a") != before; }));
     writer.Kill();
     const std::string found = Get("a");
     ASSERT_TRUE(found == old || found == young);

@@ -75,7 +75,4 @@ struct Pipe {
   UniqueFd write_end;
 };
 
-/// @return whether the condition became true within ten seconds.
-[[nodiscard]] bool Eventually(const std::function<bool()>& condition);
-
 }  // namespace kalo::test

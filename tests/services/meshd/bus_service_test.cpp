@@ -18,6 +18,7 @@
 #include "platform/paths.h"
 #include "tests/host/mesh/private_bus.h"
 #include "tests/services/meshd/fake_node.h"
+#include "tests/support/wait.h"
 
 namespace kalo::meshd {
 namespace {
@@ -25,18 +26,10 @@ namespace {
 using namespace std::chrono_literals;
 using KALO::MESH::SDK::Client::MeshClientFactory;
 using mesh::MeshCode;
+using test::WaitFor;
 
 constexpr const char* kFolder = "/var/lib/kalo/bus-test";
 constexpr int kSkip = 77;
-
-bool WaitFor(const std::function<bool()>& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + 20s;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(5ms);
-  }
-  return true;
-}
 
 MeshServiceOptions Fast() {
   MeshServiceOptions options;

@@ -7,12 +7,10 @@
 #include <unistd.h>
 
 #include <array>
-#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <thread>
 
 #include "host/core/spawn.h"
 #include "host/core/unique_fd.h"
@@ -20,6 +18,7 @@
 #include "platform/mesh/client.h"
 #include "platform/paths.h"
 #include "tests/host/mesh/private_bus.h"
+#include "tests/support/wait.h"
 
 namespace kalo {
 namespace {
@@ -82,13 +81,10 @@ class MeshdProgram : public ::testing::Test {
   }
 
   static bool WaitUntilServed() {
-    const auto deadline = std::chrono::steady_clock::now() + 20s;
-    while (std::chrono::steady_clock::now() < deadline) {
+    return test::WaitFor([] {
       const auto status = MeshClientFactory::GetClient()->GetMeshSystemStatus();
-      if (status.code == 0 && !status.syncing) return true;
-      std::this_thread::sleep_for(10ms);
-    }
-    return false;
+      return status.code == 0 && !status.syncing;
+    });
   }
 };
 

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "tests/services/webapid/wait_until.h"
+#include "tests/support/wait.h"
 
 namespace kalo::test {
 namespace {
@@ -46,7 +46,7 @@ void LogSocket::Receive() {
 }
 
 bool LogSocket::WaitFor(const std::string& text) {
-  return WaitUntil([&] {
+  return WaitFor([&] {
     const std::lock_guard lock(mutex_);
     return std::any_of(lines_.begin(), lines_.end(), [&](const std::string& line) {
       return line.find(text) != std::string::npos;

@@ -13,7 +13,7 @@
 #include "host/core/spawn.h"
 #include "host/core/unique_fd.h"
 #include "host/webapi/strict_json.h"
-#include "tests/services/webapid/wait_until.h"
+#include "tests/support/wait.h"
 
 namespace kalo::test {
 namespace {
@@ -127,7 +127,7 @@ void ServerTest::Start(const std::vector<std::string>& arguments, int pass_fd) {
   options.pass_fd = pass_fd;
   server_ = Spawn(argv, options);
   ASSERT_GT(server_, 0);
-  ASSERT_TRUE(WaitUntil([] { return Answers(kAdminPort) && Answers(kMeshPort); }));
+  ASSERT_TRUE(WaitFor([] { return Answers(kAdminPort) && Answers(kMeshPort); }));
 }
 
 int ServerTest::Stop(int signal) {

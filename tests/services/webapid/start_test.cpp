@@ -10,7 +10,7 @@
 #include "host/core/spawn.h"
 #include "host/core/unique_fd.h"
 #include "tests/services/webapid/server_fixture.h"
-#include "tests/services/webapid/wait_until.h"
+#include "tests/support/wait.h"
 
 namespace kalo::test {
 namespace {
@@ -88,7 +88,7 @@ TEST_F(StartUp, RecoveryProgramsRunAtTheStartAndAfterForks) {
   const std::size_t before = count();
   HttpClient client = SignedIn();
   EXPECT_EQ(Call(client, "fork_return").Code(), 0);
-  EXPECT_TRUE(WaitUntil([&] { return count() > before; }));
+  EXPECT_TRUE(WaitFor([&] { return count() > before; }));
 }
 
 UniqueFd ListenAnywhere(int& port) {

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "tests/services/webapid/server_fixture.h"
-#include "tests/services/webapid/wait_until.h"
+#include "tests/support/wait.h"
 
 namespace kalo::test {
 namespace {
@@ -112,7 +112,7 @@ struct CutUpload {
   bool begun = false;
   static std::size_t Read(char* buffer, std::size_t one, std::size_t count, void* self) {
     auto& cut = *static_cast<CutUpload*>(self);
-    if (cut.begun && WaitUntil([] { return !fs::is_empty(kUploads); })) return CURL_READFUNC_ABORT;
+    if (cut.begun && WaitFor([] { return !fs::is_empty(kUploads); })) return CURL_READFUNC_ABORT;
     cut.begun = true;
     const std::size_t size = std::min<std::size_t>(one * count, 65536);
     std::memset(buffer, 'x', size);
@@ -143,7 +143,7 @@ TEST_F(Uploads, AHalfUploadIsRemovedWhenTheClientGoesAway) {
     EXPECT_EQ(curl_easy_perform(handle.get()), CURLE_ABORTED_BY_CALLBACK);
     curl_slist_free_all(headers);
   }
-  EXPECT_TRUE(WaitUntil([] { return fs::is_empty(kUploads); }));
+  EXPECT_TRUE(WaitFor([] { return fs::is_empty(kUploads); }));
 }
 
 }  // namespace

@@ -9,7 +9,7 @@
 
 #include "host/core/unique_fd.h"
 #include "tests/services/webapid/server_fixture.h"
-#include "tests/services/webapid/wait_until.h"
+#include "tests/support/wait.h"
 
 namespace kalo::test {
 namespace {
@@ -41,7 +41,7 @@ class Workers : public ServerTest {
       held.push_back(std::async(std::launch::async,
                                 [client = Copy()]() mutable { return Call(client, "hold"); }));
     }
-    EXPECT_TRUE(WaitUntil([count] {
+    EXPECT_TRUE(WaitFor([count] {
       return std::count_if(std::filesystem::directory_iterator("/run"),
                            std::filesystem::directory_iterator(), [](const auto& entry) {
                              const std::string name = entry.path().filename();
@@ -122,26 +122,26 @@ TEST_F(Workers, AWorkerWhoseRequestForkedServesNoOther) {
   const int before = Call(client_, "pid").Data().asInt();
   EXPECT_EQ(Call(client_, "fork_return").Code(), 0);
   EXPECT_NE(Call(client_, "pid").Data().asInt(), before);
-  EXPECT_TRUE(WaitUntil([before] { return kill(before, 0) != 0; }));
+  EXPECT_TRUE(WaitFor([before] { return kill(before, 0) != 0; }));
 }
 
 TEST_F(Workers, ALockLivesAsLongAsTheChildThatOwnsIt) {
   const int child = Call(client_, "fork_lock").Data().asInt();
-  ASSERT_TRUE(WaitUntil([] { return std::filesystem::exists("/run/template.child"); }));
+  ASSERT_TRUE(WaitFor([] { return std::filesystem::exists("/run/template.child"); }));
   EXPECT_EQ(Call(client_, "fork_lock").Code(), 117);  // busy
   EXPECT_FALSE(LockIsFree());
   kill(child, SIGKILL);
-  EXPECT_TRUE(WaitUntil(LockIsFree));
+  EXPECT_TRUE(WaitFor(LockIsFree));
 }
 
 TEST_F(Workers, AForkThatFailsFreesTheLockToo) {
   EXPECT_EQ(Call(client_, "fork_lock_fails").Data().asString(), "no child");
-  EXPECT_TRUE(WaitUntil(LockIsFree));
+  EXPECT_TRUE(WaitFor(LockIsFree));
 }
 
 TEST_F(Workers, AChildHoldsNoSocketOfTheServer) {
   EXPECT_EQ(Call(client_, "fork_descriptors").Code(), 0);
-  ASSERT_TRUE(WaitUntil([] { return std::filesystem::exists("/run/template.descriptors"); }));
+  ASSERT_TRUE(WaitFor([] { return std::filesystem::exists("/run/template.descriptors"); }));
   std::string list = ReadTestFile("/run/template.descriptors");
   EXPECT_EQ(list.find("\n3 socket:"), std::string::npos) << list;
   EXPECT_EQ(list.find("eventpoll"), std::string::npos) << list;
