@@ -1,7 +1,6 @@
 // What an owner of a mesh goes through, on a real one: four nodes with their servers, their buses
 // and the mesh service. Node 3 hangs on node 2, which hangs on node 0, the CAP.
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -11,8 +10,6 @@
 
 namespace kalo::journeys {
 namespace {
-
-using testing::HasSubstr;
 
 class Journey : public testing::Test {
  protected:
@@ -38,7 +35,7 @@ TEST_F(Journey, APatchForEachModelUpgradesEveryNode) {
   const Answer upload = mesh_.Upload({Patch("kalo_m1", 76010), Patch("kalo_m2", 76010)});
   ASSERT_EQ(upload.status, 0) << upload.text;
   EXPECT_EQ(upload.data["version"], kNext);
-  EXPECT_EQ(mesh_.Node(3)["staged_version"], kNext);
+  EXPECT_TRUE(mesh_.WaitForStaged(3, kNext));
   StartAndWait();
   ExpectAllRun(kNext);
   EXPECT_NE(mesh_.Node(3)["boot_id"].asString(), boot);
@@ -66,9 +63,7 @@ TEST_F(Journey, ANodeThatRefusesThePatchDoesNotKeepItFromTheOthers) {
   EXPECT_EQ(upload.status, 3) << upload.text;
   EXPECT_EQ(upload.Code(), 5221);
   for (const int node : {0, 2, 3}) {
-    EXPECT_TRUE(test::WaitFor([&] { return mesh_.Node(node)["staged_version"] == kNext; },
-                              MeshBox::kDeadline))
-        << node;
+    EXPECT_TRUE(mesh_.WaitForStaged(node, kNext)) << node;
   }
   EXPECT_EQ(mesh_.Node(1)["staged_version"], "");
 }
@@ -80,7 +75,7 @@ TEST_F(Journey, AFullDiskIsTheNodesOwnError) {
   EXPECT_NE(upload.Code(), 0);
   mesh_.Event(2, "free-disk");
   mesh_.UploadNext();
-  EXPECT_EQ(mesh_.Node(2)["staged_version"], kNext);
+  EXPECT_TRUE(mesh_.WaitForStaged(2, kNext));
 }
 
 TEST_F(Journey, PatchesOfDifferentVersionsAreRefused) {

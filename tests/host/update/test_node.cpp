@@ -5,10 +5,9 @@
 #include <netinet/in.h>
 
 #include <algorithm>
-#include <array>
 #include <cctype>
-#include <cstring>
 #include <stdexcept>
+#include <string_view>
 
 namespace kalo::test {
 namespace {
@@ -35,8 +34,9 @@ bool HasCertificate(MHD_Connection* connection) {
 // Sends a little, then breaks off.
 ssize_t HalfBody(void* /*state*/, std::uint64_t position, char* buffer, std::size_t /*room*/) {
   if (position > 0) return MHD_CONTENT_READER_END_WITH_ERROR;
-  std::memcpy(buffer, "{\"success\":", 11);
-  return 11;
+  constexpr std::string_view kBeginning = "{\"success\":";
+  std::copy(kBeginning.begin(), kBeginning.end(), buffer);
+  return static_cast<ssize_t>(kBeginning.size());
 }
 
 }  // namespace

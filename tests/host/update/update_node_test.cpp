@@ -21,6 +21,7 @@ Client::NodeInfo Info(const std::string& address) {
 
 std::vector<std::int32_t> Ids(const std::vector<UpdateNode>& nodes) {
   std::vector<std::int32_t> ids;
+  ids.reserve(nodes.size());
   for (const UpdateNode& node : nodes) ids.push_back(node.GetNodeID());
   return ids;
 }

@@ -139,6 +139,15 @@ Json::Value MeshBox::Node(int id) const {
   return {};
 }
 
+bool MeshBox::WaitForStaged(int node, const std::string& version) const {
+  return test::WaitFor(
+      [&] {
+        const Json::Value known = Node(node);
+        return known.isObject() && known["staged_version"] == version;
+      },
+      kDeadline);
+}
+
 std::string MeshBox::RunningVersion(int node) const {
   const std::string text = Exec(node, {"cat", "/usr/kalo/VERSION"}).out;
   const std::string key = "version=\"";

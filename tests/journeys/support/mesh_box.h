@@ -47,6 +47,9 @@ class MeshBox {
 
   /// @return what the mesh says of a node; null when it says nothing.
   [[nodiscard]] Json::Value Node(int id) const;
+  /// @return whether the mesh came to know, before the deadline, that this version lies on the
+  /// node.
+  [[nodiscard]] bool WaitForStaged(int node, const std::string& version) const;
   /// @return the version that really runs there, read from the node itself.
   [[nodiscard]] std::string RunningVersion(int node) const;
   /// @return the status of version 2; null when there is none now.

@@ -78,7 +78,7 @@ TEST_F(VerifyPatchTest, BytesBehindTheEndAreFound) {
   EXPECT_EQ(Verify(good + test::TarBytes({{.name = "payload/more", .data = "x"}})).outcome,
             VerifyOutcome::kNotAPatch);
   EXPECT_EQ(Verify(good + std::string(1024UL * 1024, '\0')).outcome, VerifyOutcome::kNotAPatch);
-  EXPECT_TRUE(Verify(good + std::string(9 * 512, '\0')).IsValid()) << "an archiver's padding";
+  EXPECT_TRUE(Verify(good + std::string(9UL * 512, '\0')).IsValid()) << "an archiver's padding";
 }
 
 TEST_F(VerifyPatchTest, WithoutAKeyNothingIsValid) {
