@@ -26,7 +26,7 @@ struct Result {
   std::string err;
 };
 
-Result Run(std::vector<std::string> arguments) {
+Result RunProgram(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), KALO_MESH);
   const UniqueFd out(open("/tmp/out", O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
   const UniqueFd err(open("/tmp/err", O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
@@ -39,30 +39,31 @@ Result Run(std::vector<std::string> arguments) {
 }
 
 TEST(KaloMesh, HelpEndsWithSuccessAndNamesEveryCommand) {
-  const Result result = Run({"--help"});
+  const Result result = RunProgram({"--help"});
   EXPECT_EQ(result.status, kOk);
   for (const char* command : {"login", "status", "progress", "upload", "start", "nodes"}) {
     EXPECT_THAT(result.out, testing::HasSubstr(command));
-    EXPECT_EQ(Run({command, "--help"}).status, kOk) << command;
+    EXPECT_EQ(RunProgram({command, "--help"}).status, kOk) << command;
   }
 }
 
 TEST(KaloMesh, WrongUsageEndsWith2) {
-  EXPECT_EQ(Run({}).status, kUsage);
-  EXPECT_EQ(Run({"dance"}).status, kUsage);
-  EXPECT_EQ(Run({"upload"}).status, kUsage);
-  EXPECT_EQ(Run({"login", "--server", "http://x", "--ca", "/x"}).status, kUsage);
+  EXPECT_EQ(RunProgram({}).status, kUsage);
+  EXPECT_EQ(RunProgram({"dance"}).status, kUsage);
+  EXPECT_EQ(RunProgram({"upload"}).status, kUsage);
+  EXPECT_EQ(RunProgram({"login", "--server", "http://x", "--ca", "/x"}).status, kUsage);
 }
 
 TEST(KaloMesh, WithoutASessionItSaysWhatToDo) {
-  const Result result = Run({"--session", "/tmp/none.json", "status"});
+  const Result result = RunProgram({"--session", "/tmp/none.json", "status"});
   EXPECT_EQ(result.status, kFailed);
   EXPECT_THAT(result.err, testing::HasSubstr("kalo-mesh login"));
 }
 
 TEST(KaloMesh, AServerThatIsNotThereEndsWith4) {
   SaveSession("/tmp/session.json", {"https://127.0.0.1:1", "/etc/hostname", "c", "t"});
-  const Result result = Run({"--session", "/tmp/session.json", "--connect-timeout", "0", "nodes"});
+  const Result result =
+      RunProgram({"--session", "/tmp/session.json", "--connect-timeout", "0", "nodes"});
   EXPECT_EQ(result.status, kNotReachable) << result.err;
   EXPECT_THAT(result.err, testing::HasSubstr("https://127.0.0.1:1"));
 }
@@ -70,9 +71,11 @@ TEST(KaloMesh, AServerThatIsNotThereEndsWith4) {
 TEST(KaloMesh, PatchesAreNamedByTheirModel) {
   SaveSession("/tmp/session.json", {"https://127.0.0.1:1", "/x", "c", "t"});
   for (const char* word : {"file.pat", "=file.pat", "kalo_m1="}) {
-    EXPECT_EQ(Run({"--session", "/tmp/session.json", "upload", word}).status, kUsage) << word;
+    EXPECT_EQ(RunProgram({"--session", "/tmp/session.json", "upload", word}).status, kUsage)
+        << word;
   }
-  const Result missing = Run({"--session", "/tmp/session.json", "upload", "kalo_m1=/none.pat"});
+  const Result missing =
+      RunProgram({"--session", "/tmp/session.json", "upload", "kalo_m1=/none.pat"});
   EXPECT_EQ(missing.status, kFailed);
   EXPECT_THAT(missing.err, testing::HasSubstr("/none.pat"));
 }

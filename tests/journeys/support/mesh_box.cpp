@@ -75,12 +75,22 @@ void MeshBox::Start() {
   if (!up || pid_ <= 0) throw std::runtime_error("no mesh: " + Read(state_.native() + ".log"));
 }
 
+// What a checked build says of a program in a node, it says there.
+void MeshBox::ExpectCleanConsoles() const {
+  for (const auto& node : fs::directory_iterator(state_ / "nodes")) {
+    const std::string console = Read(node.path() / "box/console");
+    EXPECT_EQ(console.find("Sanitizer"), std::string::npos) << console;
+    EXPECT_EQ(console.find("runtime error"), std::string::npos) << console;
+  }
+}
+
 MeshBox::~MeshBox() {
   if (pid_ <= 0) return;
   kill(pid_, SIGTERM);
   const bool ended =
       test::WaitFor([&] { return waitpid(pid_, nullptr, WNOHANG) == pid_; }, kEndDeadline);
   EXPECT_TRUE(ended) << "the mesh does not end";
+  ExpectCleanConsoles();
   if (ended) return;
   kill(pid_, SIGKILL);
   waitpid(pid_, nullptr, 0);

@@ -65,6 +65,7 @@ class MeshBox {
  private:
   void Start();
   void Login();
+  void ExpectCleanConsoles() const;
   [[nodiscard]] std::string Box() const;
 
   std::filesystem::path state_;

@@ -46,7 +46,7 @@ void LogSocket::Receive() {
 }
 
 bool LogSocket::WaitFor(const std::string& text) {
-  return WaitFor([&] {
+  return test::WaitFor([&] {
     const std::lock_guard lock(mutex_);
     return std::any_of(lines_.begin(), lines_.end(), [&](const std::string& line) {
       return line.find(text) != std::string::npos;
