@@ -22,6 +22,8 @@ namespace {
 
 constexpr const char* kBuild = KALO_BUILD;
 constexpr std::chrono::seconds kEndDeadline{30};
+// A checked build's firmware is large: two uploads, one staged patch and two slots of it.
+constexpr const char* kDiskMib = "1024";
 
 fs::path Patches() {
   return fs::path(kBuild) / "journeys/patches";
@@ -64,7 +66,7 @@ void MeshBox::Start() {
   options.stdout_fd = log.Get();
   options.stderr_fd = log.Get();
   pid_ = Spawn({Box(), "up", "--state", state_, "--build", kBuild, "--patch-keys",
-                Patches() / "keys", "--foreground", "--die-with-parent"},
+                Patches() / "keys", "--disk-mib", kDiskMib, "--foreground", "--die-with-parent"},
                options);
   const bool up = test::WaitFor(
       [&] {
