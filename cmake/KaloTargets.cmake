@@ -82,7 +82,7 @@ endfunction()
 function(kalo_test name)
   cmake_parse_arguments(ARG "NO_ROOT" "TIMEOUT" "LIBS" ${ARGN})
   if(NOT ARG_TIMEOUT)
-    set(ARG_TIMEOUT 60)
+    set(ARG_TIMEOUT 240)
   endif()
   add_executable(${name} ${ARG_UNPARSED_ARGUMENTS})
   target_link_libraries(${name} PRIVATE GTest::gmock GTest::gtest GTest::gtest_main
