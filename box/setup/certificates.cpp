@@ -11,7 +11,7 @@ namespace kalo::box {
 namespace {
 
 constexpr std::time_t kHour = 3600;
-constexpr std::time_t kYear = 365 * 24 * kHour;
+constexpr std::time_t kYear = kHour * 24 * 365;
 constexpr unsigned kVersion = 3;
 
 void Check(int code, const char* what) {
