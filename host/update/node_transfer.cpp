@@ -15,8 +15,8 @@
 #include <system_error>
 
 #include "host/core/log.h"
+#include "host/core/strict_json.h"
 #include "host/update/mesh_credentials.h"
-#include "host/webapi/strict_json.h"
 
 namespace kalo {
 namespace {
@@ -40,7 +40,7 @@ std::string BracketedAddress(const NodeAddress& node) {
 }
 
 std::string FieldText(const Json::Value& value) {
-  return value.isString() ? value.asString() : webapi::WriteJson(value);
+  return value.isString() ? value.asString() : WriteJson(value);
 }
 
 }  // namespace
@@ -115,7 +115,7 @@ void NodeTransfer::SetHeaders(std::initializer_list<const char*> headers) {
 
 void NodeTransfer::SendJson(const Json::Value& params, std::chrono::milliseconds deadline) {
   Set(CURLOPT_TIMEOUT_MS, static_cast<long>(deadline.count()));
-  Set(CURLOPT_COPYPOSTFIELDS, webapi::WriteJson(params).c_str());
+  Set(CURLOPT_COPYPOSTFIELDS, WriteJson(params).c_str());
   SetHeaders({"Content-Type: application/json", "Expect:"});
 }
 
@@ -207,7 +207,7 @@ KALO::MESH::SDK::Response NodeTransfer::Answer(CURLcode result) const {
   }
   if (result == CURLE_ABORTED_BY_CALLBACK) Unreachable(node_id_, "takes no more of the upload");
   if (result != CURLE_OK) Unreachable(node_id_, curl_easy_strerror(result));
-  const std::optional<Json::Value> envelope = webapi::ParseStrictJson(body_);
+  const std::optional<Json::Value> envelope = ParseStrictJson(body_);
   if (!envelope) {
     Log(LOG_ERR, "node %d: its answer is no JSON", node_id_);
     return {};

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <system_error>
 
+#include "host/core/object_reader.h"
 #include "host/webapi/module_error.h"
-#include "host/webapi/object_reader.h"
 
 namespace kalo::webapi {
 namespace {
@@ -77,7 +77,7 @@ ModuleDescription ReadModuleDescription(const fs::path& file) {
 
 ModuleDescription ParseModuleDescription(const std::string& text, const fs::path& file) {
   try {
-    return Describe(ParseFile(text, file), file);
+    return Describe(ParseJsonText(text, file), file);
   } catch (const FormatError& e) {
     throw ModuleError(e.what());
   }

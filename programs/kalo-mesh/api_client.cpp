@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "host/webapi/strict_json.h"
+#include "host/core/strict_json.h"
 #include "programs/kalo-mesh/failure.h"
 
 namespace kalo::cli {
@@ -42,7 +42,7 @@ int OnProgress(void* target, curl_off_t /*all*/, curl_off_t /*received*/, curl_o
 }
 
 Json::Value DataOf(const std::string& body, long status) {
-  const auto root = webapi::ParseStrictJson(body);
+  const auto root = ParseStrictJson(body);
   if (!root || !root->isObject() || !(*root)["success"].isBool()) {
     throw Failure(kFailed, "the server's answer cannot be read (HTTP status " +
                                std::to_string(status) + "); is it a mesh router?");
@@ -83,7 +83,7 @@ class ApiClient::Transfer {
 
   void SetJson(const Json::Value& params) {
     AddHeader("Content-Type: application/json");
-    Set(CURLOPT_COPYPOSTFIELDS, webapi::WriteJson(params).c_str());
+    Set(CURLOPT_COPYPOSTFIELDS, WriteJson(params).c_str());
   }
 
   void SetFiles(const std::vector<FilePart>& parts, const SendProgress& progress) {

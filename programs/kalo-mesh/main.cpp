@@ -4,7 +4,7 @@
 #include <exception>
 #include <iostream>
 
-#include "host/webapi/strict_json.h"
+#include "host/core/strict_json.h"
 #include "programs/kalo-mesh/commands.h"
 #include "programs/kalo-mesh/failure.h"
 #include "programs/kalo-mesh/session_file.h"
@@ -81,7 +81,7 @@ int Report(const CommonOptions& common, const Failure& failure) {
     if (const auto* refusal = dynamic_cast<const Refusal*>(&failure)) {
       root["code"] = refusal->Code();
     }
-    std::cerr << kalo::webapi::WriteJson(root) << "\n";
+    std::cerr << kalo::WriteJson(root) << "\n";
   } else {
     std::cerr << "kalo-mesh: " << failure.what() << "\n";
   }

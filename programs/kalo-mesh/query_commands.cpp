@@ -1,6 +1,6 @@
 #include <iostream>
 
-#include "host/webapi/strict_json.h"
+#include "host/core/strict_json.h"
 #include "programs/kalo-mesh/api_client.h"
 #include "programs/kalo-mesh/commands.h"
 #include "programs/kalo-mesh/failure.h"
@@ -12,7 +12,7 @@ namespace kalo::cli {
 namespace {
 
 int PrintJson(const Json::Value& data) {
-  std::cout << webapi::WriteJson(data) << "\n";
+  std::cout << WriteJson(data) << "\n";
   return kOk;
 }
 
@@ -28,7 +28,7 @@ void PrintMembers(const Json::Value& data, const std::string& indent) {
     } else if (value.isString()) {
       std::cout << Printable(value.asString()) << "\n";
     } else {
-      std::cout << webapi::WriteJson(value) << "\n";
+      std::cout << WriteJson(value) << "\n";
     }
   }
 }

@@ -8,7 +8,7 @@
 #include <system_error>
 
 #include "host/core/file_io.h"
-#include "host/webapi/strict_json.h"
+#include "host/core/strict_json.h"
 #include "programs/kalo-mesh/failure.h"
 
 namespace kalo::cli {
@@ -34,7 +34,7 @@ std::string DefaultSessionFile() {
 Session LoadSession(const std::string& path) {
   const auto text = ReadFile(path, kMaxSession);
   if (!text) throw Failure(kFailed, "not signed in (" + path + "): run kalo-mesh login first");
-  const auto root = webapi::ParseStrictJson(*text);
+  const auto root = ParseStrictJson(*text);
   Session session;
   for (const auto& [key, field] :
        {std::pair{"server", &session.server}, std::pair{"ca", &session.ca_file},
@@ -55,7 +55,7 @@ void SaveSession(const std::string& path, const Session& session) {
   root["token"] = session.token;
   std::error_code ignored;
   fs::create_directories(fs::path(path).parent_path(), ignored);
-  if (!WriteFileAtomic(path, webapi::WriteJson(root) + "\n", 0600)) {
+  if (!WriteFileAtomic(path, WriteJson(root) + "\n", 0600)) {
     throw Failure(kFailed, "cannot write " + path + ": " + std::generic_category().message(errno));
   }
 }

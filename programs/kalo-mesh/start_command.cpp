@@ -2,7 +2,7 @@
 #include <cstdio>
 #include <iostream>
 
-#include "host/webapi/strict_json.h"
+#include "host/core/strict_json.h"
 #include "programs/kalo-mesh/api_client.h"
 #include "programs/kalo-mesh/commands.h"
 #include "programs/kalo-mesh/failure.h"
@@ -52,7 +52,7 @@ void PrintResultsAsJson(const UpdateWatch& watch, bool success) {
     node["error"] = result.error;
     root["nodes"].append(node);
   }
-  std::cout << webapi::WriteJson(root) << "\n";
+  std::cout << WriteJson(root) << "\n";
 }
 
 // Shows nothing: what a script reads is one JSON document.

@@ -1,6 +1,6 @@
 #include <iostream>
 
-#include "host/webapi/strict_json.h"
+#include "host/core/strict_json.h"
 #include "programs/kalo-mesh/api_client.h"
 #include "programs/kalo-mesh/bars.h"
 #include "programs/kalo-mesh/commands.h"
@@ -39,7 +39,7 @@ int RunUpload(const CommonOptions& common, const std::vector<std::string>& patch
   const Json::Value data =
       client.Upload("KALO.Mesh.Upgrade.Patch", 1, "upload", ReadParts(patches), progress);
   if (common.json) {
-    std::cout << webapi::WriteJson(data) << "\n";
+    std::cout << WriteJson(data) << "\n";
   } else {
     std::cout << Printable(TextOf(data, "version"))
               << " is on every node that needs it. Next: kalo-mesh start --wait\n";

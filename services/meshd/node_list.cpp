@@ -8,7 +8,7 @@
 #include <map>
 
 #include "host/core/file_io.h"
-#include "services/meshd/strict_json.h"
+#include "services/meshd/json_members.h"
 
 namespace kalo::meshd {
 namespace {
@@ -50,7 +50,7 @@ void CheckPlace(const MeshNode& node, const std::map<std::uint32_t, MeshNode>& n
 }  // namespace
 
 std::vector<MeshNode> ParseNodeList(const std::string& text) {
-  const Json::Value root = ParseStrictJson(text);
+  const Json::Value root = ParseDocument(text);
   if (!root.isArray()) throw BadJson("the list of nodes is no array");
   std::map<std::uint32_t, MeshNode> nodes;
   for (const Json::Value& entry : root) {

@@ -6,7 +6,7 @@
 
 #include "host/core/log.h"
 #include "services/meshd/bus_text.h"
-#include "services/meshd/strict_json.h"
+#include "services/meshd/json_members.h"
 
 namespace kalo::meshd {
 namespace {

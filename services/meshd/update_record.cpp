@@ -7,7 +7,7 @@
 #include <limits>
 #include <string_view>
 
-#include "services/meshd/strict_json.h"
+#include "services/meshd/json_members.h"
 
 namespace kalo::meshd {
 namespace {
@@ -98,7 +98,7 @@ std::string ToJson(const UpdateRecord& record) {
 }
 
 UpdateRecord UpdateRecordFromJson(const std::string& text) {
-  const Json::Value root = ParseStrictJson(text);
+  const Json::Value root = ParseDocument(text);
   if (IntegerOf(root, "format") != kFormat) throw BadJson("unknown format");
   UpdateRecord record;
   record.state = ValueOf(kStates, root, "state");

@@ -9,7 +9,7 @@
 
 #include "host/core/file_io.h"
 #include "host/core/log.h"
-#include "services/meshd/strict_json.h"
+#include "services/meshd/json_members.h"
 
 namespace kalo::meshd {
 namespace {

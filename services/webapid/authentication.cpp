@@ -7,8 +7,8 @@
 #include <optional>
 
 #include "host/core/log.h"
+#include "host/core/strict_json.h"
 #include "host/webapi/error_codes.h"
-#include "host/webapi/strict_json.h"
 #include "services/webapid/digest.h"
 
 namespace kalo::webapid {
@@ -80,7 +80,7 @@ void Authentication::Welcome(Request& request, const std::string& user) {
   Json::Value envelope(Json::objectValue);
   envelope["success"] = true;
   envelope["data"]["token"] = secrets.token;
-  Reply reply = EnvelopeReply(webapi::WriteJson(envelope));
+  Reply reply = EnvelopeReply(WriteJson(envelope));
   reply.headers.emplace_back("Set-Cookie",
                              std::string(kCookie) + "=" + secrets.cookie + kCookieRules);
   request.Answer(std::move(reply));
@@ -91,7 +91,7 @@ void Authentication::Logout(Request& request) {
   Json::Value envelope(Json::objectValue);
   envelope["success"] = true;
   envelope["data"] = Json::Value();
-  Reply reply = EnvelopeReply(webapi::WriteJson(envelope));
+  Reply reply = EnvelopeReply(WriteJson(envelope));
   reply.headers.emplace_back("Set-Cookie",
                              std::string(kCookie) + "=" + kCookieRules + "; Max-Age=0");
   request.Answer(std::move(reply));

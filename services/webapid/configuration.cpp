@@ -5,12 +5,10 @@
 
 #include <cstring>
 
-#include "host/webapi/object_reader.h"
+#include "host/core/object_reader.h"
 
 namespace kalo::webapid {
 namespace {
-
-using webapi::ObjectReader;
 
 constexpr int kWeek = 7 * 86400;
 constexpr int kFewestWorkers = 2;  // one for polls, one for the rest
@@ -76,11 +74,11 @@ Configuration Read(const Json::Value& value, const std::string& name) {
 }  // namespace
 
 Configuration ParseConfiguration(const std::string& text, const std::string& name) {
-  return Read(webapi::ParseFile(text, name), name);
+  return Read(ParseJsonText(text, name), name);
 }
 
 Configuration ReadConfiguration(const std::string& path) {
-  return Read(webapi::ReadJsonFile(path), path);
+  return Read(ReadJsonFile(path), path);
 }
 
 sockaddr_storage SocketAddress(const std::string& address, std::uint16_t port, socklen_t& length) {

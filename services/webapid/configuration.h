@@ -28,11 +28,11 @@ struct Configuration {
 };
 
 /// @param name names the text in errors
-/// @throws webapi::FormatError naming the member and what is wrong with it
+/// @throws FormatError naming the member and what is wrong with it
 [[nodiscard]] Configuration ParseConfiguration(const std::string& text, const std::string& name);
 
 /// Reads the file.
-/// @throws webapi::FormatError
+/// @throws FormatError
 [[nodiscard]] Configuration ReadConfiguration(const std::string& path);
 
 /// @return the socket address of one of the ports; `length` receives its size.

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "host/webapi/strict_json.h"
+#include "host/core/strict_json.h"
 
 namespace kalo::webapid {
 namespace {
@@ -75,7 +75,7 @@ std::string ErrorEnvelope(int code) {
   envelope["success"] = false;
   envelope["error"]["code"] = code;
   envelope["error"]["message"] = ErrorSentence(code);
-  return webapi::WriteJson(envelope);
+  return WriteJson(envelope);
 }
 
 }  // namespace kalo::webapid

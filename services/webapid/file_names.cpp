@@ -4,7 +4,7 @@
 #include <charconv>
 #include <cstddef>
 
-#include "host/webapi/strict_json.h"
+#include "host/core/strict_json.h"
 
 namespace kalo::webapid {
 namespace {
@@ -45,13 +45,13 @@ std::optional<std::string> SafeFileName(std::string_view sent) {
   if (name.empty() || name == "." || name == ".." || name.size() > kLongestFileName) {
     return std::nullopt;
   }
-  if (HasControlByte(name) || !webapi::IsUtf8(name)) return std::nullopt;
+  if (HasControlByte(name) || !IsUtf8(name)) return std::nullopt;
   return std::string(name);
 }
 
 bool IsParameterName(std::string_view name) {
   return !name.empty() && name.size() <= kLongestParameterName && !HasControlByte(name) &&
-         webapi::IsUtf8(name);
+         IsUtf8(name);
 }
 
 bool IsReservedParameter(std::string_view name) {

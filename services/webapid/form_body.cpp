@@ -9,8 +9,8 @@
 #include <utility>
 
 #include "host/core/log.h"
+#include "host/core/strict_json.h"
 #include "host/webapi/error_codes.h"
-#include "host/webapi/strict_json.h"
 #include "services/webapid/file_names.h"
 
 namespace kalo::webapid {
@@ -46,7 +46,7 @@ BodyResult FormBody::Finish() {
   const bool whole = MHD_destroy_post_processor(processor_.release()) == MHD_YES;
   if (error_ == 0 && !whole) error_ = webapi::kMalformedRequest;
   if (error_ == 0 && in_part_ && !in_file_) {
-    error_ = webapi::IsUtf8(value_) ? 0 : webapi::kMalformedRequest;
+    error_ = IsUtf8(value_) ? 0 : webapi::kMalformedRequest;
     parameters_[name_] = value_;
   }
   if (error_ == 0 && folder_ && !folder_->Close()) error_ = NotStored();
@@ -85,7 +85,7 @@ bool FormBody::Continues(const Piece& piece) const {
 
 int FormBody::Begin(const Piece& piece) {
   if (in_part_ && !in_file_) {
-    if (!webapi::IsUtf8(value_)) return webapi::kMalformedRequest;
+    if (!IsUtf8(value_)) return webapi::kMalformedRequest;
     parameters_[name_] = std::exchange(value_, {});
   }
   const std::string_view name = piece.name;

@@ -5,8 +5,8 @@
 #include <memory>
 #include <utility>
 
+#include "host/core/strict_json.h"
 #include "host/webapi/error_codes.h"
-#include "host/webapi/strict_json.h"
 #include "services/webapid/form_body.h"
 #include "services/webapid/json_body.h"
 
@@ -136,10 +136,10 @@ void Front::Dispatch(Request& request, Json::Value parameters) {
   message["parameters"] = std::move(parameters);
   const bool mesh = request.Port() == PortKind::kMesh;
   WorkerPool& pool = mesh ? parts_.mesh_workers : parts_.admin_workers;
-  pool.Submit({webapi::WriteJson(message), row.timeout, row.poll,
-               [&request](int code, std::string envelope) {
-                 request.Answer(code == 0 ? EnvelopeReply(std::move(envelope)) : ErrorReply(code));
-               }});
+  pool.Submit(
+      {WriteJson(message), row.timeout, row.poll, [&request](int code, std::string envelope) {
+         request.Answer(code == 0 ? EnvelopeReply(std::move(envelope)) : ErrorReply(code));
+       }});
 }
 
 }  // namespace kalo::webapid

@@ -3,8 +3,8 @@
 #include <optional>
 #include <utility>
 
+#include "host/core/strict_json.h"
 #include "host/webapi/error_codes.h"
-#include "host/webapi/strict_json.h"
 #include "services/webapid/file_names.h"
 
 namespace kalo::webapid {
@@ -17,7 +17,7 @@ void JsonBody::Feed(std::string_view data) {
 BodyResult JsonBody::Finish() {
   if (too_large_) return {webapi::kBodyTooLarge, {}};
   if (text_.empty()) return {0, Json::Value(Json::objectValue)};
-  std::optional<Json::Value> value = webapi::ParseStrictJson(text_);
+  std::optional<Json::Value> value = ParseStrictJson(text_);
   if (!value || !value->isObject()) return {webapi::kMalformedRequest, {}};
   for (const std::string& name : value->getMemberNames()) {
     if (IsReservedParameter(name)) return {webapi::kReservedParameter, {}};

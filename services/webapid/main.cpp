@@ -8,7 +8,7 @@
 #include <iostream>
 
 #include "host/core/log.h"
-#include "host/webapi/object_reader.h"
+#include "host/core/object_reader.h"
 #include "platform/paths.h"
 #include "services/webapid/configuration.h"
 #include "services/webapid/server.h"
@@ -51,7 +51,7 @@ int Main(int argc, char** argv) {
 int main(int argc, char** argv) {
   try {
     return Main(argc, argv);
-  } catch (const kalo::webapi::FormatError& e) {
+  } catch (const kalo::FormatError& e) {
     return Fail(e, EX_CONFIG);
   } catch (const std::exception& e) {
     return Fail(e, 1);

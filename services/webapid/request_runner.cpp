@@ -7,8 +7,8 @@
 #include <optional>
 
 #include "host/core/log.h"
+#include "host/core/strict_json.h"
 #include "host/webapi/error_codes.h"
-#include "host/webapi/strict_json.h"
 #include "platform/webapi/api_request.h"
 #include "platform/webapi/api_response.h"
 #include "services/webapid/error_sentences.h"
@@ -28,7 +28,7 @@ struct Call {
 };
 
 std::optional<Call> ParseCall(const std::string& body) {
-  const std::optional<Json::Value> value = webapi::ParseStrictJson(body);
+  const std::optional<Json::Value> value = ParseStrictJson(body);
   if (!value || !value->isObject()) return std::nullopt;
   const Json::Value& request = *value;
   if (!request["api"].isString() || !request["version"].isInt() || !request["method"].isString() ||
@@ -70,14 +70,14 @@ std::string FailureEnvelope(const KALO::APIResponse& response) {
   envelope["error"]["code"] = response.ErrorCode();
   envelope["error"]["message"] = ErrorSentence(response.ErrorCode());
   envelope["error"]["data"] = response.Data();
-  return webapi::WriteJson(envelope);
+  return WriteJson(envelope);
 }
 
 std::string SuccessEnvelope(const Json::Value& data) {
   Json::Value envelope(Json::objectValue);
   envelope["success"] = true;
   envelope["data"] = data;
-  return webapi::WriteJson(envelope);
+  return WriteJson(envelope);
 }
 
 }  // namespace

@@ -13,7 +13,7 @@
 
 #include "host/core/file_io.h"
 #include "host/core/log.h"
-#include "host/webapi/strict_json.h"
+#include "host/core/strict_json.h"
 #include "services/webapid/digest.h"
 
 namespace kalo::webapid {
@@ -53,7 +53,7 @@ bool SessionStore::Lives(const Session& session) const {
 
 void SessionStore::Load(const fs::path& file) {
   const std::optional<std::string> text = ReadFile(file, kLargestFile);
-  const std::optional<Json::Value> value = text ? webapi::ParseStrictJson(*text) : std::nullopt;
+  const std::optional<Json::Value> value = text ? ParseStrictJson(*text) : std::nullopt;
   Session session;
   if (value && value->isObject() && IsSessionId(file.filename())) {
     const Json::Value& entry = *value;
@@ -79,7 +79,7 @@ void SessionStore::Store(const std::string& id, Session& session) {
   entry["token"] = session.token_hash;
   entry["created"] = Json::Int64{session.created};
   entry["used"] = Json::Int64{session.used};
-  if (!WriteFileAtomic(FileOf(id), webapi::WriteJson(entry), S_IRUSR | S_IWUSR)) {
+  if (!WriteFileAtomic(FileOf(id), WriteJson(entry), S_IRUSR | S_IWUSR)) {
     throw std::system_error(errno, std::generic_category(), FileOf(id));
   }
   session.stored_used = session.used;

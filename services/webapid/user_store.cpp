@@ -3,12 +3,12 @@
 #include <syslog.h>
 
 #include "host/core/log.h"
-#include "host/webapi/object_reader.h"
+#include "host/core/object_reader.h"
 
 namespace kalo::webapid {
 namespace {
 
-UserRecord ReadUser(webapi::ObjectReader& reader) {
+UserRecord ReadUser(ObjectReader& reader) {
   UserRecord user;
   user.hash = reader.Text("hash");
   if (!user.hash.starts_with("$y$")) reader.Fail("hash", "is no yescrypt hash");
@@ -22,11 +22,11 @@ UserRecord ReadUser(webapi::ObjectReader& reader) {
 }  // namespace
 
 std::map<std::string, UserRecord> ReadUsers(const std::string& path) {
-  const Json::Value file = webapi::ReadJsonFile(path);
-  webapi::ObjectReader reader(file, path);
+  const Json::Value file = ReadJsonFile(path);
+  ObjectReader reader(file, path);
   std::map<std::string, UserRecord> users;
   for (const Json::Value& entry : reader.Array("users")) {
-    webapi::ObjectReader user(entry, path + ": user");
+    ObjectReader user(entry, path + ": user");
     const std::string name = user.Text("name");
     if (name.empty()) user.Fail("name", "is empty");
     if (!users.emplace(name, ReadUser(user)).second) user.Fail("name", "stands twice");
@@ -42,7 +42,7 @@ std::optional<UserRecord> UserStore::Find(const std::string& name) const {
     const auto user = users.find(name);
     if (user == users.end()) return std::nullopt;
     return user->second;
-  } catch (const webapi::FormatError& e) {
+  } catch (const FormatError& e) {
     Log(LOG_ERR, "%s", e.what());
     return std::nullopt;
   }

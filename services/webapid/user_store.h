@@ -25,7 +25,7 @@ class UserStore {
   std::string path_;
 };
 
-/// @throws webapi::FormatError
+/// @throws FormatError
 [[nodiscard]] std::map<std::string, UserRecord> ReadUsers(const std::string& path);
 
 }  // namespace kalo::webapid

@@ -7,8 +7,8 @@
 #include <set>
 
 #include "host/core/spawn.h"
+#include "host/core/strict_json.h"
 #include "host/core/unique_fd.h"
-#include "host/webapi/strict_json.h"
 #include "tests/host/update/temporary_folder.h"
 
 namespace kalo {
@@ -119,7 +119,7 @@ TEST_F(KaloPatchTest, ShowListsForPeopleAndForPrograms) {
   EXPECT_NE(text.out.find("payload/bin/tool"), std::string::npos);
   const Outcome json = Run({"show", "--json", Path("x.patch")});
   ASSERT_EQ(json.status, 0);
-  const Json::Value root = webapi::ParseStrictJson(json.out).value();
+  const Json::Value root = ParseStrictJson(json.out).value();
   EXPECT_EQ(root["unique"], "kalo_x1");
   EXPECT_EQ(root["build"], 76010);
   EXPECT_EQ(root["nano"], 0);

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <optional>
 
+#include "host/core/strict_json.h"
 #include "host/update/patch_format/patch_error.h"
-#include "host/webapi/strict_json.h"
 
 namespace kalo::patch {
 namespace {
@@ -124,7 +124,7 @@ std::set<std::string, std::less<>> Manifest::Folders() const {
 }
 
 Manifest ParseManifest(std::string_view text) {
-  const std::optional<Json::Value> root = webapi::ParseStrictJson(text);
+  const std::optional<Json::Value> root = ParseStrictJson(text);
   if (!root || !root->isObject()) Fail("not one JSON object");
   if (root->size() != 2 || !(*root)["format"].isInt() || !(*root)["members"].isArray()) {
     Fail("not {format, members}");
@@ -152,7 +152,7 @@ std::string WriteManifest(const Manifest& manifest) {
     entry["mode"] = member.mode == kFileMode ? kFileModeText : kProgramModeText;
     root["members"].append(entry);
   }
-  std::string text = webapi::WriteJson(root);
+  std::string text = WriteJson(root);
   if (text.size() > kLargestManifest) Fail("more files than one patch can list");
   return text;
 }

@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include "host/webapi/strict_json.h"
+#include "host/core/strict_json.h"
 
 namespace KALO::MESH::SDK {
 namespace {
 
 Response From(const char* text) {
-  return Response::FromEnvelope(kalo::webapi::ParseStrictJson(text).value());
+  return Response::FromEnvelope(kalo::ParseStrictJson(text).value());
 }
 
 TEST(ResponseTest, AFreshOneIsNoAnswer) {

@@ -5,9 +5,9 @@
 #include <array>
 #include <stdexcept>
 
+#include "host/core/strict_json.h"
 #include "host/webapi/api_registry.h"
 #include "host/webapi/module_error.h"
-#include "host/webapi/strict_json.h"
 
 namespace kalo::webapi {
 namespace {

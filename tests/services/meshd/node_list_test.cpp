@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "services/meshd/strict_json.h"
+#include "services/meshd/json_members.h"
 
 namespace kalo::meshd {
 namespace {

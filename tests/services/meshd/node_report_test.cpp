@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include "services/meshd/strict_json.h"
+#include "services/meshd/json_members.h"
 
 namespace kalo::meshd {
 namespace {
 
 Json::Value Info() {
-  return ParseStrictJson(R"({"node_id":2,"name":"attic","unique":"kalo_sat1",
+  return ParseDocument(R"({"node_id":2,"name":"attic","unique":"kalo_sat1",
     "version":"VXM 1.4.0-76000","build":76000,"nano":0,"boot_id":"ab","staged_version":"",
     "staged_build":0,"staged_nano":0,"install":{"step":"updating_programs","percent":40,
     "version":"VXM 1.4.0-76010","errno":0,"err_desc":"","err_msg":""}})");

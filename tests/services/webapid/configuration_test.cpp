@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "host/webapi/object_reader.h"
+#include "host/core/object_reader.h"
 
 namespace kalo::webapid {
 namespace {
@@ -16,7 +16,7 @@ std::string ErrorOf(const std::string& text) {
   try {
     (void)ParseConfiguration(text, "c");
     return "";
-  } catch (const webapi::FormatError& e) {
+  } catch (const FormatError& e) {
     return e.what();
   }
 }

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cctype>
 
-#include "host/webapi/strict_json.h"
+#include "host/core/strict_json.h"
 
 namespace kalo::test {
 namespace {
@@ -42,7 +42,7 @@ std::size_t OnHeader(const char* data, std::size_t one, std::size_t count, void*
 }  // namespace
 
 Json::Value HttpAnswer::Envelope() const {
-  return webapi::ParseStrictJson(body).value_or(Json::Value());
+  return ParseStrictJson(body).value_or(Json::Value());
 }
 
 int HttpAnswer::Code() const {
@@ -133,7 +133,7 @@ HttpAnswer HttpClient::Login(const std::string& user, const std::string& passwor
   Json::Value body(Json::objectValue);
   body["user"] = user;
   body["password"] = password;
-  HttpAnswer answer = Post("KALO.Core.Auth/1/login", webapi::WriteJson(body));
+  HttpAnswer answer = Post("KALO.Core.Auth/1/login", WriteJson(body));
   if (answer.Code() != 0) return answer;
   const std::string header = answer.headers["set-cookie"];
   const std::size_t begin = header.find('=') + 1;

@@ -11,8 +11,8 @@
 #include <memory>
 
 #include "host/core/spawn.h"
+#include "host/core/strict_json.h"
 #include "host/core/unique_fd.h"
-#include "host/webapi/strict_json.h"
 #include "tests/support/wait.h"
 
 namespace kalo::test {
@@ -63,7 +63,7 @@ void InstallUsers() {
   Json::Value users(Json::objectValue);
   users["users"].append(MakeUser("admin", "correct horse", "administrators"));
   users["users"].append(MakeUser("guest", "correct horse", nullptr));
-  WriteTestFile("/etc/kalo/users.json", webapi::WriteJson(users));
+  WriteTestFile("/etc/kalo/users.json", WriteJson(users));
 }
 
 void InstallCertificates(const TestAuthority& mesh) {

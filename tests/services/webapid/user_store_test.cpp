@@ -4,7 +4,7 @@
 
 #include <fstream>
 
-#include "host/webapi/object_reader.h"
+#include "host/core/object_reader.h"
 
 namespace kalo::webapid {
 namespace {
@@ -35,7 +35,7 @@ TEST(UserStore, ABrokenFileHasNoUsers) {
         R"({"name":"a","hash":"$y$x","groups":[]}]})"}) {
     Write(text);
     EXPECT_FALSE(UserStore(kPath).Find("a")) << text;
-    EXPECT_THROW((void)ReadUsers(kPath), webapi::FormatError) << text;
+    EXPECT_THROW((void)ReadUsers(kPath), FormatError) << text;
   }
 }
 

@@ -1,4 +1,4 @@
-#include "host/webapi/strict_json.h"
+#include "host/core/strict_json.h"
 
 #include <json/reader.h>
 #include <json/writer.h>
@@ -7,7 +7,7 @@
 #include <exception>
 #include <memory>
 
-namespace kalo::webapi {
+namespace kalo {
 namespace {
 
 constexpr int kDeepest = 64;
@@ -77,4 +77,4 @@ std::string WriteJson(const Json::Value& value) {
   return Json::writeString(builder, value);
 }
 
-}  // namespace kalo::webapi
+}  // namespace kalo

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace kalo::webapi {
+namespace kalo {
 
 /// @return whether the text is well-formed UTF-8 (no overlong forms, no surrogates).
 [[nodiscard]] bool IsUtf8(std::string_view text);
@@ -19,4 +19,4 @@ namespace kalo::webapi {
 /// @return the value as one line of ASCII JSON; bytes that are no UTF-8 become U+FFFD.
 [[nodiscard]] std::string WriteJson(const Json::Value& value);
 
-}  // namespace kalo::webapi
+}  // namespace kalo

@@ -1,8 +1,8 @@
-#include "host/webapi/strict_json.h"
+#include "host/core/strict_json.h"
 
 #include <gtest/gtest.h>
 
-namespace kalo::webapi {
+namespace kalo {
 namespace {
 
 TEST(StrictJson, ParsesObjectsAndArrays) {
@@ -40,4 +40,4 @@ TEST(StrictJson, WritesOneLineOfAscii) {
 }
 
 }  // namespace
-}  // namespace kalo::webapi
+}  // namespace kalo

@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace kalo::webapi {
+namespace kalo {
 
 /// Says which file, which member and what is wrong with it.
 class FormatError : public std::runtime_error {
@@ -49,10 +49,10 @@ class ObjectReader {
 
 /// Parses a whole file's text; what the reader above is for.
 /// @throws FormatError
-[[nodiscard]] Json::Value ParseFile(const std::string& text, const std::string& name);
+[[nodiscard]] Json::Value ParseJsonText(const std::string& text, const std::string& name);
 
 /// Reads and parses a file of at most 1 MiB.
 /// @throws FormatError
 [[nodiscard]] Json::Value ReadJsonFile(const std::string& path);
 
-}  // namespace kalo::webapi
+}  // namespace kalo

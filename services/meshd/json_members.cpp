@@ -1,13 +1,12 @@
-#include "services/meshd/strict_json.h"
+#include "services/meshd/json_members.h"
 
-#include <json/reader.h>
+#include <optional>
+#include <utility>
 
-#include <memory>
+#include "host/core/strict_json.h"
 
 namespace kalo::meshd {
 namespace {
-
-constexpr int kStackLimit = 16;
 
 BadJson Wrong(const char* key, const char* what) {
   return BadJson("\"" + std::string(key) + "\" " + what);
@@ -15,22 +14,10 @@ BadJson Wrong(const char* key, const char* what) {
 
 }  // namespace
 
-Json::Value ParseStrictJson(const std::string& text) {
-  Json::CharReaderBuilder builder;
-  Json::CharReaderBuilder::strictMode(&builder.settings_);
-  builder["failIfExtra"] = true;
-  builder["stackLimit"] = kStackLimit;
-  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-  Json::Value root;
-  std::string errors;
-  bool parsed = false;
-  try {
-    parsed = reader->parse(text.data(), text.data() + text.size(), &root, &errors);
-  } catch (const Json::Exception& e) {  // the nesting is too deep
-    errors = e.what();
-  }
-  if (!parsed) throw BadJson("no JSON document: " + errors);
-  return root;
+Json::Value ParseDocument(const std::string& text) {
+  std::optional<Json::Value> root = ParseStrictJson(text);
+  if (!root) throw BadJson("no JSON document");
+  return std::move(*root);
 }
 
 const Json::Value& MemberOf(const Json::Value& object, const char* key) {

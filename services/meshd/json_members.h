@@ -14,9 +14,9 @@ class BadJson : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// Reads one JSON document: no comments, nothing after it, no key twice, bounded nesting.
+/// Reads one JSON document.
 /// @throws BadJson
-[[nodiscard]] Json::Value ParseStrictJson(const std::string& text);
+[[nodiscard]] Json::Value ParseDocument(const std::string& text);
 
 // Members that must be there with the right type; every one throws BadJson otherwise.
 [[nodiscard]] const Json::Value& MemberOf(const Json::Value& object, const char* key);

@@ -1,12 +1,12 @@
-#include "host/webapi/object_reader.h"
+#include "host/core/object_reader.h"
 
 #include <gtest/gtest.h>
 
-namespace kalo::webapi {
+namespace kalo {
 namespace {
 
 TEST(ObjectReader, ReadsTypedMembers) {
-  const Json::Value value = ParseFile(R"({"t":"x","n":5,"b":true,"a":[1],"o":{"p":1}})", "f");
+  const Json::Value value = ParseJsonText(R"({"t":"x","n":5,"b":true,"a":[1],"o":{"p":1}})", "f");
   ObjectReader reader(value, "f");
   EXPECT_EQ(reader.Text("t"), "x");
   EXPECT_EQ(reader.Integer("n", 5, 5), 5);
@@ -21,14 +21,14 @@ TEST(ObjectReader, ReadsTypedMembers) {
 TEST(ObjectReader, NumbersAreWholeAndInRange) {
   for (const char* text : {R"({"n":4})", R"({"n":11})", R"({"n":5.0})", R"({"n":"5"})",
                            R"({"n":99999999999})", R"({"n":true})", R"({})"}) {
-    const Json::Value value = ParseFile(text, "f");
+    const Json::Value value = ParseJsonText(text, "f");
     ObjectReader reader(value, "f");
     EXPECT_THROW((void)reader.Integer("n", 5, 10), FormatError) << text;
   }
 }
 
 TEST(ObjectReader, AMemberNobodyAskedForIsRefused) {
-  const Json::Value value = ParseFile(R"({"typo":1})", "f");
+  const Json::Value value = ParseJsonText(R"({"typo":1})", "f");
   const ObjectReader reader(value, "f");
   EXPECT_THROW(reader.Finish(), FormatError);
 }
@@ -43,4 +43,4 @@ TEST(ObjectReader, MissingFilesAreErrorsWithTheirName) {
 }
 
 }  // namespace
-}  // namespace kalo::webapi
+}  // namespace kalo

@@ -1,4 +1,4 @@
-#include "host/webapi/object_reader.h"
+#include "host/core/object_reader.h"
 
 #include <cerrno>
 #include <cstddef>
@@ -6,9 +6,9 @@
 #include <utility>
 
 #include "host/core/file_io.h"
-#include "host/webapi/strict_json.h"
+#include "host/core/strict_json.h"
 
-namespace kalo::webapi {
+namespace kalo {
 namespace {
 
 constexpr std::size_t kLargestFile = std::size_t{1} << 20;
@@ -77,7 +77,7 @@ void ObjectReader::Finish() const {
   }
 }
 
-Json::Value ParseFile(const std::string& text, const std::string& name) {
+Json::Value ParseJsonText(const std::string& text, const std::string& name) {
   std::optional<Json::Value> value = ParseStrictJson(text);
   if (!value) throw FormatError(name + ": not well-formed JSON");
   return std::move(*value);
@@ -86,7 +86,7 @@ Json::Value ParseFile(const std::string& text, const std::string& name) {
 Json::Value ReadJsonFile(const std::string& path) {
   const std::optional<std::string> text = ReadFile(path, kLargestFile);
   if (!text) throw FormatError(path + ": " + std::generic_category().message(errno));
-  return ParseFile(*text, path);
+  return ParseJsonText(*text, path);
 }
 
-}  // namespace kalo::webapi
+}  // namespace kalo
