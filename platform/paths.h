@@ -17,6 +17,9 @@ inline constexpr const char* kInstallLock = "/run/kalo/install.lock";
 inline constexpr const char* kKeyValueLocks = "/run/kalo/kv";
 inline constexpr const char* kAutoUpdateLock = "/run/kalo/auto_update.lock";
 
+// Kept over reboots.
+inline constexpr const char* kFeedState = "/var/lib/kalo/feed";
+
 // Storage.
 inline constexpr const char* kFullStore = "/volume1/@mesh_full";
 inline constexpr const char* kNanoStore = "/volume1/@mesh_nano";
@@ -29,6 +32,7 @@ inline constexpr const char* kFullPatchLocator = "/fullupgr@de.info";
 inline constexpr const char* kConfiguration = "/etc/kaloinfo.conf";
 inline constexpr const char* kDefaults = "/etc.defaults/kaloinfo.conf";
 inline constexpr const char* kMeshCredentials = "/etc/kalo/mesh";
+inline constexpr const char* kFeedAuthorities = "/etc.defaults/kalo/feed-ca.crt";
 inline constexpr const char* kMeshNodes = "/etc/kalo/mesh/nodes.json";
 inline constexpr const char* kPatchKeys = "/etc.defaults/kalo/patch-keys";
 inline constexpr const char* kServerConfiguration = "/etc/kalo/webapid.json";
@@ -38,6 +42,8 @@ inline constexpr const char* kUsers = "/etc/kalo/users.json";
 inline constexpr const char* kRunningVersion = "/usr/kalo/VERSION";
 inline constexpr const char* kModules = "/usr/kalo/webapi";
 inline constexpr const char* kRebootProgram = "/usr/kalo/sbin/reboot";
+inline constexpr const char* kFetchProgram = "/usr/kalo/bin/wget";
+inline constexpr const char* kNotifyProgram = "/usr/kalo/bin/kaloappnotify";
 inline constexpr const char* kInstallerProgram = "/usr/kalo/sbin/kalo-install";
 
 }  // namespace KALO::paths

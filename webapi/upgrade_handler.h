@@ -134,6 +134,26 @@ class UpgradeHandler {
   /// @throws WebapiException when a record marked available lacks its version or groups.
   void PatchAvailableFromFile(PatchInfo& info, std::vector<IdGroup>& groups, bool nano, bool promo);
 
+  /// Records a patch that is no promotion for the nodes which CheckShouldUpdate names.
+  /// @param answers object with an array "result" of the nodes' own check answers
+  void PatchAvailableToFile(const Json::Value& answers, const PatchInfo& info);
+
+  /// Looks for a newer firmware for every node and records what it found.
+  /// @param is_auto the check was started automatically, not by a user
+  /// @return the record to report: the small update's when there is one, else the full one's.
+  /// @throws WebapiException
+  PatchInfo PatchCheckImpl(bool is_auto);
+  /// Derives the small update's record from the full one's. Untouched when the mesh has no nodes.
+  void CheckNanoVersion(const PatchInfo& full, PatchInfo& nano);
+  /// Collects the nodes whose answer names a version that occurs in the given one.
+  void CheckShouldUpdate(const Json::Value& answers, const std::string& version,
+                         std::vector<std::int32_t>& ids);
+
+  /// Announces a version to the administrators, each one once. Failures are only logged.
+  void SendAppNotify(const std::string& version);
+  /// Takes the announcement back; the version still counts as announced.
+  void ClearAppNotify();
+
   UploadWork createUploadWork(UpdateNode& node, const std::string& patch_path,
                               const std::string& base_version);
   /// @throws WebapiException when the id is no current node's.

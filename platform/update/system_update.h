@@ -26,11 +26,11 @@ class SystemUpdate {
   explicit SystemUpdate(bool is_auto = false);
 
   /// Asks for one model and build.
-  /// @param found       receives whether something is offered
-  /// @param update      receives the offer
-  /// @param full_update whether full updates may be offered
+  /// @param found         receives whether something is offered; it may be no newer than what runs
+  /// @param update        receives the offer, whose version is one that GetBuildNum reads
+  /// @param small_updates whether a small update may be offered: old builds cannot take one
   void CheckNewUpdateByHBXInfo(bool& found, tag_UPDATE_INFO& update, const tag_hbxinfo& info,
-                               bool full_update);
+                               bool small_updates);
 
  private:
   bool is_auto_;

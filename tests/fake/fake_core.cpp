@@ -1,5 +1,6 @@
 // The core C library, and the few calls of the C library that tests must see.
 
+#include <fcntl.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -7,6 +8,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "platform/core/file.h"
 #include "platform/core/key_value.h"
@@ -62,11 +64,47 @@ int KLIBCFileRemoveKey(const char* path, const char* key) {
   Platform& platform = Platform::Current();
   const std::string call = std::string("remove ") + path + " " + key;
   platform.Note(call);
-  if (const auto result = Override(call)) return *result;
+  if (const auto result = Override(call)) {
+    errno = platform.override_errno;
+    return *result;
+  }
   const auto file = platform.files.find(path);
   if (file != platform.files.end() && file->second.erase(key) > 0) return 0;
   errno = ENOENT;
   return -1;
+}
+
+int KLIBCFileCheckKeyValue(const char* path, const char* key, const char* value, int flags) {
+  Platform& platform = Platform::Current();
+  platform.Note(std::string("check ") + path + " " + key + "=" + value +
+                (flags != 0 ? " FLAGS" : ""));
+  const auto file = platform.files.find(path);
+  if (file == platform.files.end()) return 0;
+  const auto found = file->second.find(key);
+  return found != file->second.end() && found->second == value ? 1 : 0;
+}
+
+int KLIBCINFOSetKeyValue(const char* key, const char* value) {
+  Platform& platform = Platform::Current();
+  platform.Note(std::string("info_set ") + key + "=" + value);
+  if (const auto result = Override(std::string("info_set ") + key)) return *result;
+  platform.files["/etc/kaloinfo.conf"][key] = value;
+  return 1;
+}
+
+int KLIBCExecl(const char* path, int flags, ...) {
+  Platform& platform = Platform::Current();
+  std::vector<std::string> words = {path};
+  std::string line = std::string("execl ") + path + " " + std::to_string(flags);
+  va_list arguments;
+  va_start(arguments, flags);
+  while (const char* word = va_arg(arguments, const char*)) {
+    words.emplace_back(word);
+    line += std::string(" ") + word;
+  }
+  va_end(arguments);
+  platform.Note(line);
+  return platform.on_program ? platform.on_program(words) : 0;
 }
 
 int KLIBCFileExist(const char* path) {
@@ -108,6 +146,8 @@ int unlink(const char* path) noexcept {
   Platform& platform = Platform::Current();
   platform.Note(std::string("unlink ") + path);
   platform.files.erase(path);
+  // What a program was told to fetch is a real file: the module reads it as one.
+  if (std::string_view(path).starts_with("/tmp/rss_v2_")) return unlinkat(AT_FDCWD, path, 0);
   return platform.plain_files.erase(path) > 0 ? 0 : -1;
 }
 

@@ -5,6 +5,7 @@
 
 #include "platform/update/patch.h"
 #include "platform/update/response.h"
+#include "platform/update/system_update.h"
 #include "platform/update/update_node.h"
 #include "platform/update/update_util.h"
 #include "platform/update/version.h"
@@ -87,6 +88,26 @@ PatchInfo Patch::ParsePatchInfo(const std::string& path) {
   platform.Note("parse_patch " + path);
   const auto patch = platform.patches.find(path);
   return patch != platform.patches.end() ? patch->second : PatchInfo{};
+}
+
+SystemUpdate::SystemUpdate(bool is_auto) : is_auto_(is_auto) {}
+
+void SystemUpdate::CheckNewUpdateByHBXInfo(bool& found, tag_UPDATE_INFO& update,
+                                           const tag_hbxinfo& info, bool small_updates) {
+  Platform& platform = Platform::Current();
+  platform.Note(std::string("regular_check ") + (is_auto_ ? "auto " : "manual ") + info.major +
+                " " + info.minor + " " + info.build + " " + info.unique + " " +
+                (small_updates ? "true" : "false"));
+  const auto offer = platform.regular_offers.find(info.unique);
+  if (offer == platform.regular_offers.end()) return;
+  found = offer->second.found;
+  update.type = offer->second.type;
+  update.version = offer->second.version;
+}
+
+int NanoJson::CheckNanoUpdate(const std::string& unique, int build) {
+  Platform::Current().Note("nano_update " + unique + " " + std::to_string(build));
+  return Platform::Current().nano_number;
 }
 
 bool UpdateUtil::IsAutoUpdating() {

@@ -13,6 +13,7 @@
 #include "platform/mesh/client.h"
 #include "platform/update/patch.h"
 #include "platform/update/response.h"
+#include "platform/update/system_update.h"
 #include "platform/update/update_node.h"
 #include "tests/fake/journal.h"
 
@@ -23,6 +24,9 @@
 ///   exist PATH   rename FROM TO   lock PATH   unlock FD   unlink PATH   fork   setsid
 ///   client   node_infos   access_infos   system_status   start_update   progress   progress_v2
 ///   exec API VERSION METHOD PARAMS USER    auto_updating   parse_patch PATH
+///   check PATH KEY=VALUE                   info_set KEY=VALUE
+///   execl PATH FLAGS ARGUMENT…             nano_update UNIQUE BUILD
+///   regular_check AUTO MAJOR MINOR BUILD UNIQUE LAST
 ///   upload NODE API METHOD VERSION PARAMS PATH            send API METHOD VERSION IDS
 ///   log PRIORITY LINE TEXT                 success DATA   error CODE DATA
 namespace fake {
@@ -31,6 +35,13 @@ namespace fake {
 using Thrower = std::function<void()>;
 
 struct NotStandard {};
+
+/// What the regular update check says of one node.
+struct RegularOffer {
+  bool found = false;
+  std::string type;
+  std::string version;
+};
 
 class Platform {
  public:
@@ -46,11 +57,16 @@ class Platform {
 
   // Key=value files, by path and key. A path that is no entry does not exist.
   std::map<std::string, std::map<std::string, std::string>> files;
-  /// Overrides of what a call returns, by "get PATH KEY", "set PATH KEY" or "remove PATH KEY".
+  /// Overrides of what a call returns, by "get PATH KEY", "set PATH KEY", "remove PATH KEY" or
+  /// "info_set KEY".
   std::map<std::string, int> results;
   /// Other files that exist, by path.
   std::set<std::string> plain_files;
   int rename_result = 0;
+  /// errno after a call of which `results` overrides what it returns.
+  int override_errno = 0;
+  /// Stands for the outside programs: gets path and arguments, gives what KLIBCExecl returns.
+  std::function<int(const std::vector<std::string>&)> on_program;
   int lock_result = 1;
   /// What KLIBCProcFork returns; empty: it really forks.
   std::optional<int> fork_result;
@@ -68,6 +84,9 @@ class Platform {
   std::map<std::string, KALO::MESH::SDK::Upgrade::PatchInfo> patches;  ///< by path
   std::map<int, Json::Value> upload_envelopes;  ///< a node's answer; none: it throws
   Json::Value exec_envelope;
+  /// The regular check's answer by model; none: nothing is found.
+  std::map<std::string, RegularOffer> regular_offers;
+  int nano_number = 0;
 
   /// Thrown by the call whose journal line begins so.
   std::map<std::string, Thrower> throwers;

@@ -21,7 +21,6 @@ INSTANTIATE_TEST_SUITE_P(
     Rows, NotBuiltRows,
     ::testing::Values(NotBuilt{"StartEqualUpdate", WebapiUpgradeEqualStart},
                       NotBuilt{"CancelEqualUpdate", WebapiUpgradeEqualCancel},
-                      NotBuilt{"PatchCheck", WebapiUpgradePatchCheck},
                       NotBuilt{"PatchClean", WebapiUpgradePatchClean},
                       NotBuilt{"PatchCheckEqual", WebapiUpgradePatchCheckEqual},
                       NotBuilt{"DownloadStart", WebapiUpgradeDownloadStart},
