@@ -39,14 +39,19 @@ std::string ObjectReader::Text(const std::string& key, const std::optional<std::
 
 int ObjectReader::Integer(const std::string& key, int lowest, int highest,
                           std::optional<int> fallback) {
+  if (Find(key) == nullptr && fallback) return *fallback;
+  return static_cast<int>(LargeInteger(key, lowest, highest));
+}
+
+std::int64_t ObjectReader::LargeInteger(const std::string& key, std::int64_t lowest,
+                                        std::int64_t highest) {
   const Json::Value* member = Find(key);
-  if (member == nullptr && fallback) return *fallback;
   if (member == nullptr) Fail(key, "is missing");
   const bool whole = member->type() == Json::intValue || member->type() == Json::uintValue;
-  if (!whole || !member->isInt() || member->asInt() < lowest || member->asInt() > highest) {
+  if (!whole || !member->isInt64() || member->asInt64() < lowest || member->asInt64() > highest) {
     Fail(key, "must be a number from " + std::to_string(lowest) + " to " + std::to_string(highest));
   }
-  return member->asInt();
+  return member->asInt64();
 }
 
 bool ObjectReader::Boolean(const std::string& key, bool fallback) {

@@ -2,6 +2,7 @@
 
 #include <json/value.h>
 
+#include <cstdint>
 #include <optional>
 #include <set>
 #include <stdexcept>
@@ -28,6 +29,9 @@ class ObjectReader {
                                  const std::optional<std::string>& fallback = std::nullopt);
   [[nodiscard]] int Integer(const std::string& key, int lowest, int highest,
                             std::optional<int> fallback = std::nullopt);
+  /// @return a number that may be larger than an int.
+  [[nodiscard]] std::int64_t LargeInteger(const std::string& key, std::int64_t lowest,
+                                          std::int64_t highest);
   [[nodiscard]] bool Boolean(const std::string& key, bool fallback);
   /// @return the array; must be there.
   [[nodiscard]] const Json::Value& Array(const std::string& key);

@@ -121,18 +121,24 @@ pid_t Spawn(const std::vector<std::string>& argv, const SpawnOptions& options) {
   return -1;
 }
 
-int WaitForExit(pid_t pid) {
+ProcessEnd WaitForEnd(pid_t pid) {
   if (pid <= 0) {  // would mean any child
     errno = ECHILD;
-    return -1;
+    return {};
   }
   int status = 0;
   pid_t waited = -1;
   do {
     waited = waitpid(pid, &status, 0);
   } while (waited < 0 && errno == EINTR);
-  if (waited < 0) return -1;
-  return WIFEXITED(status) ? WEXITSTATUS(status) : kSignalOffset + WTERMSIG(status);
+  if (waited < 0) return {};
+  if (WIFEXITED(status)) return {false, WEXITSTATUS(status)};
+  return {true, WTERMSIG(status)};
+}
+
+int WaitForExit(pid_t pid) {
+  const ProcessEnd end = WaitForEnd(pid);
+  return end.by_signal ? kSignalOffset + end.number : end.number;
 }
 
 }  // namespace kalo

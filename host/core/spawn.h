@@ -22,6 +22,15 @@ struct SpawnOptions {
 /// @return the process id, which the caller reaps; negative with errno set when it did not start.
 [[nodiscard]] pid_t Spawn(const std::vector<std::string>& argv, const SpawnOptions& options = {});
 
+/// How a process ended.
+struct ProcessEnd {
+  bool by_signal = false;
+  int number = -1;  ///< exit status or signal; -1 with errno set when nobody could wait for it
+};
+
+/// Waits for a process.
+[[nodiscard]] ProcessEnd WaitForEnd(pid_t pid);
+
 /// Waits for a process.
 /// @return its exit status; 128 + n when signal n ended it; -1 with errno set.
 [[nodiscard]] int WaitForExit(pid_t pid);

@@ -13,13 +13,15 @@ int KLIBCProcFork(int flags);
 
 /// Runs a program and waits for its end. Unused argument slots are null; the first null ends the
 /// list.
-/// @return the exit status; negative when the program could not be run or died by a signal.
+/// @return the exit status; negative with errno set when the program could not be run (what
+///         starting it failed with) or died by a signal (ECANCELED).
 int KLIBCExec(const char* path, const char* arg1, const char* arg2, const char* arg3,
               const char* arg4);
 
 /// Runs a program with a null-terminated argument list and waits for its end.
 /// @param flags 187: output discarded, environment cleaned (the only value)
-/// @return the exit status; negative when the program could not be run or died by a signal.
+/// @param ...   at most 63 arguments behind the path (else E2BIG)
+/// @return as KLIBCExec.
 int KLIBCExecl(const char* path, int flags, ...);
 
 /// Starts a program and reads its standard output.
