@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <mutex>
 #include <optional>
 #include <system_error>
 
@@ -44,14 +43,6 @@ std::string FieldText(const Json::Value& value) {
 }
 
 }  // namespace
-
-CurlHandle NewCurlHandle() {
-  static std::once_flag once;
-  std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
-  CurlHandle curl(curl_easy_init());
-  if (!curl) throw std::runtime_error("the HTTP library cannot be started");
-  return curl;
-}
 
 NodeTransfer::NodeTransfer(CURL* curl, const NodeAddress& node, const NodeCall& call)
     : curl_(curl),

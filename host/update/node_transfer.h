@@ -9,19 +9,11 @@
 #include <string>
 
 #include "host/core/unique_fd.h"
+#include "host/update/curl_handle.h"
 #include "host/update/node_client.h"
 #include "platform/update/response.h"
 
 namespace kalo {
-
-struct CurlDeleter {
-  void operator()(CURL* curl) const { curl_easy_cleanup(curl); }
-};
-using CurlHandle = std::unique_ptr<CURL, CurlDeleter>;
-
-/// @return a handle for transfers, which keeps its connections from one to the next.
-/// @throws std::runtime_error
-[[nodiscard]] CurlHandle NewCurlHandle();
 
 /// What is called on a node.
 struct NodeCall {

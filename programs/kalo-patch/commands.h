@@ -35,5 +35,6 @@ void AddMake(CLI::App& app);
 void AddSign(CLI::App& app);
 void AddVerify(CLI::App& app);
 void AddShow(CLI::App& app);
+void AddPublish(CLI::App& app);
 
 }  // namespace kalo::patch_tool

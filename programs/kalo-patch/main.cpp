@@ -1,4 +1,4 @@
-// kalo-patch: makes, signs, checks and lists patch files.
+// kalo-patch: makes, signs, checks, lists and publishes patch files.
 
 #include <exception>
 #include <iostream>
@@ -40,7 +40,7 @@ int Report(const kalo::patch::PatchError& error) {
 }
 
 int Run(int argc, char** argv) {
-  CLI::App app("Makes, signs, checks and lists firmware patch files.", "kalo-patch");
+  CLI::App app("Makes, signs, checks, lists and publishes firmware patch files.", "kalo-patch");
   app.require_subcommand(1);
   app.footer("Exit status: 0 done, 1 failed, 2 wrong usage.");
   kalo::patch_tool::AddKeygen(app);
@@ -48,6 +48,7 @@ int Run(int argc, char** argv) {
   kalo::patch_tool::AddSign(app);
   kalo::patch_tool::AddVerify(app);
   kalo::patch_tool::AddShow(app);
+  kalo::patch_tool::AddPublish(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

@@ -24,11 +24,7 @@ std::string Take(const KeyValueText& text, const std::string& key) {
 }
 
 void Check(const PatchDescription& description) {
-  const std::string& unique = description.unique;
-  if (unique.empty() || unique.size() > kLongestUnique ||
-      unique.find_first_not_of(kUniqueBytes) != std::string::npos) {
-    Fail("unique is not a model's name");
-  }
+  if (!IsModelName(description.unique)) Fail("unique is not a model's name");
   if (!IsDisplayForm(description.version)) {
     Fail("version is not in display form (\"VXM 1.4.0-76010 Update 3\")");
   }
@@ -39,6 +35,11 @@ void Check(const PatchDescription& description) {
 }
 
 }  // namespace
+
+bool IsModelName(std::string_view text) {
+  return !text.empty() && text.size() <= kLongestUnique && !text.starts_with('.') &&
+         text.find_first_not_of(kUniqueBytes) == std::string_view::npos;
+}
 
 PatchDescription ParseDescription(std::string_view text) {
   const KeyValueText values{std::string(text)};

@@ -7,6 +7,10 @@
 
 namespace kalo::patch {
 
+/// @return whether the text can be a hardware model's name: 1 to 63 letters, digits, "_.+-", which
+///         does not begin with a dot. Files are named after models.
+[[nodiscard]] bool IsModelName(std::string_view text);
+
 /// Reads the member VERSION (key=value: unique, version, build, nano). The same form is a node's
 /// own VERSION file.
 /// @throws PatchError (kBadDescription) unless all four are there and agree.

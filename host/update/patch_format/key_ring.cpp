@@ -48,16 +48,20 @@ KeyRing KeyRing::Load(const std::string& folder) {
 void KeyRing::AddFile(const std::string& path) {
   const std::optional<std::string> pem = ReadFile(path, kLargestKeyFile);
   if (!pem) throw std::runtime_error(path + ": " + std::strerror(errno));
+  AddPem(*pem, path);
+}
+
+void KeyRing::AddPem(const std::string& pem, const std::string& name) {
   gnutls_pubkey_t raw = nullptr;
   if (gnutls_pubkey_init(&raw) != GNUTLS_E_SUCCESS) throw std::runtime_error("no memory for a key");
   std::unique_ptr<gnutls_pubkey_st, Deleter> key(raw);
-  const gnutls_datum_t datum = AsDatum(*pem);
+  const gnutls_datum_t datum = AsDatum(pem);
   const int result = gnutls_pubkey_import(key.get(), &datum, GNUTLS_X509_FMT_PEM);
   if (result != GNUTLS_E_SUCCESS) {
-    throw std::runtime_error(path + ": no public key in PEM form: " + gnutls_strerror(result));
+    throw std::runtime_error(name + ": no public key in PEM form: " + gnutls_strerror(result));
   }
   if (gnutls_pubkey_get_pk_algorithm(key.get(), nullptr) != GNUTLS_PK_EDDSA_ED25519) {
-    throw std::runtime_error(path + ": not an Ed25519 public key");
+    throw std::runtime_error(name + ": not an Ed25519 public key");
   }
   keys_.push_back(std::move(key));
 }

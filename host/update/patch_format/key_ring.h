@@ -20,6 +20,11 @@ class KeyRing {
   /// @throws std::runtime_error, saying file and cause, when it holds no Ed25519 public key.
   void AddFile(const std::string& path);
 
+  /// Adds the key of a PEM text.
+  /// @param name where it comes from, for errors
+  /// @throws as AddFile
+  void AddPem(const std::string& pem, const std::string& name);
+
   [[nodiscard]] bool Empty() const { return keys_.empty(); }
 
   /// @return whether one of the keys made this signature over these bytes.

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "host/update/feed/release_list.h"
+
+/// The maker's update feed as a router sees it.
+namespace kalo::feed {
+
+/// @return the address under which the feed's files lie, without a slash at the end: "rss_server"
+///         of the router's defaults, or the built-in one.
+[[nodiscard]] std::string BaseAddress();
+
+/// Fetches the list of one model and verifies it: signature, model, number (which must not fall;
+/// the highest one seen is kept in /var/lib/kalo/feed), expiry.
+/// @return empty after one log line that says what is wrong.
+[[nodiscard]] std::optional<ReleaseList> FetchReleaseList(const std::string& unique);
+
+}  // namespace kalo::feed

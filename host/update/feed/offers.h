@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+
+#include "host/update/feed/release_list.h"
+
+/// Which release a router is offered. Decided by build number; of equal builds by number of the
+/// small update.
+namespace kalo::feed {
+
+/// What the regular check offers to a router. Only releases for all count.
+/// @param build         what it runs
+/// @param small_updates whether small updates of its own build may be offered
+/// @return the next stop on the way to the newest full release when there is one above the build;
+///         else the newest small update of the build; else the newest full release, which then is
+///         no newer than what runs. Null when the list has nothing of all that. A router of another
+///         build is never offered a small update.
+[[nodiscard]] const Release* RegularOffer(const ReleaseList& list, std::int32_t build,
+                                          bool small_updates);
+
+/// @return the number of the newest small update of a build that is for all; 0 when there is none.
+[[nodiscard]] std::int32_t SmallUpdateNumber(const ReleaseList& list, std::int32_t build);
+
+/// What the version-2 documents offer: full releases from build 76000 on which have reached the
+/// group.
+/// @param build what the router runs; only releases above it count
+/// @param group the router's rollout digit, '0' to '9'
+/// @param beta  whether beta releases count
+/// @return the next stop on the way to the newest of them; null when there is none.
+[[nodiscard]] const Release* VersionTwoOffer(const ReleaseList& list, std::int32_t build,
+                                             char group, bool beta);
+
+}  // namespace kalo::feed

@@ -1,0 +1,108 @@
+#include "programs/kalo-patch/feed_tree.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <set>
+#include <stdexcept>
+
+#include "host/core/file_io.h"
+#include "host/update/feed/offers.h"
+#include "host/update/feed/version_two.h"
+
+namespace kalo::patch_tool {
+namespace fs = std::filesystem;
+namespace {
+
+constexpr std::size_t kLargestDocument = std::size_t{4} << 20;
+constexpr mode_t kPublic = 0644;
+constexpr std::chrono::seconds kLockPatience{30};
+
+[[noreturn]] void Fail(const fs::path& path, const std::string& what) {
+  throw std::runtime_error(path.native() + ": " + what);
+}
+
+fs::path ListPath(const std::string& unique) {
+  return fs::path("v1") / unique / "list.json";
+}
+
+// Removes a half copied file unless it got its name.
+class HalfFile {
+ public:
+  explicit HalfFile(fs::path path) : path_(std::move(path)) {}
+  HalfFile(const HalfFile&) = delete;
+  HalfFile& operator=(const HalfFile&) = delete;
+  ~HalfFile() {
+    std::error_code ignored;
+    fs::remove(path_, ignored);
+  }
+  [[nodiscard]] const fs::path& Path() const { return path_; }
+
+ private:
+  fs::path path_;
+};
+
+}  // namespace
+
+FeedTree::FeedTree(const fs::path& folder) : folder_(folder) {
+  fs::create_directories(folder_);
+  lock_ = FileLock::TakeWithin(folder_ / ".publish.lock", kLockPatience);
+  if (!lock_) Fail(folder_, std::string("cannot be locked: ") + std::strerror(errno));
+}
+
+std::optional<feed::ReleaseList> FeedTree::ReadList(const std::string& unique,
+                                                    const patch::KeyRing& keys) const {
+  const fs::path path = folder_ / ListPath(unique);
+  if (!fs::exists(path)) return std::nullopt;
+  const std::optional<std::string> text = ReadFile(path, kLargestDocument);
+  const std::optional<std::string> signature = ReadFile(path.native() + ".sig", kLargestDocument);
+  if (!text || !signature) Fail(path, "cannot be read with its signature");
+  if (!keys.Verifies(*text, *signature)) Fail(path, "is not signed with this key");
+  return feed::ParseReleaseList(*text, path);
+}
+
+void FeedTree::PutPatch(const fs::path& from, const std::string& path) const {
+  const fs::path target = folder_ / path;
+  fs::create_directories(target.parent_path());
+  const HalfFile half(target.parent_path() / ("." + target.filename().native() + ".part"));
+  fs::copy_file(from, half.Path(), fs::copy_options::overwrite_existing);
+  fs::permissions(half.Path(), static_cast<fs::perms>(kPublic));
+  fs::rename(half.Path(), target);
+}
+
+void FeedTree::PutList(const feed::ReleaseList& list, const patch::SigningKey& key) const {
+  const std::string text = feed::WriteReleaseList(list);
+  const fs::path path = ListPath(list.unique);
+  Put(path.native() + ".sig", key.Sign(text));
+  Put(path, text);
+  // Last: what they offer is looked up in the list.
+  PutDocuments(list);
+}
+
+void FeedTree::PutDocuments(const feed::ReleaseList& list) const {
+  std::set<std::int32_t> builds(list.field_builds.begin(), list.field_builds.end());
+  for (const feed::Release& release : list.releases) builds.insert(release.build);
+  for (const std::int32_t build : builds) {
+    const fs::path folder = fs::path("v2") / list.unique / std::to_string(build);
+    for (const char group : feed::kAllGroups) {
+      for (const bool beta : {true, false}) {
+        const feed::Release* offer = feed::VersionTwoOffer(list, build, group, beta);
+        Put(folder / (std::string(1, group) + (beta ? ".json" : ".stable.json")),
+            feed::VersionTwoDocument(offer, list.unique));
+      }
+    }
+  }
+  Put("v2/empty.json", feed::VersionTwoDocument(nullptr, ""));
+}
+
+// What did not change keeps its time, and with it what caches know it by.
+void FeedTree::Put(const fs::path& path, const std::string& contents) const {
+  const fs::path target = folder_ / path;
+  if (ReadFile(target, kLargestDocument) == contents) return;
+  fs::create_directories(target.parent_path());
+  if (!WriteFileAtomic(target, contents, kPublic)) Fail(target, std::strerror(errno));
+}
+
+}  // namespace kalo::patch_tool

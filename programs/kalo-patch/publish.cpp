@@ -1,0 +1,198 @@
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "host/update/patch_format/patch_file.h"
+#include "host/update/patch_format/sha256.h"
+#include "programs/kalo-patch/commands.h"
+#include "programs/kalo-patch/feed_tree.h"
+
+namespace kalo::patch_tool {
+namespace fs = std::filesystem;
+namespace {
+
+constexpr std::int64_t kDay = 86400;
+constexpr std::int32_t kFirstWithoutSmallUpdates = 76000;
+
+struct Options {
+  std::vector<std::string> patches;
+  std::string feed;
+  std::string key_file;
+  std::string groups = "0-9";
+  std::string phase;
+  std::vector<std::string> models;
+  std::vector<std::int32_t> field_builds;
+  bool stone = false;
+  int valid_days = 180;
+};
+
+// "0-4,7" becomes "012347".
+std::string ParseGroups(const std::string& text) {
+  std::array<bool, 10> reached{};
+  const auto fail = [&] {
+    throw UsageError("--groups " + text + " is no list of digits; write it like 0-4 or 0,3,7-9");
+  };
+  if (text.empty()) fail();
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const bool range = i + 2 < text.size() && text[i + 1] == '-';
+    const char first = text[i];
+    const char last = range ? text[i + 2] : first;
+    if (first < '0' || last > '9' || first > last) fail();
+    for (char digit = first; digit <= last; ++digit) {
+      reached.at(static_cast<std::size_t>(digit - '0')) = true;
+    }
+    i += range ? 3 : 1;
+    if (i < text.size() && text[i] != ',') fail();
+    if (i + 1 == text.size()) fail();  // ends in a comma
+  }
+  std::string groups;
+  for (const char digit : feed::kAllGroups) {
+    if (reached.at(static_cast<std::size_t>(digit - '0'))) groups += digit;
+  }
+  return groups;
+}
+
+std::string HashOf(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  patch::Sha256 hash;
+  std::vector<char> piece(std::size_t{1} << 18);
+  while (file.read(piece.data(), static_cast<std::streamsize>(piece.size())) || file.gcount() > 0) {
+    hash.Update({piece.data(), static_cast<std::size_t>(file.gcount())});
+  }
+  if (!file.eof()) throw std::runtime_error(path.native() + ": cannot be read");
+  return hash.Finish();
+}
+
+/// A patch that is to be published.
+struct NewRelease {
+  fs::path from;
+  std::string unique;
+  feed::Release release;
+};
+
+NewRelease Describe(const std::string& path, const patch::KeyRing& keys, const std::string& groups,
+                    const std::string& phase) {
+  const patch::VerifyResult result = patch::VerifyPatch(path, keys, patch::FileTrust::kAnyOwner);
+  if (!result.IsValid()) throw patch::PatchError(result.outcome, path + ": " + result.reason);
+  NewRelease entry{path, result.description.unique, {}};
+  feed::Release& release = entry.release;
+  release.version = result.description.version;
+  release.build = result.description.build;
+  release.nano = result.description.nano;
+  release.phase = phase;
+  release.groups = groups;
+  release.file.size = fs::file_size(path);
+  release.file.sha256 = HashOf(path);
+  const std::string number = release.IsSmall() ? "-" + std::to_string(release.nano) : "";
+  release.file.path =
+      "patches/" + entry.unique + "/" + std::to_string(release.build) + number + ".patch";
+  return entry;
+}
+
+void Take(feed::ReleaseList& list, const NewRelease& entry) {
+  const auto same =
+      std::find_if(list.releases.begin(), list.releases.end(),
+                   [&](const feed::Release& r) { return r.file.path == entry.release.file.path; });
+  if (same == list.releases.end()) {
+    list.releases.push_back(entry.release);
+    return;
+  }
+  if (same->version != entry.release.version || same->file.sha256 != entry.release.file.sha256) {
+    throw std::runtime_error(
+        entry.from.native() + ": " + same->version +
+        " is published already with other contents; give it a new build number");
+  }
+  *same = entry.release;  // other groups, another phase
+}
+
+// Routers always take a small update along with a full one below this build.
+void CheckSmallUpdates(const feed::ReleaseList& list) {
+  for (const feed::Release& full : list.releases) {
+    if (full.IsSmall() || full.build >= kFirstWithoutSmallUpdates) continue;
+    const bool has_small =
+        std::any_of(list.releases.begin(), list.releases.end(),
+                    [&](const feed::Release& r) { return r.IsSmall() && r.build == full.build; });
+    if (has_small) continue;
+    throw std::runtime_error(full.version + " for " + list.unique +
+                             " needs a small update beside it: make one with --version \"" +
+                             full.version + " Update 0\" and publish both at once");
+  }
+}
+
+/// The lists that one publication changes, by model.
+using Lists = std::map<std::string, feed::ReleaseList>;
+
+feed::ReleaseList& Open(Lists& lists, const FeedTree& tree, const patch::KeyRing& keys,
+                        const std::string& unique) {
+  const auto known = lists.find(unique);
+  if (known != lists.end()) return known->second;
+  feed::ReleaseList list = tree.ReadList(unique, keys).value_or(feed::ReleaseList{});
+  list.unique = unique;
+  return lists[unique] = std::move(list);
+}
+
+void Run(const Options& options) {
+  if (options.patches.empty() && options.models.empty()) {
+    throw UsageError("name patch files, or models whose lists are to be signed anew (--unique)");
+  }
+  const std::string groups = ParseGroups(options.groups);
+  const patch::SigningKey key = patch::SigningKey::Load(options.key_file);
+  patch::KeyRing keys;
+  keys.AddPem(key.PublicPem(), options.key_file);
+  std::vector<NewRelease> entries;
+  for (const std::string& path : options.patches) {
+    entries.push_back(Describe(path, keys, groups, options.phase));
+  }
+  const FeedTree tree(options.feed);
+  Lists lists;
+  for (const std::string& unique : options.models) (void)Open(lists, tree, keys, unique);
+  for (const NewRelease& entry : entries) {
+    feed::ReleaseList& list = Open(lists, tree, keys, entry.unique);
+    Take(list, entry);
+    if (options.stone && !entry.release.IsSmall()) list.stones.push_back(entry.release.build);
+  }
+  for (auto& [unique, list] : lists) {
+    list.field_builds.insert(list.field_builds.end(), options.field_builds.begin(),
+                             options.field_builds.end());
+    ++list.number;
+    list.expires = static_cast<std::int64_t>(std::time(nullptr)) + options.valid_days * kDay;
+    feed::SortReleaseList(list);
+    CheckSmallUpdates(list);
+  }
+  for (const NewRelease& entry : entries) tree.PutPatch(entry.from, entry.release.file.path);
+  for (const auto& [unique, list] : lists) tree.PutList(list, key);
+}
+
+}  // namespace
+
+void AddPublish(CLI::App& app) {
+  auto options = std::make_shared<Options>();
+  CLI::App* command = app.add_subcommand("publish", "Publish patches in an update feed's folder");
+  command->add_option("PATCH", options->patches, "signed patch files, of any models");
+  command->add_option("--feed", options->feed, "the folder that a web server serves")->required();
+  command->add_option("--key", options->key_file, "the private key that signed the patches")
+      ->required();
+  command->add_option("--groups", options->groups, "rollout groups reached, like 0-4")
+      ->capture_default_str();
+  command->add_option("--phase", options->phase, "Beta, or nothing for a finished release")
+      ->check(CLI::IsMember({"Beta"}));
+  command->add_flag("--stone", options->stone,
+                    "every update from below must stop at these full releases");
+  command->add_option("--field-build", options->field_builds,
+                      "a build that routers run without it being published here");
+  command->add_option("--unique", options->models, "sign this model's list anew");
+  command->add_option("--valid-days", options->valid_days, "how long the list counts")
+      ->check(CLI::Range(1, 3650))
+      ->capture_default_str();
+  command->callback([options] { Run(*options); });
+}
+
+}  // namespace kalo::patch_tool

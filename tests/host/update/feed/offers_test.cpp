@@ -1,0 +1,114 @@
+#include "host/update/feed/offers.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/host/update/feed/example_list.h"
+
+namespace kalo::feed {
+namespace {
+
+std::string VersionOf(const Release* release) {
+  return release != nullptr ? release->version : "";
+}
+
+std::string Regular(const ReleaseList& list, std::int32_t build, bool small_updates = true) {
+  return VersionOf(RegularOffer(list, build, small_updates));
+}
+
+ReleaseList OldReleases() {
+  return ExampleList({Example("VXM 1.3.1-9346", 9346), Example("VXM 1.3.1-9346 Update 1", 9346, 1),
+                      Example("VXM 1.3.1-9346 Update 2", 9346, 2), Example("VXM 1.3.2-9400", 9400),
+                      Example("VXM 1.3.2-9400 Update 0", 9400)});
+}
+
+TEST(RegularOffer, IsTheNewestFullReleaseForAnOlderBuild) {
+  EXPECT_EQ(Regular(OldReleases(), 9300), "VXM 1.3.2-9400");
+  EXPECT_EQ(Regular(OldReleases(), 9346), "VXM 1.3.2-9400");
+}
+
+TEST(RegularOffer, IsNoSmallUpdateOfAnotherBuild) {
+  const ReleaseList list = ExampleList({Example("VXM 1.3.1-9346 Update 2", 9346, 2)});
+  EXPECT_EQ(Regular(list, 9300), "");
+  EXPECT_EQ(Regular(list, 9346), "VXM 1.3.1-9346 Update 2");
+}
+
+TEST(RegularOffer, IsTheNewestSmallUpdateOfTheNewestBuild) {
+  const ReleaseList list =
+      ExampleList({Example("VXM 1.3.1-9346", 9346), Example("VXM 1.3.1-9346 Update 10", 9346, 10),
+                   Example("VXM 1.3.1-9346 Update 9", 9346, 9)});
+  EXPECT_EQ(Regular(list, 9346), "VXM 1.3.1-9346 Update 10");
+  EXPECT_EQ(Regular(list, 9346, false), "VXM 1.3.1-9346");
+}
+
+TEST(RegularOffer, ASmallUpdateWithNumberZeroIsNoOfferByItself) {
+  EXPECT_EQ(Regular(OldReleases(), 9400), "VXM 1.3.2-9400");
+}
+
+TEST(RegularOffer, MayBeOlderThanWhatRuns) {
+  EXPECT_EQ(Regular(OldReleases(), 9500), "VXM 1.3.2-9400");
+}
+
+TEST(RegularOffer, PassesOverBetaAndStagedReleases) {
+  const ReleaseList list = ExampleList({Example("VXM 1.4.0-76000", 76000),
+                                        Example("VXM 1.4.0-76010", 76010, 0, "0123456789", "Beta"),
+                                        Example("VXM 1.4.0-76020", 76020, 0, "012345678")});
+  EXPECT_EQ(Regular(list, 75000), "VXM 1.4.0-76000");
+  EXPECT_EQ(Regular(ExampleList({}), 1), "");
+}
+
+TEST(RegularOffer, StopsAtTheLowestSteppingStoneAbove) {
+  ReleaseList list = ExampleList({Example("VXM 1.2.0-8000", 8000), Example("VXM 1.3.1-9346", 9346),
+                                  Example("VXM 1.4.0-76010", 76010)});
+  list.stones = {8000, 9346};
+  EXPECT_EQ(Regular(list, 7000), "VXM 1.2.0-8000");
+  EXPECT_EQ(Regular(list, 8000), "VXM 1.3.1-9346");
+  EXPECT_EQ(Regular(list, 9346), "VXM 1.4.0-76010");
+  list.stones = {9000};  // no release: nobody can stop there
+  EXPECT_EQ(Regular(list, 7000), "VXM 1.4.0-76010");
+}
+
+TEST(SmallUpdateNumber, IsTheHighestOfTheBuild) {
+  EXPECT_EQ(SmallUpdateNumber(OldReleases(), 9346), 2);
+  EXPECT_EQ(SmallUpdateNumber(OldReleases(), 9400), 0);
+  EXPECT_EQ(SmallUpdateNumber(OldReleases(), 1), 0);
+  EXPECT_EQ(
+      SmallUpdateNumber(ExampleList({Example("VXM 1.3.1-9346 Update 3", 9346, 3, "0")}), 9346), 0);
+}
+
+class VersionTwo : public testing::Test {
+ protected:
+  std::string Offer(std::int32_t build, char group, bool beta = true) const {
+    return VersionOf(VersionTwoOffer(list_, build, group, beta));
+  }
+  ReleaseList list_ = ExampleList(
+      {Example("VXM 1.3.9-75999", 75999), Example("VXM 1.4.0-76000", 76000),
+       Example("VXM 1.4.0-76000 Update 4", 76000, 4), Example("VXM 1.4.1-76010", 76010, 0, "01234"),
+       Example("VXM 1.4.2-76020", 76020, 0, "0123456789", "Beta")});
+};
+
+TEST_F(VersionTwo, OffersWhatHasReachedTheGroup) {
+  EXPECT_EQ(Offer(76000, '4', false), "VXM 1.4.1-76010");
+  EXPECT_EQ(Offer(76000, '5', false), "");
+  EXPECT_EQ(Offer(9346, '5', false), "VXM 1.4.0-76000");
+}
+
+TEST_F(VersionTwo, OffersBetaReleasesOnlyWhenAsked) {
+  EXPECT_EQ(Offer(76000, '9'), "VXM 1.4.2-76020");
+  EXPECT_EQ(Offer(76010, '0', false), "");
+}
+
+TEST_F(VersionTwo, OffersNothingThatIsNotAboveAndNothingBelow76000) {
+  EXPECT_EQ(Offer(76020, '0'), "");
+  EXPECT_EQ(Offer(80000, '0'), "");
+  list_ = ExampleList({Example("VXM 1.3.9-75999", 75999)});
+  EXPECT_EQ(Offer(9346, '0'), "");
+}
+
+TEST_F(VersionTwo, StopsAtSteppingStones) {
+  list_.stones = {76000};
+  EXPECT_EQ(Offer(9346, '0'), "VXM 1.4.0-76000");
+  EXPECT_EQ(Offer(76000, '0'), "VXM 1.4.2-76020");
+}
+
+}  // namespace
+}  // namespace kalo::feed
