@@ -20,6 +20,10 @@ class Layout {
   [[nodiscard]] std::filesystem::path Log() const { return state_ / "box.log"; }
   /// The trees that nodes start with, one for each model.
   [[nodiscard]] std::filesystem::path Firmware() const { return state_ / "firmware"; }
+  /// What the maker's update feed serves; kalo-patch publish fills it.
+  [[nodiscard]] std::filesystem::path Feed() const { return state_ / "feed"; }
+  /// The feed server's certificate and key.
+  [[nodiscard]] std::filesystem::path FeedTls() const { return state_ / "feed-tls"; }
   /// Root of the box in which the launcher runs.
   [[nodiscard]] std::filesystem::path LauncherRoot() const { return state_ / "launcher"; }
   [[nodiscard]] std::filesystem::path LauncherControl() const { return state_ / "control"; }

@@ -15,9 +15,11 @@ inline constexpr const char* kBootId = "/run/boot_id";
 inline constexpr const char* kInstallReport = "/run/kalo/install";
 inline constexpr const char* kInstallLock = "/run/kalo/install.lock";
 inline constexpr const char* kKeyValueLocks = "/run/kalo/kv";
+inline constexpr const char* kNotificationLock = "/run/kalo/notifications.lock";
 inline constexpr const char* kAutoUpdateLock = "/run/kalo/auto_update.lock";
 
 // Kept over reboots.
+inline constexpr const char* kNotifications = "/var/lib/kalo/notifications.json";
 inline constexpr const char* kFeedState = "/var/lib/kalo/feed";
 
 // Storage.

@@ -22,6 +22,7 @@ class RunningMesh {
     int nodes = 0;
     std::uint64_t disk_mib = 0;  ///< of each node's /volume1
     std::uint64_t tmp_mib = 0;   ///< of each node's /tmp
+    int auto_check_s = 0;        ///< how often the CAP looks for updates by itself; 0: never
   };
 
   /// Starts the mesh. Call it from the main thread, with no other thread running.

@@ -33,6 +33,8 @@ struct Options {
   std::string build;
   std::string listen = "127.0.0.1:0";
   std::string patch_keys;
+  std::string first_version = "VXM 1.4.0-76000";
+  int auto_check_s = 0;
   int nodes = 4;
   std::uint64_t disk_mib = 256;
   std::uint64_t tmp_mib = 64;
@@ -46,6 +48,7 @@ std::string Describe(const Layout& layout, const NewMesh& mesh, const Listening&
   box["ca"] = layout.ClientCa().string();
   box["user"] = mesh.administrator.name;
   box["password"] = mesh.administrator.password;
+  box["feed"] = layout.Feed().string();
   box["pid"] = static_cast<Json::Int64>(getpid());
   for (const PlannedNode& node : mesh.nodes) {
     Json::Value entry(Json::objectValue);
@@ -86,9 +89,11 @@ void Run(const Options& options, const Layout& layout, Detached& detached) {
   const fs::path keys =
       options.patch_keys.empty() ? layout.State() / "keys" : fs::absolute(options.patch_keys);
   const fs::path build = fs::canonical(options.build);
-  const NewMesh mesh = MakeMesh(layout, build, options.nodes, PatchKeys(keys));
-  RunningMesh running(layout, {build, options.nodes, options.disk_mib, options.tmp_mib},
-                      listening.fd.Get());
+  const NewMesh mesh =
+      MakeMesh(layout, build, options.nodes, PatchKeys(keys), options.first_version);
+  RunningMesh running(
+      layout, {build, options.nodes, options.disk_mib, options.tmp_mib, options.auto_check_s},
+      listening.fd.Get());
   if (!running.WaitUntilHealthy(kHealthDeadline)) {
     throw std::runtime_error("the mesh did not come up; see " + layout.Log().native() +
                              " and the files \"console\" below " + layout.Nodes().native());
@@ -134,6 +139,11 @@ void AddUp(CLI::App& app, int& status) {
       ->check(CLI::Range(16, 65536));
   up->add_option("--tmp-mib", options->tmp_mib, "Size of each node's /tmp")
       ->check(CLI::Range(1, 65536));
+  up->add_option("--first-version", options->first_version, "What all nodes run at first")
+      ->capture_default_str();
+  up->add_option("--auto-check", options->auto_check_s,
+                 "Let the CAP look for updates by itself, every so many seconds")
+      ->check(CLI::Range(1, 86400));
   up->add_flag("--foreground", options->foreground, "Stay until the mesh ends");
   up->add_flag("--die-with-parent", options->die_with_parent,
                "With --foreground: end the mesh when the caller ends");

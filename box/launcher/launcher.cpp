@@ -6,17 +6,27 @@
 #include <csignal>
 #include <iostream>
 
+#include "box/feed_address.h"
+
 namespace kalo::box {
 namespace {
 
 constexpr std::chrono::milliseconds kTick{50};
 constexpr std::chrono::seconds kEndDeadline{8};
 
+ServiceProgram FeedServer(const NodeBox::Setup& setup) {
+  const std::filesystem::path tls = setup.layout.FeedTls();
+  return {"feedd",
+          {setup.build / "services/feedd/feedd", "--root", setup.layout.Feed(), "--listen",
+           kFeedListen, "--cert", tls / "server.crt", "--key", tls / "server.key"}};
+}
+
 }  // namespace
 
 Launcher::Launcher(const NodeBox::Setup& setup, int nodes)
     : signals_({SIGTERM, SIGINT, SIGCHLD}),
-      control_(ListenControl(setup.layout.LauncherControl())) {
+      control_(ListenControl(setup.layout.LauncherControl())),
+      feed_(FeedServer(setup)) {
   for (int id = 0; id < nodes; ++id) nodes_.emplace_back(id, setup);
   loop_.Add(signals_.Fd(), [this] { OnSignal(); });
   loop_.Add(control_.Get(), [this] { OnConnection(); });
@@ -25,6 +35,7 @@ Launcher::Launcher(const NodeBox::Setup& setup, int nodes)
 void Launcher::Run() {
   while (!ending_) {
     for (NodeBox& node : nodes_) node.Tick(NodeBox::Clock::now());
+    feed_.Tick(Service::Clock::now());
     loop_.Turn(kTick);
   }
   EndNodes();
@@ -57,6 +68,10 @@ void Launcher::OnSignal() {
 }
 
 void Launcher::Reap() {
+  if (feed_.Pid() > 0 && waitpid(feed_.Pid(), nullptr, WNOHANG) == feed_.Pid()) {
+    std::cerr << "the update feed ended\n";
+    feed_.OnExit(Service::Clock::now());
+  }
   for (NodeBox& node : nodes_) {
     int status = 0;
     if (node.Pid() == 0 || waitpid(node.Pid(), &status, WNOHANG) != node.Pid()) continue;

@@ -9,11 +9,13 @@
 #include "box/control.h"
 #include "box/event_loop.h"
 #include "box/launcher/node_box.h"
+#include "box/service.h"
 #include "box/signals.h"
 
 namespace kalo::box {
 
-/// Runs all nodes of a mesh inside the box that gives them their own network. Serves on the state
+/// Runs all nodes of a mesh, and the maker's update feed, inside the box that gives them their own
+/// network. Serves on the state
 /// folder's control socket:
 ///   {"op": "offline", "node": n}   pulls the plug; answered when the node is gone
 ///   {"op": "online", "node": n}    starts it again
@@ -44,6 +46,7 @@ class Launcher {
   UniqueFd control_;
   EventLoop loop_;
   std::list<NodeBox> nodes_;
+  Service feed_;  ///< the maker's update feed, outside the mesh
   std::list<Waiting> waiting_;
   std::optional<ControlChannel> down_;
   bool ending_ = false;

@@ -28,6 +28,9 @@ std::vector<std::string> Command(int id, const NodeBox::Setup& setup) {
   root.as_pid_1 = true;
   std::vector<std::string> command = BwrapCommand(root);
   command.push_back(setup.build / "box/node-init");
+  if (id == 0 && setup.auto_check_s > 0) {
+    command.insert(command.end(), {"--auto-check", std::to_string(setup.auto_check_s)});
+  }
   if (id == 0 && setup.listen_fd >= 0) command.insert(command.end(), {"--listen-fd", "3"});
   return command;
 }

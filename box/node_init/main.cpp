@@ -24,7 +24,7 @@ namespace {
 
 constexpr int kCannotRun = 1;
 
-int Boot(int listen_fd) {
+int Boot(const kalo::box::NodeSetup& setup) {
   umask(022);
   kalo::box::MakeBootFolders();
   std::string boot_id = kalo::box::WriteBootId();
@@ -32,19 +32,20 @@ int Boot(int listen_fd) {
   if (!kalo::WriteFileAtomic(kalo::box::kBusConfiguration, kalo::box::BusConfiguration(), 0644)) {
     throw std::runtime_error("cannot write the bus configuration");
   }
-  return kalo::box::NodeInit(std::move(boot_id), listen_fd).Run();
+  return kalo::box::NodeInit(std::move(boot_id), setup).Run();
 }
 
 int Run(int argc, char** argv) {
   CLI::App app("First process of a node's box");
-  int listen_fd = -1;
-  app.add_option("--listen-fd", listen_fd, "listening socket for the web API server");
+  kalo::box::NodeSetup setup;
+  app.add_option("--listen-fd", setup.listen_fd, "listening socket for the web API server");
+  app.add_option("--auto-check", setup.auto_check_s, "seconds between looks for updates");
   CLI11_PARSE(app, argc, argv);
   // It empties /tmp and /run and ends every process that it sees: never outside a box.
   if (getpid() != 1 || !std::filesystem::exists(kalo::box::kBoxFolder)) {
     throw std::runtime_error("only runs as the first process of a node's box");
   }
-  return Boot(listen_fd);
+  return Boot(setup);
 }
 
 }  // namespace

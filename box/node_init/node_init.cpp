@@ -23,9 +23,23 @@ constexpr std::chrono::seconds kHealthDeadline{30};
 constexpr std::chrono::seconds kEndDeadline{5};
 constexpr std::chrono::milliseconds kTick{50};
 
+// Stands for the timer that a router with a service manager has.
+ServiceProgram AutoCheck(std::chrono::seconds every) {
+  const auto is_time = [every, next = Service::Clock::now() + every]() mutable {
+    const auto now = Service::Clock::now();
+    if (now < next) return false;
+    next = now + every;
+    return true;
+  };
+  return {"auto-check",
+          {"/usr/kalo/bin/kalo-mesh", "--local", "check", "--auto", "--json"},
+          -1,
+          is_time};
+}
+
 }  // namespace
 
-NodeInit::NodeInit(std::string boot_id, int listen_fd)
+NodeInit::NodeInit(std::string boot_id, const NodeSetup& setup)
     : boot_id_(std::move(boot_id)),
       signals_({SIGTERM, SIGINT, SIGCHLD}),
       log_("/dev/log", "/var/log/messages", kLogLimit),
@@ -33,14 +47,14 @@ NodeInit::NodeInit(std::string boot_id, int listen_fd)
       health_({[port = ReadMeshPort(KALO::paths::kServerConfiguration)] { return Answers(port); },
                [this](const char* word) { RunInstaller(word); }},
               Clock::now() + kHealthDeadline) {
-  AddServices(listen_fd);
+  AddServices(setup);
   loop_.Add(signals_.Fd(), [this] { OnSignal(); });
   loop_.Add(log_.Fd(), [this] { log_.Take(); });
   loop_.Add(control_.Get(), [this] { OnConnection(); });
   log_.Write(LOG_NOTICE, "boot " + boot_id_);
 }
 
-void NodeInit::AddServices(int listen_fd) {
+void NodeInit::AddServices(const NodeSetup& setup) {
   services_.emplace_back(
       ServiceProgram{"dbus-daemon",
                      {"/usr/bin/dbus-daemon", std::string("--config-file=") + kBusConfiguration,
@@ -48,9 +62,12 @@ void NodeInit::AddServices(int listen_fd) {
   if (fs::exists(KALO::paths::kMeshNodes)) {  // only the CAP knows the mesh's nodes
     services_.emplace_back(ServiceProgram{"meshd", {"/usr/kalo/sbin/meshd"}, -1, IsBusUp});
   }
-  ServiceProgram server{"webapid", {"/usr/kalo/sbin/webapid"}, listen_fd, IsBusUp};
-  if (listen_fd >= 0) server.argv.insert(server.argv.end(), {"--listen-fd", "3"});
+  ServiceProgram server{"webapid", {"/usr/kalo/sbin/webapid"}, setup.listen_fd, IsBusUp};
+  if (setup.listen_fd >= 0) server.argv.insert(server.argv.end(), {"--listen-fd", "3"});
   services_.emplace_back(std::move(server));
+  if (setup.auto_check_s > 0) {
+    services_.emplace_back(AutoCheck(std::chrono::seconds(setup.auto_check_s)));
+  }
 }
 
 int NodeInit::Run() {

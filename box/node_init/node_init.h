@@ -9,11 +9,17 @@
 #include "box/event_loop.h"
 #include "box/node_init/boot_health.h"
 #include "box/node_init/exec_session.h"
-#include "box/node_init/service.h"
 #include "box/node_init/system_log.h"
+#include "box/service.h"
 #include "box/signals.h"
 
 namespace kalo::box {
+
+/// How a node's box was started.
+struct NodeSetup {
+  int listen_fd = -1;    ///< an inherited listening socket for the web API server; -1: none
+  int auto_check_s = 0;  ///< how often the node looks for updates by itself; 0: never
+};
 
 /// A node's first process after its folders and firmware are in place: keeps the log, the bus and
 /// the services running, judges the boot, and serves the box's requests on /box/control:
@@ -24,9 +30,8 @@ namespace kalo::box {
 class NodeInit {
  public:
   /// @param boot_id of this boot
-  /// @param listen_fd an inherited listening socket for the web API server; -1: none
   /// @throws std::system_error
-  NodeInit(std::string boot_id, int listen_fd);
+  NodeInit(std::string boot_id, const NodeSetup& setup);
   NodeInit(const NodeInit&) = delete;
   NodeInit& operator=(const NodeInit&) = delete;
   ~NodeInit() = default;
@@ -38,7 +43,7 @@ class NodeInit {
  private:
   using Clock = Service::Clock;
 
-  void AddServices(int listen_fd);
+  void AddServices(const NodeSetup& setup);
   void Tick();
   void ReportHealth();
   void OnSignal();

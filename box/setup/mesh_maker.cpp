@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "box/feed_address.h"
 #include "box/setup/certificates.h"
 #include "box/setup/firmware_tree.h"
 #include "box/setup/node_files.h"
@@ -12,20 +13,27 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* kMarker = ".kalo-box";
-constexpr const char* kFirstVersion = "VXM 1.4.0-76000";
 
 // One install for all models: the trees differ in their VERSION alone.
 void MakeFirstFirmware(const Layout& layout, const fs::path& build,
-                       const std::vector<std::string>& models) {
+                       const std::vector<std::string>& models, const std::string& version) {
   const fs::path first = layout.Firmware() / models.front();
   fs::create_directories(layout.Firmware());
-  MakeFirmwareTree(build, DescribeFirmware(models.front(), kFirstVersion), 0, first);
+  MakeFirmwareTree(build, DescribeFirmware(models.front(), version), 0, first);
   for (const std::string& model : models) {
     const fs::path tree = layout.Firmware() / model;
     if (tree == first) continue;
     fs::copy(first, tree, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-    PutVersion(DescribeFirmware(model, kFirstVersion), tree);
+    PutVersion(DescribeFirmware(model, version), tree);
   }
+}
+
+void MakeFeed(const Layout& layout, const CertificateAuthority& authority) {
+  constexpr unsigned kSecret = 0600;
+  fs::create_directories(layout.Feed());
+  const Credential credential = authority.Issue({"update feed", {}, {kFeedAddress}});
+  PutFile(layout.FeedTls() / "server.crt", credential.certificate);
+  PutFile(layout.FeedTls() / "server.key", credential.key, kSecret);
 }
 
 }  // namespace
@@ -38,24 +46,28 @@ void ClearState(const Layout& layout) {
     if (marked || entry.path() == layout.Lock()) continue;
     throw std::runtime_error(state.native() + " holds something else; name a folder of its own");
   }
-  for (const fs::path& old : {layout.Description(), layout.ClientCa(), layout.Log(),
-                              layout.Firmware(), layout.LauncherRoot(), layout.Nodes()}) {
+  for (const fs::path& old :
+       {layout.Description(), layout.ClientCa(), layout.Log(), layout.Firmware(),
+        layout.LauncherRoot(), layout.Nodes(), layout.Feed(), layout.FeedTls()}) {
     fs::remove_all(old);
   }
   PutFile(state / kMarker, "");
 }
 
 NewMesh MakeMesh(const Layout& layout, const fs::path& build, int nodes,
-                 const PatchKeys& patch_keys) {
+                 const PatchKeys& patch_keys, const std::string& first_version) {
   NewMesh mesh{PlanMesh(nodes), MakeAdministrator()};
   patch_keys.MakeWhenMissing();
   const CertificateAuthority mesh_authority("Mesh");
   const CertificateAuthority admin_authority("Box");
-  const MeshSetup setup{mesh.nodes, &mesh_authority, &admin_authority,
-                        UsersJson(mesh.administrator), patch_keys};
+  const CertificateAuthority feed_authority("Maker");
+  const MeshSetup setup{
+      mesh.nodes, &mesh_authority, &admin_authority, &feed_authority, UsersJson(mesh.administrator),
+      patch_keys};
   for (const PlannedNode& node : mesh.nodes) MakeNodeRoot(layout, setup, node);
   PutFile(layout.ClientCa(), admin_authority.Certificate());
-  MakeFirstFirmware(layout, build, ModelsOf(mesh.nodes));
+  MakeFirstFirmware(layout, build, ModelsOf(mesh.nodes), first_version);
+  MakeFeed(layout, feed_authority);
   return mesh;
 }
 

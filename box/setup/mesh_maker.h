@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
 #include <vector>
 
 #include "box/layout.h"
@@ -20,10 +21,11 @@ struct NewMesh {
 /// @throws std::runtime_error when the folder holds something else.
 void ClearState(const Layout& layout);
 
-/// Makes keys, certificates, users, the roots of all nodes and the firmware that they start with
-/// (build 76000).
+/// Makes keys, certificates, users, the roots of all nodes, the firmware that they start with and
+/// the empty update feed.
+/// @param first_version what all nodes run at first, in display form
 /// @throws std::runtime_error, std::system_error
 [[nodiscard]] NewMesh MakeMesh(const Layout& layout, const std::filesystem::path& build, int nodes,
-                               const PatchKeys& patch_keys);
+                               const PatchKeys& patch_keys, const std::string& first_version);
 
 }  // namespace kalo::box

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 
+#include "box/feed_address.h"
 #include "box/private_root.h"
 #include "box/setup/put_file.h"
 
@@ -22,6 +23,13 @@ std::string ServerConfiguration(const PlannedNode& node) {
   value["admin_port"] = kAdminPort;
   value["mesh_port"] = kMeshPort;
   return value.toStyledString();
+}
+
+// What the maker builds in: the model, and where the updates are.
+std::string Defaults(const PlannedNode& node) {
+  const std::string feed = kFeedUrl;
+  return "unique=\"" + node.model + "\"\nrss_server=\"" + feed + "\"\nrss_server_v2=\"" + feed +
+         "/autoupdate/v2/getList\"\n";
 }
 
 void PutMeshCredential(const fs::path& folder, const MeshSetup& mesh, const PlannedNode& node) {
@@ -46,7 +54,8 @@ void MakeNodeRoot(const Layout& layout, const MeshSetup& mesh, const PlannedNode
   PrepareState(root);
   fs::create_directories(layout.NodeBox(node.id));
   const fs::path etc = root / "etc/kalo";
-  PutFile(root / "etc.defaults/kaloinfo.conf", "unique=\"" + node.model + "\"\n");
+  PutFile(root / "etc.defaults/kaloinfo.conf", Defaults(node));
+  PutFile(root / "etc.defaults/kalo/feed-ca.crt", mesh.feed_authority->Certificate());
   PutFile(root / "etc/kaloinfo.conf", "unique=\"" + node.model + "\"\n");
   const fs::path keys = root / "etc.defaults/kalo/patch-keys";
   fs::create_directories(keys);

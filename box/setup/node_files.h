@@ -15,6 +15,7 @@ struct MeshSetup {
   std::vector<PlannedNode> nodes;
   const CertificateAuthority* mesh_authority = nullptr;   ///< vouches for nodes
   const CertificateAuthority* admin_authority = nullptr;  ///< vouches for what browsers see
+  const CertificateAuthority* feed_authority = nullptr;   ///< vouches for the update feed
   std::string users;                                      ///< contents of the users file
   PatchKeys patch_keys;
 };

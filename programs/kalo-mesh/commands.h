@@ -31,6 +31,14 @@ struct ProgressOptions {
   bool download = false;
 };
 
+struct CheckOptions {
+  bool is_auto = false;
+};
+
+struct NotificationsOptions {
+  int dismiss = 0;  ///< id; 0: list them
+};
+
 struct StartOptions {
   bool wait = false;
   std::chrono::seconds deadline{300};
@@ -42,6 +50,8 @@ int RunLogout(const CommonOptions& common);
 int RunStatus(const CommonOptions& common, const StatusOptions& options);
 int RunProgress(const CommonOptions& common, const ProgressOptions& options);
 int RunNodes(const CommonOptions& common);
+int RunCheck(const CommonOptions& common, const CheckOptions& options);
+int RunNotifications(const CommonOptions& common, const NotificationsOptions& options);
 /// @param patches "MODEL=FILE" each
 int RunUpload(const CommonOptions& common, const std::vector<std::string>& patches);
 int RunStart(const CommonOptions& common, const StartOptions& options);

@@ -19,6 +19,8 @@ struct Arguments {
   LoginOptions login;
   StatusOptions status;
   ProgressOptions progress;
+  CheckOptions check;
+  NotificationsOptions notifications;
   StartOptions start;
   std::vector<std::string> patches;
   int (*run)(const Arguments& arguments) = nullptr;
@@ -57,9 +59,17 @@ void AddQueries(CLI::App& app, Arguments& a) {
   progress->add_flag("--download", a.progress.download, "the download's progress");
   AddCommand(app, a, "nodes", "list the mesh's nodes",
              [](const auto& x) { return RunNodes(x.common); });
+  CLI::App* notifications =
+      AddCommand(app, a, "notifications", "show what administrators are told",
+                 [](const auto& x) { return RunNotifications(x.common, x.notifications); });
+  notifications->add_option("--dismiss", a.notifications.dismiss, "drop the one with this id")
+      ->check(CLI::PositiveNumber);
 }
 
 void AddActions(CLI::App& app, Arguments& a) {
+  CLI::App* check = AddCommand(app, a, "check", "look for newer firmware for every node",
+                               [](const auto& x) { return RunCheck(x.common, x.check); });
+  check->add_flag("--auto", a.check.is_auto, "this is no user's call, but a timer's");
   CLI::App* upload = AddCommand(app, a, "upload", "hand in one patch file for each model",
                                 [](const auto& x) { return RunUpload(x.common, x.patches); });
   upload->add_option("patches", a.patches, "MODEL=FILE, for every model of the mesh")->required();

@@ -31,6 +31,10 @@ std::string DefaultSessionFile() {
   return base / "kalo-mesh" / "session.json";
 }
 
+Session OpenSession(const CommonOptions& common) {
+  return LoadSession(common.session_file);
+}
+
 Session LoadSession(const std::string& path) {
   const auto text = ReadFile(path, kMaxSession);
   if (!text) throw Failure(kFailed, "not signed in (" + path + "): run kalo-mesh login first");

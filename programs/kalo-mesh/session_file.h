@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "programs/kalo-mesh/commands.h"
+
 namespace kalo::cli {
 
 /// Where one is signed in, kept between calls of the program in a file that only its owner reads.
@@ -14,6 +16,10 @@ struct Session {
 
 /// @return the file that is used when none is named.
 [[nodiscard]] std::string DefaultSessionFile();
+
+/// @return the session that the command line names.
+/// @throws Failure when there is none or it cannot be read.
+[[nodiscard]] Session OpenSession(const CommonOptions& common);
 
 /// @throws Failure when there is none or it cannot be read.
 [[nodiscard]] Session LoadSession(const std::string& path);

@@ -1,4 +1,4 @@
-#include "box/node_init/service.h"
+#include "box/service.h"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>

@@ -48,8 +48,9 @@ std::string Patch(const std::string& model, int build) {
   return model + "=" + (Patches() / (model + "-" + std::to_string(build) + ".patch")).string();
 }
 
-MeshBox::MeshBox(const std::string& name) : state_(fs::path(kBuild) / "journeys" / name) {
-  Start();
+MeshBox::MeshBox(const std::string& name, const std::vector<std::string>& options)
+    : state_(fs::path(kBuild) / "journeys" / name) {
+  Start(options);
   Login();
 }
 
@@ -57,7 +58,7 @@ std::string MeshBox::Box() const {
   return fs::path(kBuild) / "box/kalo-box";
 }
 
-void MeshBox::Start() {
+void MeshBox::Start(const std::vector<std::string>& more) {
   fs::create_directories(state_);
   fs::remove(state_ / "box.json");
   const UniqueFd log(
@@ -65,9 +66,11 @@ void MeshBox::Start() {
   SpawnOptions options;
   options.stdout_fd = log.Get();
   options.stderr_fd = log.Get();
-  pid_ = Spawn({Box(), "up", "--state", state_, "--build", kBuild, "--patch-keys",
-                Patches() / "keys", "--disk-mib", kDiskMib, "--foreground", "--die-with-parent"},
-               options);
+  std::vector<std::string> argv = {Box(),        "up",     "--state",      state_,
+                                   "--build",    kBuild,   "--patch-keys", Patches() / "keys",
+                                   "--disk-mib", kDiskMib, "--foreground", "--die-with-parent"};
+  argv.insert(argv.end(), more.begin(), more.end());
+  pid_ = Spawn(argv, options);
   const bool up = test::WaitFor(
       [&] {
         if (pid_ > 0 && waitpid(pid_, nullptr, WNOHANG) == pid_) pid_ = 0;
@@ -128,6 +131,20 @@ Answer MeshBox::Upload(const std::vector<std::string>& patches) const {
 void MeshBox::UploadNext() const {
   const Answer answer = Upload({Patch("kalo_m1", 76010), Patch("kalo_m2", 76010)});
   if (answer.status != 0) throw std::runtime_error("upload: " + answer.text);
+}
+
+void MeshBox::Publish(const std::vector<std::string>& patches,
+                      const std::vector<std::string>& options) const {
+  std::vector<std::string> argv = {fs::path(kBuild) / "programs/kalo-patch/kalo-patch",
+                                   "publish",
+                                   "--feed",
+                                   Feed(),
+                                   "--key",
+                                   Patches() / "keys/patch.key"};
+  for (const std::string& patch : patches) argv.push_back(Patches() / (patch + ".patch"));
+  argv.insert(argv.end(), options.begin(), options.end());
+  const Outcome outcome = RunProgram(argv);
+  if (outcome.status != 0) throw std::runtime_error("publish: " + outcome.err);
 }
 
 Outcome MeshBox::Exec(int node, const std::vector<std::string>& argv) const {

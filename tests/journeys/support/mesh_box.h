@@ -28,7 +28,8 @@ class MeshBox {
  public:
   /// Starts the mesh and waits until it answers, is in sync, and a user is signed in.
   /// @throws std::runtime_error
-  explicit MeshBox(const std::string& name);
+  /// @param options further ones of "kalo-box up"
+  explicit MeshBox(const std::string& name, const std::vector<std::string>& options = {});
   MeshBox(const MeshBox&) = delete;
   MeshBox& operator=(const MeshBox&) = delete;
   ~MeshBox();
@@ -39,6 +40,13 @@ class MeshBox {
   [[nodiscard]] Answer Upload(const std::vector<std::string>& patches) const;
   /// Hands in the next version for both models, which succeeds.
   void UploadNext() const;
+
+  /// Publishes patches ("kalo_m1-76010" and so on) in the maker's update feed.
+  /// @param options further ones of "kalo-patch publish"
+  void Publish(const std::vector<std::string>& patches,
+               const std::vector<std::string>& options = {}) const;
+  /// @return where the feed's files lie on this machine.
+  [[nodiscard]] std::filesystem::path Feed() const { return state_ / "feed"; }
 
   /// Runs a command inside a node.
   [[nodiscard]] Outcome Exec(int node, const std::vector<std::string>& argv) const;
@@ -63,7 +71,7 @@ class MeshBox {
   static constexpr std::chrono::seconds kDeadline{120};
 
  private:
-  void Start();
+  void Start(const std::vector<std::string>& options);
   void Login();
   void ExpectCleanConsoles() const;
   [[nodiscard]] std::string Box() const;

@@ -1,0 +1,68 @@
+// /usr/kalo/bin/wget: the program by which the router fetches a small document from outside the
+// mesh. It takes five arguments, in this order, and nothing else.
+
+#include <syslog.h>
+
+#include <charconv>
+#include <exception>
+#include <iostream>
+#include <optional>
+#include <span>
+#include <string_view>
+
+#include "host/core/log.h"
+#include "programs/wget/fetch_to_file.h"
+
+namespace {
+
+constexpr std::string_view kTimeout = "--timeout=";
+constexpr int kLongestTimeout = 600;
+
+// @return the seconds of "--timeout=30".
+std::optional<std::chrono::seconds> ReadTimeout(std::string_view word) {
+  if (!word.starts_with(kTimeout)) return std::nullopt;
+  word.remove_prefix(kTimeout.size());
+  int seconds = 0;
+  const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), seconds);
+  if (error != std::errc() || end != word.data() + word.size()) return std::nullopt;
+  if (seconds < 1 || seconds > kLongestTimeout) return std::nullopt;
+  return std::chrono::seconds(seconds);
+}
+
+int Usage() {
+  std::cerr
+      << "usage: wget --timeout=SECONDS --tries=1 -O FILE URL\n"
+         "Fetches URL (at most 1 MiB, at most 60 s) into a new FILE, which stays empty unless "
+         "the\nwhole answer came with status 200.\n"
+         "Exit status: 0 done, 2 usage, 3 cannot write, 4 network, 5 certificate, 8 refused\n";
+  return kalo::fetch::kUsage;
+}
+
+int Run(std::span<char*> words) {
+  const auto timeout = words.size() == 6 ? ReadTimeout(words[1]) : std::nullopt;
+  if (!timeout || std::string_view(words[2]) != "--tries=1" || std::string_view(words[3]) != "-O") {
+    return Usage();
+  }
+  kalo::HttpsLimits limits;
+  limits.connect = *timeout;
+  limits.stall = *timeout;
+  std::string error;
+  const kalo::fetch::ExitStatus status =
+      kalo::fetch::FetchToFile(words[5], words[4], limits, error);
+  if (status == kalo::fetch::kOk) return status;
+  kalo::Log(LOG_ERR, "%s", error.c_str());
+  std::cerr << "wget: " << error << "\n";
+  return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  openlog("wget", 0, LOG_DAEMON);
+  try {
+    return Run({argv, static_cast<std::size_t>(argc)});
+  } catch (const std::exception& e) {
+    std::cerr << "wget: " << e.what() << "\n";
+    return kalo::fetch::kNetwork;
+  }
+}
