@@ -14,6 +14,7 @@ inline constexpr const char* kEqualUpdatePid = "/var/run/meshupdatetoequal.pid";
 inline constexpr const char* kBootId = "/run/boot_id";
 inline constexpr const char* kInstallReport = "/run/kalo/install";
 inline constexpr const char* kInstallLock = "/run/kalo/install.lock";
+inline constexpr const char* kLocalSocket = "/run/kalo/webapid.sock";
 inline constexpr const char* kKeyValueLocks = "/run/kalo/kv";
 inline constexpr const char* kNotificationLock = "/run/kalo/notifications.lock";
 inline constexpr const char* kAutoUpdateLock = "/run/kalo/auto_update.lock";

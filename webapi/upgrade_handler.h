@@ -165,6 +165,21 @@ class UpgradeHandler {
   /// @return whether every upload succeeded and the record was written.
   bool UploadResultToFile(const std::vector<UploadWork>& works);
 
+  /// Downloads one kind of patch for every group and hands it on; the CAP's group goes last.
+  /// @param base  version that a small update applies on; empty for a full patch
+  /// @param total, second, third, fourth job counters of the whole download, which the update
+  ///              library keeps (group_update.h)
+  /// @param works receives every upload made, with its answer
+  /// @throws WebapiException
+  void DownloadPatches(const std::string& target, const std::vector<IdGroup>& groups, bool nano,
+                       std::string base, int& total, int& second, int& third, int& fourth,
+                       std::vector<UploadWork>& works, bool promotion);
+  /// The same for one group. A satellite group's patch is removed from the store afterwards.
+  /// @throws WebapiException
+  void DownloadPatchAndUpload(const std::string& target, const IdGroup& group, bool nano,
+                              std::string base, int& total, int& second, int& third, int& fourth,
+                              std::vector<UploadWork>& works, bool promotion);
+
   /// The one source of the mesh's node list.
   /// @throws WebapiException
   std::vector<UpdateNode> GetUpdateNodes();

@@ -13,14 +13,20 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr long kMostRedirects = 5;
-constexpr long kOk = 200;
+constexpr long kStatusOk = 200;
+constexpr long kStatusPart = 206;
+constexpr int kLookMilliseconds = 200;
+
+struct MultiEnd {
+  void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
+};
 
 class Fetch {
  public:
-  Fetch(const std::string& url, const HttpsLimits& limits, const BodySink& sink)
-      : limits_(limits), sink_(sink) {
-    Set(CURLOPT_URL, url.c_str());
-    Set(CURLOPT_PROTOCOLS_STR, url.starts_with("http:") ? "http" : "https");
+  Fetch(const HttpsRequest& request, const HttpsLimits& limits, BodySink& sink)
+      : request_(request), limits_(limits), sink_(sink) {
+    Set(CURLOPT_URL, request.url.c_str());
+    Set(CURLOPT_PROTOCOLS_STR, request.url.starts_with("http:") ? "http" : "https");
     Set(CURLOPT_REDIR_PROTOCOLS_STR, "https");
     Set(CURLOPT_FOLLOWLOCATION, 1L);
     Set(CURLOPT_MAXREDIRS, kMostRedirects);
@@ -29,22 +35,23 @@ class Fetch {
     Set(CURLOPT_PROXY, "");
     Set(CURLOPT_NOSIGNAL, 1L);
     Set(CURLOPT_DISALLOW_USERNAME_IN_URL, 1L);
-    SetTls();
     Set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(limits.connect.count()));
     Set(CURLOPT_TIMEOUT_MS, static_cast<long>(limits.whole.count()));
     Set(CURLOPT_WRITEFUNCTION, &Fetch::OnBody);
     Set(CURLOPT_WRITEDATA, this);
-    Set(CURLOPT_NOPROGRESS, 0L);
-    Set(CURLOPT_XFERINFOFUNCTION, &Fetch::OnProgress);
-    Set(CURLOPT_XFERINFODATA, this);
+    Set(CURLOPT_HEADERFUNCTION, &Fetch::OnHeader);
+    Set(CURLOPT_HEADERDATA, this);
+    Set(CURLOPT_ERRORBUFFER, error_.data());
+    SetTls();
+    if (request.from > 0) AskForRest();
   }
 
   FetchResult Run() {
-    Set(CURLOPT_ERRORBUFFER, error_.data());
-    moved_at_ = Clock::now();
-    const CURLcode code = curl_easy_perform(curl_.get());
+    const CURLcode code = Transfer();
     FetchResult result;
-    curl_easy_getinfo(curl_.get(), CURLINFO_RESPONSE_CODE, &result.status);
+    result.status = Status();
+    // An empty body has no first piece.
+    if (code == CURLE_OK && !end_ && IsWanted(result.status)) (void)Take({});
     result.outcome = Judge(code, result.status);
     if (result.outcome != FetchOutcome::kOk) result.error = Words(code, result);
     return result;
@@ -66,11 +73,59 @@ class Fetch {
     Set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
   }
 
+  void AskForRest() {
+    Set(CURLOPT_RANGE, (std::to_string(request_.from) + "-").c_str());
+    headers_.reset(curl_slist_append(nullptr, ("If-Range: " + request_.tag).c_str()));
+    if (!headers_) throw std::bad_alloc();
+    Set(CURLOPT_HTTPHEADER, headers_.get());
+  }
+
+  [[nodiscard]] long Status() const {
+    long status = 0;
+    curl_easy_getinfo(curl_.get(), CURLINFO_RESPONSE_CODE, &status);
+    return status;
+  }
+
+  [[nodiscard]] bool IsWanted(long status) const {
+    return status == kStatusOk || (status == kStatusPart && request_.from > 0);
+  }
+
+  // Not curl_easy_perform: that looks around only once a second.
+  CURLcode Transfer() {
+    const std::unique_ptr<CURLM, MultiEnd> multi(curl_multi_init());
+    if (!multi || curl_multi_add_handle(multi.get(), curl_.get()) != CURLM_OK) {
+      return CURLE_OUT_OF_MEMORY;
+    }
+    window_begin_ = Clock::now();
+    next_look_ = window_begin_;
+    int running = 1;
+    while (!end_ && curl_multi_perform(multi.get(), &running) == CURLM_OK && running > 0) {
+      Look();
+      curl_multi_poll(multi.get(), nullptr, 0, kLookMilliseconds, nullptr);
+    }
+    int left = 0;
+    const CURLMsg* message = curl_multi_info_read(multi.get(), &left);
+    const CURLcode code = message != nullptr ? message->data.result : CURLE_ABORTED_BY_CALLBACK;
+    curl_multi_remove_handle(multi.get(), curl_.get());
+    return code;
+  }
+
+  void Look() {
+    const auto now = Clock::now();
+    if (now < next_look_) return;
+    next_look_ = now + std::chrono::milliseconds(kLookMilliseconds);
+    if (!sink_.GoesOn()) return End(FetchOutcome::kCancelled);
+    if (now - window_begin_ < limits_.stall) return;
+    if (taken_ - window_taken_ < limits_.slowest) return End(FetchOutcome::kTimeout);
+    window_begin_ = now;
+    window_taken_ = taken_;
+  }
+
   [[nodiscard]] FetchOutcome Judge(CURLcode code, long status) const {
     if (end_) return *end_;
     switch (code) {
       case CURLE_OK:
-        return status == kOk ? FetchOutcome::kOk : FetchOutcome::kRefused;
+        return IsWanted(status) ? FetchOutcome::kOk : FetchOutcome::kRefused;
       case CURLE_OPERATION_TIMEDOUT:
         return FetchOutcome::kTimeout;
       case CURLE_PEER_FAILED_VERIFICATION:
@@ -90,14 +145,15 @@ class Fetch {
         return "the answer is larger than " + std::to_string(limits_.bytes) + " bytes";
       case FetchOutcome::kCannotStore:
         return "the answer cannot be stored";
+      case FetchOutcome::kCancelled:
+        return "cancelled";
       default:
         break;
     }
-    if (end_ == FetchOutcome::kTimeout) return "the server sends nothing";
+    if (end_ == FetchOutcome::kTimeout) return "the server sends too slowly";
     return error_.front() != '\0' ? error_.data() : curl_easy_strerror(code);
   }
 
-  // Ends the transfer from within a callback.
   void End(FetchOutcome outcome) { end_ = outcome; }
 
   static std::size_t OnBody(char* bytes, std::size_t size, std::size_t count, void* self) {
@@ -105,59 +161,86 @@ class Fetch {
   }
 
   bool Take(std::string_view piece) {
-    moved_at_ = Clock::now();
-    long status = 0;
-    curl_easy_getinfo(curl_.get(), CURLINFO_RESPONSE_CODE, &status);
-    if (status != kOk) {
-      End(FetchOutcome::kRefused);  // nobody wants to read an error page
-      return false;
-    }
+    if (!begun_ && !BeginBody()) return false;
     taken_ += piece.size();
     if (taken_ > limits_.bytes) {
       End(FetchOutcome::kTooLarge);
       return false;
     }
-    if (sink_(piece)) return true;
+    if (sink_.Take(piece)) return true;
     End(FetchOutcome::kCannotStore);
     return false;
   }
 
-  static int OnProgress(void* self, curl_off_t total, curl_off_t now, curl_off_t /*up_total*/,
-                        curl_off_t /*up*/) {
-    return static_cast<Fetch*>(self)->GoesOn(total, now) ? 0 : 1;
-  }
-
-  // The library's own stall limit counts in whole seconds and below one byte a second.
-  bool GoesOn(curl_off_t total, curl_off_t now) {
-    if (now != moved_to_) {
-      moved_to_ = now;
-      moved_at_ = Clock::now();
-    }
-    if (total > 0 && static_cast<std::uint64_t>(total) > limits_.bytes) {
-      long status = 0;
-      curl_easy_getinfo(curl_.get(), CURLINFO_RESPONSE_CODE, &status);
-      if (status == kOk) End(FetchOutcome::kTooLarge);
-    } else if (Clock::now() - moved_at_ > limits_.stall) {
-      End(FetchOutcome::kTimeout);
+  bool BeginBody() {
+    begun_ = true;
+    const long status = Status();
+    curl_off_t length = -1;
+    curl_easy_getinfo(curl_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    if (!IsWanted(status)) {
+      End(FetchOutcome::kRefused);  // nobody wants to read an error page
+    } else if (length > 0 && static_cast<std::uint64_t>(length) > limits_.bytes) {
+      End(FetchOutcome::kTooLarge);
+    } else if (!sink_.Begin(status == kStatusPart ? request_.from : 0, tag_)) {
+      End(FetchOutcome::kCannotStore);
     }
     return !end_;
   }
 
+  static std::size_t OnHeader(char* bytes, std::size_t size, std::size_t count, void* self) {
+    static_cast<Fetch*>(self)->TakeHeader({bytes, size * count});
+    return size * count;
+  }
+
+  // A redirect's headers come first: each status line begins anew.
+  void TakeHeader(std::string_view line) {
+    constexpr std::string_view kName = "etag:";
+    if (line.starts_with("HTTP/")) tag_.clear();
+    if (line.size() <= kName.size()) return;
+    for (std::size_t i = 0; i < kName.size(); ++i) {
+      if ((line[i] | 0x20) != kName[i]) return;
+    }
+    line.remove_prefix(kName.size());
+    while (line.starts_with(' ')) line.remove_prefix(1);
+    while (!line.empty() && (line.back() == '\r' || line.back() == '\n')) line.remove_suffix(1);
+    if (line.starts_with('"')) tag_ = line;  // "W/…" names no bytes
+  }
+
+  struct ListEnd {
+    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+  };
+
+  std::unique_ptr<curl_slist, ListEnd> headers_;
   CurlHandle curl_ = NewCurlHandle();
+  const HttpsRequest& request_;
   HttpsLimits limits_;
-  const BodySink& sink_;
+  BodySink& sink_;
   std::string error_ = std::string(CURL_ERROR_SIZE, '\0');
+  std::string tag_;
   std::optional<FetchOutcome> end_;
+  bool begun_ = false;
   std::uint64_t taken_ = 0;
-  curl_off_t moved_to_ = 0;
-  Clock::time_point moved_at_;
+  Clock::time_point next_look_;
+  Clock::time_point window_begin_;
+  std::uint64_t window_taken_ = 0;
+};
+
+class TextSink : public BodySink {
+ public:
+  bool Begin(std::uint64_t /*from*/, const std::string& /*tag*/) override { return true; }
+  bool Take(std::string_view piece) override {
+    text += piece;
+    return true;
+  }
+
+  std::string text;
 };
 
 }  // namespace
 
-FetchResult HttpsGet(const std::string& url, const HttpsLimits& limits, const BodySink& sink) {
+FetchResult HttpsGet(const HttpsRequest& request, const HttpsLimits& limits, BodySink& sink) {
   try {
-    return Fetch(url, limits, sink).Run();
+    return Fetch(request, limits, sink).Run();
   } catch (const std::runtime_error& e) {
     return {FetchOutcome::kUnreachable, 0, e.what()};
   }
@@ -165,13 +248,10 @@ FetchResult HttpsGet(const std::string& url, const HttpsLimits& limits, const Bo
 
 std::optional<std::string> HttpsGetText(const std::string& url, const HttpsLimits& limits,
                                         FetchResult& result) {
-  std::string text;
-  result = HttpsGet(url, limits, [&text](std::string_view piece) {
-    text += piece;
-    return true;
-  });
+  TextSink sink;
+  result = HttpsGet({url, 0, ""}, limits, sink);
   if (result.outcome != FetchOutcome::kOk) return std::nullopt;
-  return text;
+  return std::move(sink.text);
 }
 
 }  // namespace kalo

@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,20 +13,29 @@ namespace kalo {
 
 struct HttpsLimits {
   std::chrono::milliseconds connect{10000};  ///< until the connection stands, TLS included
-  std::chrono::milliseconds stall{30000};    ///< the longest time in which no byte comes
+  std::chrono::milliseconds stall{30000};    ///< the longest time in which too little comes
+  std::uint64_t slowest = 1;                 ///< bytes that must come in each such time
   std::chrono::milliseconds whole{60000};    ///< for everything
   std::uint64_t bytes = std::uint64_t{1} << 20;
+};
+
+/// What is asked for.
+struct HttpsRequest {
+  std::string url;
+  std::uint64_t from = 0;  ///< bytes that one has already: the rest is asked for
+  std::string tag;         ///< what the server called the contents of which one has a part
 };
 
 /// What a fetch ended with.
 enum class FetchOutcome {
   kOk,
-  kRefused,      ///< a status other than 200
+  kRefused,      ///< a status other than 200, or 206 where a rest was asked for
   kUntrusted,    ///< the server's certificate does not hold
   kUnreachable,  ///< no connection, or it broke before the whole answer was there
   kTimeout,
   kTooLarge,
   kCannotStore,  ///< the sink took no more
+  kCancelled,    ///< the sink did not want to go on
 };
 
 struct FetchResult {
@@ -36,13 +44,29 @@ struct FetchResult {
   std::string error;  ///< what went wrong, for a log; empty when nothing did
 };
 
-/// Takes one piece of a body. @return false: it cannot be stored.
-using BodySink = std::function<bool(std::string_view piece)>;
+/// Takes a body piece by piece. When the outcome is not kOk, what it got is not the whole.
+class BodySink {
+ public:
+  BodySink() = default;
+  BodySink(const BodySink&) = delete;
+  BodySink& operator=(const BodySink&) = delete;
+  virtual ~BodySink() = default;
 
-/// Fetches by GET. The sink gets bytes of a 200 answer only; when the outcome is not kOk, what it
-/// got is not the whole answer.
-[[nodiscard]] FetchResult HttpsGet(const std::string& url, const HttpsLimits& limits,
-                                   const BodySink& sink);
+  /// Called before the first piece.
+  /// @param from the body's place in the whole: 0 when the server sends everything, also when only
+  ///             a rest was asked for
+  /// @param tag  what the server calls these contents; empty when it has no strong name for them
+  /// @return false: it cannot be stored.
+  virtual bool Begin(std::uint64_t from, const std::string& tag) = 0;
+  /// @return false: it cannot be stored.
+  virtual bool Take(std::string_view piece) = 0;
+  /// Asked five times a second, also while nothing comes.
+  virtual bool GoesOn() { return true; }
+};
+
+/// Fetches by GET, and waits for the end.
+[[nodiscard]] FetchResult HttpsGet(const HttpsRequest& request, const HttpsLimits& limits,
+                                   BodySink& sink);
 
 /// @param result receives how it went
 /// @return the whole body; empty unless the whole answer came with 200.

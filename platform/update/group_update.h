@@ -13,20 +13,25 @@ class GroupUpdate {
   GroupUpdate() = default;
 
   /// @param version a version text in any form the records and feeds carry
-  /// @param pure    receives the pure version number form
+  /// @param pure    receives the pure version number form: "76010", "9346-2" for a small update
   /// @return false when the text is no version; pure is untouched then.
   bool ConvertVersion(const std::string& version, std::string& pure) const;
 
   /// Names a model and the version to fetch for it.
   void AppendTarget(const std::string& unique, const std::string& version);
 
-  /// @param total groups of the whole download
-  /// @param done  groups that are done
-  void SetJobStatus(std::int32_t total, std::int32_t done, std::int32_t third, std::int32_t fourth);
-  void GetJobStatus(std::int32_t& total, std::int32_t& done, std::int32_t& third,
-                    std::int32_t& fourth) const;
+  /// @param total       groups of the whole download
+  /// @param done        groups that are done
+  /// @param fetched_mib mebibytes fetched for them
+  /// @param percent     percentage shown last, which never falls
+  void SetJobStatus(std::int32_t total, std::int32_t done, std::int32_t fetched_mib,
+                    std::int32_t percent);
+  void GetJobStatus(std::int32_t& total, std::int32_t& done, std::int32_t& fetched_mib,
+                    std::int32_t& percent) const;
 
-  /// Downloads into the folder and keeps the percentage in "/tmp/mesh_download".
+  /// Downloads into the folder and keeps the percentage in "/tmp/mesh_download", which says
+  /// "finished" when the last group is done. Runs only as long as that file says "downloading". When
+  /// there is too little space, the file tells under "need_bytes" how much is needed.
   /// @param is_auto   false in every call of this module
   /// @param promotion whether promotion releases are wanted
   /// @return false when it could not run, failed or was cancelled.
@@ -45,12 +50,20 @@ class GroupUpdate {
   bool CancelDownload();
 
  private:
-  std::vector<std::string> uniques_;
-  std::vector<std::string> versions_;
+  struct Target {
+    std::string unique;
+    std::string version;
+    std::string path;  ///< of the downloaded file; empty when there is none
+  };
+
+  void Fetch(const std::string& folder, Target& target);
+  void ShowPercent(std::uint64_t bytes, std::uint64_t size);
+
+  std::vector<Target> targets_;
   std::int32_t total_ = 0;
   std::int32_t done_ = 0;
-  std::int32_t third_ = 0;
-  std::int32_t fourth_ = 0;
+  std::int32_t fetched_mib_ = 0;
+  std::int32_t percent_ = 0;
 };
 
 }  // namespace KALO::MESH::SDK::Upgrade

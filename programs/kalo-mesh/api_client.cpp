@@ -15,7 +15,6 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kMaxAnswer = 4U << 20U;
-constexpr long kCallSeconds = 20;
 constexpr long kUploadSeconds = 3600;
 constexpr long kUploadBuffer = 512L * 1024;
 constexpr auto kRetryPause = 200ms;
@@ -63,14 +62,9 @@ class ApiClient::Transfer {
   Transfer(const Session& session, const std::string& api, int version, const std::string& method)
       : curl_(curl_easy_init()) {
     if (curl_ == nullptr) throw Failure(kFailed, "the HTTP library cannot be used");
-    const std::string url =
-        session.server + "/webapi/" + api + "/" + std::to_string(version) + "/" + method;
-    Set(CURLOPT_URL, url.c_str());
-    Set(CURLOPT_CAINFO, session.ca_file.c_str());
-    Set(CURLOPT_PROTOCOLS_STR, "https");
+    SetServer(session, "/webapi/" + api + "/" + std::to_string(version) + "/" + method);
     Set(CURLOPT_PROXY, "");
     Set(CURLOPT_NOSIGNAL, 1L);
-    Set(CURLOPT_TIMEOUT, kCallSeconds);
     Set(CURLOPT_WRITEFUNCTION, Append);
     Set(CURLOPT_WRITEDATA, &body_);
     Set(CURLOPT_COOKIEFILE, "");
@@ -81,7 +75,8 @@ class ApiClient::Transfer {
     AddHeader("Expect:");
   }
 
-  void SetJson(const Json::Value& params) {
+  void SetJson(const Json::Value& params, std::chrono::seconds patience) {
+    Set(CURLOPT_TIMEOUT, static_cast<long>(patience.count()));
     AddHeader("Content-Type: application/json");
     Set(CURLOPT_COPYPOSTFIELDS, WriteJson(params).c_str());
   }
@@ -141,6 +136,18 @@ class ApiClient::Transfer {
     }
   }
 
+  void SetServer(const Session& session, const std::string& path) {
+    if (!session.server.starts_with(kUnixServer)) {
+      Set(CURLOPT_URL, (session.server + path).c_str());
+      Set(CURLOPT_CAINFO, session.ca_file.c_str());
+      Set(CURLOPT_PROTOCOLS_STR, "https");
+      return;
+    }
+    Set(CURLOPT_UNIX_SOCKET_PATH, session.server.c_str() + kUnixServer.size());
+    Set(CURLOPT_URL, ("http://localhost" + path).c_str());
+    Set(CURLOPT_PROTOCOLS_STR, "http");
+  }
+
   void AddHeader(const std::string& line) {
     headers_.reset(curl_slist_append(headers_.release(), line.c_str()));
   }
@@ -179,9 +186,9 @@ Json::Value ApiClient::Finish(Transfer& transfer) {
 }
 
 Json::Value ApiClient::Call(const std::string& api, int version, const std::string& method,
-                            const Json::Value& params) {
+                            const Json::Value& params, std::chrono::seconds patience) {
   Transfer transfer(session_, api, version, method);
-  transfer.SetJson(params);
+  transfer.SetJson(params, patience);
   return Finish(transfer);
 }
 
@@ -202,7 +209,7 @@ void ApiClient::Login(const std::string& user, const std::string& password) {
   params["user"] = user;
   params["password"] = password;
   Transfer transfer(session_, "KALO.Core.Auth", 1, "login");
-  transfer.SetJson(params);
+  transfer.SetJson(params, kCallPatience);
   const Json::Value data = Finish(transfer);
   session_.cookie = transfer.Cookie();
   if (session_.cookie.empty() || !data.isObject() || !data["token"].isString()) {

@@ -25,6 +25,10 @@ using SendProgress = std::function<void(std::uint64_t sent, std::uint64_t total)
 /// authority; no proxy, no redirect. A refused connection is tried again until the deadline.
 class ApiClient {
  public:
+  static constexpr std::chrono::seconds kCallPatience{20};
+  /// For calls that ask the world outside or every node.
+  static constexpr std::chrono::seconds kLongPatience{3600};
+
   ApiClient(Session session, std::chrono::seconds connect_deadline);
   ApiClient(const ApiClient&) = delete;
   ApiClient& operator=(const ApiClient&) = delete;
@@ -32,8 +36,9 @@ class ApiClient {
 
   /// @return the answer's data.
   /// @throws Refusal when the server refuses; Failure (kNotReachable) when no answer comes.
+  /// @param patience how long the answer may take
   Json::Value Call(const std::string& api, int version, const std::string& method,
-                   const Json::Value& params);
+                   const Json::Value& params, std::chrono::seconds patience = kCallPatience);
 
   /// Sends files as parts of a form.
   /// @throws as Call; Failure (kFailed) when a file cannot be read.

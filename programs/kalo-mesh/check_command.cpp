@@ -36,7 +36,8 @@ int RunCheck(const CommonOptions& common, const CheckOptions& options) {
   ApiClient client(OpenSession(common), common.connect_deadline);
   Json::Value params(Json::objectValue);
   params["auto"] = options.is_auto;
-  const Json::Value data = client.Call("KALO.Mesh.Upgrade.Patch", 2, "check", params);
+  const Json::Value data =
+      client.Call("KALO.Mesh.Upgrade.Patch", 2, "check", params, ApiClient::kLongPatience);
   std::cout << (common.json ? WriteJson(data) : Sentence(data)) << "\n";
   return kOk;
 }

@@ -9,6 +9,7 @@ namespace kalo::cli {
 /// What every command takes.
 struct CommonOptions {
   std::string session_file;
+  bool local = false;  ///< as root on this router, without signing in
   bool json = false;
   std::chrono::seconds connect_deadline{10};
 };

@@ -37,7 +37,7 @@ int RunLogin(const CommonOptions& common, const LoginOptions& options) {
 }
 
 int RunLogout(const CommonOptions& common) {
-  ApiClient client(LoadSession(common.session_file), common.connect_deadline);
+  ApiClient client(OpenSession(common), common.connect_deadline);
   RemoveSession(common.session_file);
   client.Call("KALO.Core.Auth", 1, "logout", Json::objectValue);
   if (!common.json) std::cout << "Signed out.\n";

@@ -113,6 +113,8 @@ int main(int argc, char** argv) {
          [&arguments](int s) { arguments.common.connect_deadline = std::chrono::seconds(s); },
          "seconds to go on trying to connect (10)")
       ->check(CLI::NonNegativeNumber);
+  app.add_flag("--local", arguments.common.local,
+               "talk to this router itself, as root, without signing in");
   app.require_subcommand(1);
   app.fallthrough();
   AddLogin(app, arguments);
@@ -120,6 +122,9 @@ int main(int argc, char** argv) {
   AddActions(app, arguments);
   try {
     app.parse(argc, argv);
+    if (arguments.common.local && (app.got_subcommand("login") || app.got_subcommand("logout"))) {
+      throw Failure(kUsage, "with --local nobody signs in or out");
+    }
     return arguments.run(arguments);
   } catch (const CLI::ParseError& e) {
     return app.exit(e) == 0 ? kOk : kUsage;

@@ -35,7 +35,7 @@ void PrintMembers(const Json::Value& data, const std::string& indent) {
 
 int Query(const CommonOptions& common, const std::string& api, int version,
           const std::string& method, const Json::Value& params) {
-  ApiClient client(LoadSession(common.session_file), common.connect_deadline);
+  ApiClient client(OpenSession(common), common.connect_deadline);
   const Json::Value data = client.Call(api, version, method, params);
   if (common.json) return PrintJson(data);
   PrintMembers(data, "");
@@ -57,7 +57,7 @@ int RunProgress(const CommonOptions& common, const ProgressOptions& options) {
 }
 
 int RunNodes(const CommonOptions& common) {
-  ApiClient client(LoadSession(common.session_file), common.connect_deadline);
+  ApiClient client(OpenSession(common), common.connect_deadline);
   const Json::Value data = FetchNodes(client);
   if (common.json) return PrintJson(data);
   std::vector<std::vector<std::string>> rows;

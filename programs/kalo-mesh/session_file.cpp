@@ -9,6 +9,7 @@
 
 #include "host/core/file_io.h"
 #include "host/core/strict_json.h"
+#include "platform/paths.h"
 #include "programs/kalo-mesh/failure.h"
 
 namespace kalo::cli {
@@ -32,6 +33,7 @@ std::string DefaultSessionFile() {
 }
 
 Session OpenSession(const CommonOptions& common) {
+  if (common.local) return {std::string(kUnixServer) + KALO::paths::kLocalSocket, "", "", ""};
   return LoadSession(common.session_file);
 }
 

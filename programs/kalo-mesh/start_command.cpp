@@ -79,7 +79,7 @@ int Follow(ApiClient& client, const MeshView& before, const CommonOptions& commo
 }  // namespace
 
 int RunStart(const CommonOptions& common, const StartOptions& options) {
-  ApiClient client(LoadSession(common.session_file), common.connect_deadline);
+  ApiClient client(OpenSession(common), common.connect_deadline);
   const MeshView before = options.wait ? ReadMesh(FetchNodes(client)) : MeshView{};
   client.Call("KALO.Mesh.Upgrade", 1, "start", Json::objectValue);
   if (options.wait) return Follow(client, before, common, options);

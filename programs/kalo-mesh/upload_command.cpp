@@ -26,7 +26,7 @@ std::vector<FilePart> ReadParts(const std::vector<std::string>& patches) {
 }  // namespace
 
 int RunUpload(const CommonOptions& common, const std::vector<std::string>& patches) {
-  ApiClient client(LoadSession(common.session_file), common.connect_deadline);
+  ApiClient client(OpenSession(common), common.connect_deadline);
   BarBoard board(std::cout, IsTerminal());
   SendProgress progress;
   if (!common.json) {

@@ -55,6 +55,13 @@ std::string ClientConnection::Peer() const {
   return text.data();
 }
 
+std::optional<uid_t> ClientConnection::PeerUser() const {
+  ucred peer{};
+  socklen_t length = sizeof(peer);
+  if (getsockopt(socket_, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) return std::nullopt;
+  return peer.pid > 0 ? std::optional<uid_t>(peer.uid) : std::nullopt;
+}
+
 std::optional<int> ClientConnection::NodeId() {
   if (verified_) return node_id_;
   verified_ = true;

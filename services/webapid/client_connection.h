@@ -1,6 +1,7 @@
 #pragma once
 
 #include <microhttpd.h>
+#include <sys/types.h>
 
 #include <chrono>
 #include <optional>
@@ -28,6 +29,9 @@ class ClientConnection {
   /// @return the address that counts as one client: the IPv4 address, or an IPv6 network of 64
   /// bits.
   [[nodiscard]] std::string Peer() const;
+  /// @return the user that the process at the other end acts as; empty when it is on another
+  /// machine.
+  [[nodiscard]] std::optional<uid_t> PeerUser() const;
   /// Verifies the client's certificate once.
   /// @return the mesh node that it belongs to; empty when there is none.
   [[nodiscard]] std::optional<int> NodeId();

@@ -2,8 +2,12 @@
 
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <system_error>
 
 #include "services/webapid/configuration.h"
@@ -20,6 +24,24 @@ UniqueFd Listen(const std::string& address, std::uint16_t port) {
       listen(socket.Get(), SOMAXCONN) != 0) {
     throw std::system_error(errno, std::generic_category(),
                             "cannot listen on " + address + " port " + std::to_string(port));
+  }
+  return socket;
+}
+
+UniqueFd ListenLocal(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof(address.sun_path)) {
+    throw std::system_error(ENAMETOOLONG, std::generic_category(), path);
+  }
+  std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+  UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const bool gone = unlink(path.c_str()) == 0 || errno == ENOENT;
+  // Its folder is root's alone, so nobody connects before the mode is set.
+  if (!socket || !gone ||
+      bind(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
+      chmod(path.c_str(), 0600) != 0 || listen(socket.Get(), SOMAXCONN) != 0) {
+    throw std::system_error(errno, std::generic_category(), "cannot listen on " + path);
   }
   return socket;
 }

@@ -72,17 +72,19 @@ MHD_Daemon* Listener::Start(int socket) {
       Option(MHD_OPTION_CONNECTION_TIMEOUT, request_time_.count()),
       Option(MHD_OPTION_CONNECTION_MEMORY_LIMIT, kConnectionMemory),
       Option(MHD_OPTION_STRICT_FOR_CLIENT, 1),
-      Option(MHD_OPTION_HTTPS_PRIORITIES, 0, kPriorities),
-      Option(MHD_OPTION_HTTPS_MEM_CERT, 0, tls_.certificate.c_str()),
-      Option(MHD_OPTION_HTTPS_MEM_KEY, 0, tls_.key.c_str()),
   };
+  unsigned flags = MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG;
+  if (port_ != PortKind::kLocal) {
+    flags |= MHD_USE_TLS;
+    options.push_back(Option(MHD_OPTION_HTTPS_PRIORITIES, 0, kPriorities));
+    options.push_back(Option(MHD_OPTION_HTTPS_MEM_CERT, 0, tls_.certificate.c_str()));
+    options.push_back(Option(MHD_OPTION_HTTPS_MEM_KEY, 0, tls_.key.c_str()));
+  }
   if (!tls_.client_authority.empty()) {
     options.push_back(Option(MHD_OPTION_HTTPS_MEM_TRUST, 0, tls_.client_authority.c_str()));
   }
   options.push_back(Option(MHD_OPTION_END, 0));
-  constexpr unsigned kFlags =
-      MHD_USE_EPOLL | MHD_USE_TLS | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG;
-  return MHD_start_daemon(kFlags, 0, nullptr, nullptr, &OnRequest, this, MHD_OPTION_ARRAY,
+  return MHD_start_daemon(flags, 0, nullptr, nullptr, &OnRequest, this, MHD_OPTION_ARRAY,
                           options.data(), MHD_OPTION_END);
 }
 

@@ -17,7 +17,11 @@
 
 namespace kalo::webapid {
 
-enum class PortKind { kAdmin, kMesh };
+enum class PortKind {
+  kAdmin,  ///< browsers and command lines: TLS, a session for each request
+  kMesh,   ///< other nodes: TLS, a certificate of the mesh
+  kLocal,  ///< root on this router: a socket in the file system, no session
+};
 
 enum class RequestKind { kRow, kLogin, kLogout };
 

@@ -46,6 +46,7 @@ std::string ReadPem(const std::string& path) {
 }
 
 TlsFiles ReadTls(PortKind port) {
+  if (port == PortKind::kLocal) return {};
   if (port == PortKind::kAdmin) {
     const std::string folder = kAdminTls;
     return {ReadPem(folder + "server.crt"), ReadPem(folder + "server.key"), ""};
@@ -78,6 +79,16 @@ Server::Server(const Configuration& configuration, int inherited)
   AddListener(Listen(configuration_.address, configuration_.admin_port), PortKind::kAdmin);
   AddListener(Listen(configuration_.address, configuration_.mesh_port), PortKind::kMesh);
   if (inherited >= 0) AddListener(InheritListener(inherited), PortKind::kAdmin);
+  AddLocalListener();
+}
+
+// Without it root signs in as everybody does.
+void Server::AddLocalListener() {
+  try {
+    AddListener(ListenLocal(KALO::paths::kLocalSocket), PortKind::kLocal);
+  } catch (const std::system_error& e) {
+    Log(LOG_ERR, "%s", e.what());
+  }
 }
 
 void Server::AddListener(UniqueFd socket, PortKind port) {

@@ -32,6 +32,7 @@ class Server {
 
  private:
   void AddListener(UniqueFd socket, PortKind port);
+  void AddLocalListener();
   void OnSignal();
   void End();
   [[nodiscard]] std::optional<std::chrono::milliseconds> Turn();

@@ -107,6 +107,24 @@ int KLIBCExecl(const char* path, int flags, ...) {
   return platform.on_program ? platform.on_program(words) : 0;
 }
 
+int KLIBCExec(const char* path, const char* arg1, const char* arg2, const char* arg3,
+              const char* arg4) {
+  std::string line = std::string("exec ") + path;
+  for (const char* word : {arg1, arg2, arg3, arg4}) {
+    if (word == nullptr) break;
+    line += std::string(" ") + word;
+  }
+  Platform::Current().Note(line);
+  return 0;
+}
+
+int KALOFSMkdirP(const char* path, int mode, int exist, int uid, int gid) {
+  const std::string line = std::string("mkdirp ") + path;
+  Platform::Current().Note(line + " " + std::to_string(mode) + " " + std::to_string(exist) + " " +
+                           std::to_string(uid) + " " + std::to_string(gid));
+  return Override(line).value_or(0);
+}
+
 int KLIBCFileExist(const char* path) {
   Platform& platform = Platform::Current();
   platform.Note(std::string("exist ") + path);

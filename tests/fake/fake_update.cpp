@@ -3,6 +3,8 @@
 #include <charconv>
 #include <stdexcept>
 
+#include "platform/update/credentials.h"
+#include "platform/update/group_update.h"
 #include "platform/update/patch.h"
 #include "platform/update/response.h"
 #include "platform/update/system_update.h"
@@ -31,6 +33,15 @@ bool Response::GetData(Json::Value& data) const {
   data = data_;
   return true;
 }
+
+namespace Webapi {
+
+int KaloCredInit(bool load) {
+  Platform::Current().Note(std::string("cred_init") + (load ? "" : " false"));
+  return Platform::Current().cred_result;
+}
+
+}  // namespace Webapi
 
 namespace Utils {
 
@@ -108,6 +119,72 @@ void SystemUpdate::CheckNewUpdateByHBXInfo(bool& found, tag_UPDATE_INFO& update,
 int NanoJson::CheckNanoUpdate(const std::string& unique, int build) {
   Platform::Current().Note("nano_update " + unique + " " + std::to_string(build));
   return Platform::Current().nano_number;
+}
+
+bool UpdateUtil::CleanFolder(const char* folder) {
+  Platform::Current().Note(std::string("clean_folder ") + folder);
+  return !Platform::Current().stubborn_folders.contains(folder);
+}
+
+void UpdateUtil::SendNotification(bool success, bool is_auto, const std::string& version) {
+  Platform::Current().Note(std::string("notify ") + (success ? "success" : "failure") +
+                           (is_auto ? " auto " : " manual ") + version);
+}
+
+// The pure form is what stands behind the hyphen, as the tests write versions.
+bool GroupUpdate::ConvertVersion(const std::string& version, std::string& pure) const {
+  Platform::Current().Note("convert " + version);
+  const std::size_t hyphen = version.find('-');
+  if (hyphen == std::string::npos) return false;
+  pure = version.substr(hyphen + 1);
+  return true;
+}
+
+void GroupUpdate::AppendTarget(const std::string& unique, const std::string& version) {
+  Platform::Current().Note("target " + unique + " " + version);
+}
+
+void GroupUpdate::SetJobStatus(std::int32_t total, std::int32_t done, std::int32_t fetched_mib,
+                               std::int32_t percent) {
+  Platform::Current().Note("job_set " + std::to_string(total) + " " + std::to_string(done) + " " +
+                           std::to_string(fetched_mib) + " " + std::to_string(percent));
+  total_ = total;
+  done_ = done;
+  fetched_mib_ = fetched_mib;
+  percent_ = percent;
+}
+
+// Each counter but the total changes with a download, so that one that is lost shows.
+void GroupUpdate::GetJobStatus(std::int32_t& total, std::int32_t& done, std::int32_t& fetched_mib,
+                               std::int32_t& percent) const {
+  Platform::Current().Note("job_get");
+  total = total_;
+  done = done_ + 1;
+  fetched_mib = fetched_mib_ + 10;
+  percent = percent_ + 25;
+}
+
+bool GroupUpdate::Download(const std::string& folder, bool is_auto, bool promotion) {
+  Platform::Current().Note("download " + folder + (is_auto ? " auto" : " manual") +
+                           (promotion ? " promotion" : ""));
+  return Platform::Current().download_result;
+}
+
+bool GroupUpdate::GetPatchPath(const std::string& unique, const std::string& pure_version,
+                               std::string& path) const {
+  Platform::Current().Note("patch_path " + unique + " " + pure_version);
+  path = "/store/" + unique + "_" + pure_version;
+  return true;
+}
+
+bool GroupUpdate::PatchClean(const std::string& folder) {
+  Platform::Current().Note("patch_clean " + folder);
+  return true;
+}
+
+bool GroupUpdate::CancelDownload() {
+  Platform::Current().Note("cancel_download");
+  return Platform::Current().cancel_result;
 }
 
 bool UpdateUtil::IsAutoUpdating() {

@@ -49,7 +49,7 @@ void APIResponse::SetError(int code, const Json::Value& data) {
 void APIRunner::Exec(Json::Value& result, const std::string& api, int version,
                      const std::string& method, const Json::Value& params,
                      const std::string& user) {
-  Platform::Current().Note("exec " + api + " " + std::to_string(version) + " " + method + " " +
+  Platform::Current().Note("call " + api + " " + std::to_string(version) + " " + method + " " +
                            ToText(params) + " " + user);
   result = Platform::Current().exec_envelope;
 }

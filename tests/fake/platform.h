@@ -23,9 +23,13 @@
 ///   get /tmp/mesh_upgrade step 8192        set /tmp/mesh_upgrade step=upgrading
 ///   exist PATH   rename FROM TO   lock PATH   unlock FD   unlink PATH   fork   setsid
 ///   client   node_infos   access_infos   system_status   start_update   progress   progress_v2
-///   exec API VERSION METHOD PARAMS USER    auto_updating   parse_patch PATH
+///   call API VERSION METHOD PARAMS USER    auto_updating   parse_patch PATH
 ///   check PATH KEY=VALUE                   info_set KEY=VALUE
 ///   execl PATH FLAGS ARGUMENT…             nano_update UNIQUE BUILD
+///   exec PATH ARGUMENT…                    mkdirp PATH MODE EXIST UID GID
+///   clean_folder PATH                      notify OUTCOME KIND VERSION     cred_init
+///   convert VERSION   target UNIQUE VERSION   job_set A B C D   job_get   patch_path UNIQUE PURE
+///   download FOLDER AUTO PROMOTION         patch_clean FOLDER      cancel_download
 ///   regular_check AUTO MAJOR MINOR BUILD UNIQUE LAST
 ///   upload NODE API METHOD VERSION PARAMS PATH            send API METHOD VERSION IDS
 ///   log PRIORITY LINE TEXT                 success DATA   error CODE DATA
@@ -57,8 +61,8 @@ class Platform {
 
   // Key=value files, by path and key. A path that is no entry does not exist.
   std::map<std::string, std::map<std::string, std::string>> files;
-  /// Overrides of what a call returns, by "get PATH KEY", "set PATH KEY", "remove PATH KEY" or
-  /// "info_set KEY".
+  /// Overrides of what a call returns, by "get PATH KEY", "set PATH KEY", "remove PATH KEY"
+  /// "info_set KEY" or "mkdirp PATH".
   std::map<std::string, int> results;
   /// Other files that exist, by path.
   std::set<std::string> plain_files;
@@ -84,6 +88,12 @@ class Platform {
   std::map<std::string, KALO::MESH::SDK::Upgrade::PatchInfo> patches;  ///< by path
   std::map<int, Json::Value> upload_envelopes;  ///< a node's answer; none: it throws
   Json::Value exec_envelope;
+  int cred_result = 0;
+  /// Whether GroupUpdate succeeds; before each download the journal shows what it is asked for.
+  bool download_result = true;
+  bool cancel_result = true;
+  /// Folders that cannot be emptied.
+  std::set<std::string> stubborn_folders;
   /// The regular check's answer by model; none: nothing is found.
   std::map<std::string, RegularOffer> regular_offers;
   int nano_number = 0;

@@ -21,10 +21,7 @@ INSTANTIATE_TEST_SUITE_P(
     Rows, NotBuiltRows,
     ::testing::Values(NotBuilt{"StartEqualUpdate", WebapiUpgradeEqualStart},
                       NotBuilt{"CancelEqualUpdate", WebapiUpgradeEqualCancel},
-                      NotBuilt{"PatchClean", WebapiUpgradePatchClean},
                       NotBuilt{"PatchCheckEqual", WebapiUpgradePatchCheckEqual},
-                      NotBuilt{"DownloadStart", WebapiUpgradeDownloadStart},
-                      NotBuilt{"DownloadCancel", WebapiUpgradeDownloadCancel},
                       NotBuilt{"RunUpgradePrecheck", WebapiUpgradeRunPrecheck}),
     [](const auto& row) { return std::string(row.param.name); });
 

@@ -157,7 +157,7 @@ TEST_F(UpdateProgress, Version2FallsBackToTheNodeAndLogsAfterwards) {
   Call(WebapiUpgradeProgressV2);
   const auto lines = Lines();
   ASSERT_EQ(lines.size(), 5U);
-  EXPECT_EQ(lines[2], "exec KALO.Core.Upgrade 1 progress null admin");
+  EXPECT_EQ(lines[2], "call KALO.Core.Upgrade 1 progress null admin");
   EXPECT_THAT(
       lines[3],
       fake::MatchesRegex("log 3 [0-9]+ Progress from dbus error, fallback to KALO.Core.Upgrade"));
