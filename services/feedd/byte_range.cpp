@@ -21,24 +21,22 @@ std::optional<std::uint64_t> Number(std::string_view text) {
 
 ByteRange ParseByteRange(std::string_view header, std::uint64_t size) {
   using Kind = ByteRange::Kind;
-  const ByteRange whole{Kind::kWhole, 0, size};
-  if (!header.starts_with(kUnit)) return whole;
+  constexpr ByteRange kNone{Kind::kUnsatisfiable, 0, 0};
+  if (!header.starts_with(kUnit) || header.find(',') != std::string_view::npos) {
+    return {Kind::kWhole, 0, size};
+  }
   header.remove_prefix(kUnit.size());
   const std::size_t hyphen = header.find('-');
-  if (hyphen == std::string_view::npos) return whole;
+  if (hyphen == std::string_view::npos) return kNone;
   const std::string_view from = header.substr(0, hyphen);
   const std::string_view to = header.substr(hyphen + 1);
   if (from.empty()) {  // the last bytes
-    const std::optional<std::uint64_t> count = Number(to);
-    if (!count) return whole;
-    if (*count == 0 || size == 0) return {Kind::kUnsatisfiable, 0, 0};
-    const std::uint64_t length = std::min(*count, size);
-    return {Kind::kPart, size - length, length};
+    const std::uint64_t length = std::min(Number(to).value_or(0), size);
+    return length == 0 ? kNone : ByteRange{Kind::kPart, size - length, length};
   }
   const std::optional<std::uint64_t> first = Number(from);
   const std::optional<std::uint64_t> last = to.empty() ? size : Number(to);
-  if (!first || !last || (!to.empty() && *last < *first)) return whole;
-  if (*first >= size) return {Kind::kUnsatisfiable, 0, 0};
+  if (!first || !last || *first >= size || *last < *first) return kNone;
   const std::uint64_t end = std::min(*last, size - 1);
   return {Kind::kPart, *first, end - *first + 1};
 }

@@ -8,9 +8,9 @@ namespace kalo::feedd {
 /// What a Range header asks of a file.
 struct ByteRange {
   enum class Kind {
-    kWhole,          ///< no range, or one that is passed over: more than one, or not understood
+    kWhole,          ///< no range of bytes, or more than one, which is passed over
     kPart,           ///< `length` bytes from `first` on
-    kUnsatisfiable,  ///< begins behind the end
+    kUnsatisfiable,  ///< begins behind the end, or cannot be read
   };
   Kind kind = Kind::kWhole;
   std::uint64_t first = 0;
