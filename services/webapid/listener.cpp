@@ -18,8 +18,9 @@ namespace kalo::webapid {
 namespace {
 
 constexpr std::size_t kConnectionMemory = std::size_t{128} << 10;
-// What a refused request may still send so that it gets its answer on a healthy connection.
-constexpr std::uint64_t kReadOver = std::uint64_t{64} << 10;
+// What a refused request may still send so that it gets its answer on a healthy connection: closing
+// one on which bytes still come makes the client's system drop the answer.
+constexpr std::uint64_t kReadOver = std::uint64_t{8} << 20;
 constexpr const char* kPriorities = "NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2";
 
 void LogLibrary(void* /*unused*/, const char* format, va_list arguments) {
@@ -149,9 +150,10 @@ MHD_Result Listener::Begin(Request& request, const char* method, const char* pat
   server_.Begin(request, method, path);
   if (!request.GetReply()) return MHD_YES;
   request.receive_limit = kReadOver;
-  // A short body is read over and answered at its end; the connection stays good. Before a long
-  // one the answer comes at once and the connection ends.
-  if (request.ContentLength().value_or(0) <= kReadOver) return MHD_YES;
+  // A body of usual size is read over and answered at its end; the connection stays good. Before a
+  // longer one, or one that the client holds back until it is asked for, the answer comes at once.
+  const bool held_back = !request.Header(MHD_HTTP_HEADER_EXPECT).empty();
+  if (!held_back && request.ContentLength().value_or(0) <= kReadOver) return MHD_YES;
   return QueueReply(request.Connection(), *request.GetReply());
 }
 

@@ -85,6 +85,14 @@ TEST_F(Bodies, TooLargeIsRefusedHoweverItComes) {
   EXPECT_EQ(in_a_field.status, 413);
 }
 
+// An early answer must not be lost to a connection that is closed on bytes still coming.
+TEST_F(Bodies, ARefusalIsReadHoweverLargeTheRefusedBodyIs) {
+  for (const std::size_t size : {std::size_t{1} << 20, std::size_t{4} << 20}) {
+    const std::string body(size + 1, ' ');
+    for (int i = 0; i < 25; ++i) ASSERT_EQ(CodeOf(body, kJson), 7007) << size << ", " << i;
+  }
+}
+
 TEST_F(Bodies, LargeRequestsAndAnswersPass) {
   const std::string text(900000, 'x');
   const HttpAnswer answer = Call(client_, "large", R"({"text":")" + text + "\"}");

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "tests/services/webapid/http_client.h"
-#include "tests/services/webapid/log_socket.h"
+#include "tests/support/log_socket.h"
 #include "tests/services/webapid/test_authority.h"
 
 namespace kalo::test {

@@ -1,4 +1,4 @@
-#include "tests/services/webapid/log_socket.h"
+#include "tests/support/log_socket.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>
