@@ -40,6 +40,16 @@ struct NotificationsOptions {
   int dismiss = 0;  ///< id; 0: list them
 };
 
+struct DownloadOptions {
+  bool promotion = false;
+};
+
+struct UpgradeOptions {
+  bool yes = false;      ///< without asking
+  bool is_auto = false;  ///< by a timer, as root on the main router
+  std::chrono::seconds deadline{900};
+};
+
 struct StartOptions {
   bool wait = false;
   std::chrono::seconds deadline{300};
@@ -52,6 +62,10 @@ int RunStatus(const CommonOptions& common, const StatusOptions& options);
 int RunProgress(const CommonOptions& common, const ProgressOptions& options);
 int RunNodes(const CommonOptions& common);
 int RunCheck(const CommonOptions& common, const CheckOptions& options);
+int RunDownload(const CommonOptions& common, const DownloadOptions& options);
+int RunCancel(const CommonOptions& common);
+int RunClean(const CommonOptions& common);
+int RunUpgrade(const CommonOptions& common, const UpgradeOptions& options);
 int RunNotifications(const CommonOptions& common, const NotificationsOptions& options);
 /// @param patches "MODEL=FILE" each
 int RunUpload(const CommonOptions& common, const std::vector<std::string>& patches);

@@ -21,6 +21,8 @@ struct Arguments {
   ProgressOptions progress;
   CheckOptions check;
   NotificationsOptions notifications;
+  DownloadOptions download;
+  UpgradeOptions upgrade;
   StartOptions start;
   std::vector<std::string> patches;
   int (*run)(const Arguments& arguments) = nullptr;
@@ -70,6 +72,20 @@ void AddActions(CLI::App& app, Arguments& a) {
   CLI::App* check = AddCommand(app, a, "check", "look for newer firmware for every node",
                                [](const auto& x) { return RunCheck(x.common, x.check); });
   check->add_flag("--auto", a.check.is_auto, "this is no user's call, but a timer's");
+  CLI::App* download =
+      AddCommand(app, a, "download", "fetch what the check found and hand it to the nodes",
+                 [](const auto& x) { return RunDownload(x.common, x.download); });
+  download->add_flag("--promotion", a.download.promotion, "the check said promotion");
+  AddCommand(app, a, "cancel", "stop a running download",
+             [](const auto& x) { return RunCancel(x.common); });
+  AddCommand(app, a, "clean", "drop every patch that the mesh holds",
+             [](const auto& x) { return RunClean(x.common); });
+  CLI::App* upgrade =
+      AddCommand(app, a, "upgrade", "check, download, hand out and install, all in one",
+                 [](const auto& x) { return RunUpgrade(x.common, x.upgrade); });
+  CLI::Option* yes = upgrade->add_flag("--yes", a.upgrade.yes, "do not ask before it installs");
+  upgrade->add_flag("--auto", a.upgrade.is_auto, "this is no user's call, but a timer's (--local)")
+      ->excludes(yes);
   CLI::App* upload = AddCommand(app, a, "upload", "hand in one patch file for each model",
                                 [](const auto& x) { return RunUpload(x.common, x.patches); });
   upload->add_option("patches", a.patches, "MODEL=FILE, for every model of the mesh")->required();

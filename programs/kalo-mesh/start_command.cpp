@@ -6,6 +6,7 @@
 #include "programs/kalo-mesh/api_client.h"
 #include "programs/kalo-mesh/commands.h"
 #include "programs/kalo-mesh/failure.h"
+#include "programs/kalo-mesh/silence.h"
 #include "programs/kalo-mesh/table.h"
 #include "programs/kalo-mesh/terminal.h"
 #include "programs/kalo-mesh/update_watch.h"
@@ -55,14 +56,10 @@ void PrintResultsAsJson(const UpdateWatch& watch, bool success) {
   std::cout << WriteJson(root) << "\n";
 }
 
-// Shows nothing: what a script reads is one JSON document.
-class NoBuffer : public std::streambuf {};
-
 int Follow(ApiClient& client, const MeshView& before, const CommonOptions& common,
            const StartOptions& options) {
-  NoBuffer nothing;
-  std::ostream silent(&nothing);
-  BarBoard board(common.json ? silent : std::cout, !common.json && IsTerminal());
+  Silence silence;
+  BarBoard board(common.json ? silence.Stream() : std::cout, !common.json && IsTerminal());
   UpdateWatch watch(client, before);
   const bool ended = watch.Follow(board, options.deadline);
   const bool success = ended && watch.AllAsWanted();

@@ -1,0 +1,58 @@
+#include "programs/kalo-mesh/download_watch.h"
+
+#include <chrono>
+#include <thread>
+
+#include "programs/kalo-mesh/failure.h"
+#include "programs/kalo-mesh/mesh_view.h"
+
+namespace kalo::cli {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr const char* kApi = "KALO.Mesh.Upgrade.Download";
+constexpr auto kLookEvery = 250ms;
+
+// @return whether it goes on.
+bool Judge(const std::string& status) {
+  if (status == "downloading" || status == "finished") return true;
+  if (status == "canceled") throw Failure(kFailed, "the download was cancelled");
+  if (status == "no_enough_free_space") {
+    throw Failure(kFailed,
+                  "there is not enough free space on the main router for the download; "
+                  "kalo-mesh clean frees what earlier ones left");
+  }
+  if (status == "failed") {
+    throw Failure(kFailed,
+                  "the download failed, or a node did not take its patch; the main router's system "
+                  "log says why");
+  }
+  throw Failure(kFailed, "no download runs");
+}
+
+}  // namespace
+
+void StartDownload(ApiClient& client, bool promotion) {
+  Json::Value params(Json::objectValue);
+  params["is_promotion"] = promotion;
+  client.Call(kApi, 1, "start", params, ApiClient::kLongPatience);
+}
+
+std::string FollowDownload(ApiClient& client, BarBoard& board) {
+  for (;;) {
+    const Json::Value progress = client.Call(kApi, 2, "progress", Json::objectValue);
+    const std::string status = TextOf(progress, "status");
+    (void)Judge(status);
+    const bool fetched = status == "finished";
+    board.Show({{"Download", fetched ? 100 : NumberOf(progress, "percent"),
+                 fetched ? "handing it to the nodes" : "downloading"}});
+    if (fetched) {
+      const Json::Value mesh = client.Call("KALO.Mesh.Upgrade", 2, "status", Json::objectValue);
+      if (TextOf(mesh, "status") == "ready_upgrade") return TextOf(progress, "version");
+    }
+    std::this_thread::sleep_for(kLookEvery);
+  }
+}
+
+}  // namespace kalo::cli

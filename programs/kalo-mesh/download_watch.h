@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+
+#include "programs/kalo-mesh/api_client.h"
+#include "programs/kalo-mesh/bars.h"
+
+namespace kalo::cli {
+
+/// Starts a download of what the last check found.
+/// @param promotion that was a promotion
+/// @throws as ApiClient::Call
+void StartDownload(ApiClient& client, bool promotion);
+
+/// Waits until a running download has been fetched and handed to every node, with a bar.
+/// @return the version that the nodes have now.
+/// @throws Failure when it failed or was cancelled.
+[[nodiscard]] std::string FollowDownload(ApiClient& client, BarBoard& board);
+
+}  // namespace kalo::cli

@@ -1,0 +1,74 @@
+// The whole way of an update in one command.
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <iostream>
+#include <optional>
+
+#include "host/core/file_lock.h"
+#include "platform/paths.h"
+#include "programs/kalo-mesh/api_client.h"
+#include "programs/kalo-mesh/bars.h"
+#include "programs/kalo-mesh/commands.h"
+#include "programs/kalo-mesh/download_watch.h"
+#include "programs/kalo-mesh/failure.h"
+#include "programs/kalo-mesh/silence.h"
+#include "programs/kalo-mesh/terminal.h"
+#include "programs/kalo-mesh/update_offer.h"
+
+namespace kalo::cli {
+namespace {
+
+// Tells the whole router, for as long as it is held, that an automatic update runs.
+FileLock TakeAutoUpdateLock() {
+  auto lock = FileLock::TryTake(KALO::paths::kAutoUpdateLock);
+  if (lock) return std::move(*lock);
+  throw Failure(kFailed, errno == EWOULDBLOCK ? std::string("an automatic update runs already")
+                                              : std::string(KALO::paths::kAutoUpdateLock) + ": " +
+                                                    std::strerror(errno));
+}
+
+// Before the point of no return.
+bool Agrees() {
+  if (isatty(STDIN_FILENO) == 0) {
+    throw Failure(kUsage, "nobody can be asked here; say --yes to upgrade without asking");
+  }
+  std::cout << "All nodes restart now; the Wi-Fi is away for some minutes. Do not switch off any "
+               "node meanwhile.\nUpgrade? [y/N] "
+            << std::flush;
+  std::string answer;
+  std::getline(std::cin, answer);
+  return answer == "y" || answer == "Y" || answer == "yes";
+}
+
+}  // namespace
+
+int RunUpgrade(const CommonOptions& common, const UpgradeOptions& options) {
+  std::optional<FileLock> lock;
+  if (options.is_auto) lock = TakeAutoUpdateLock();
+  ApiClient client(OpenSession(common), common.connect_deadline);
+  Silence silence;
+  std::ostream& out = common.json ? silence.Stream() : std::cout;
+  const UpdateOffer offer = ReadOffer(CheckForUpdate(client, options.is_auto));
+  out << offer.Sentence() << "\n";
+  if (!offer.available || (options.is_auto && offer.beta)) {
+    if (offer.available) out << "Beta releases are not installed by themselves.\n";
+    if (common.json)
+      std::cout << R"({"success":true,"nodes":[]})"
+                << "\n";
+    return kOk;
+  }
+  BarBoard board(out, !common.json && IsTerminal());
+  StartDownload(client, offer.promotion);
+  (void)FollowDownload(client, board);
+  if (!options.yes && !options.is_auto && !Agrees()) {
+    out << "Nothing was installed. The patches stay on the nodes; kalo-mesh start installs them, "
+           "kalo-mesh clean drops them.\n";
+    return kOk;
+  }
+  return RunStart(common, {true, options.deadline});
+}
+
+}  // namespace kalo::cli

@@ -1,0 +1,133 @@
+// A published firmware on its way to every node: downloaded once for each model, handed on,
+// installed; and what becomes of a download that is cancelled, killed, or finds no space.
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/journeys/support/mesh_box.h"
+#include "tests/support/wait.h"
+
+namespace kalo::journeys {
+namespace {
+
+class DownloadJourney : public testing::Test {
+ protected:
+  void PublishNext() const { mesh_.Publish({"kalo_m1-76010", "kalo_m2-76010"}); }
+  void ExpectAllRun(const std::string& version) const {
+    for (int node = 0; node < 4; ++node) {
+      EXPECT_EQ(mesh_.RunningVersion(node), version) << "node " << node;
+    }
+  }
+  std::string Shell(const std::string& script) const {
+    return mesh_.Exec(0, {"sh", "-c", script}).out;
+  }
+  [[nodiscard]] std::string DownloadStatus() const {
+    return mesh_.Cli({"progress", "--download"}).data["status"].asString();
+  }
+  // @return whether nobody holds the patch lock, at once or soon.
+  [[nodiscard]] bool LockIsFree() const {
+    return test::WaitFor(
+        [&] {
+          return mesh_.Exec(0, {"flock", "-n", "/var/lock/mesh_patch.lock", "true"}).status == 0;
+        },
+        MeshBox::kDeadline);
+  }
+  // The whole way again: whatever happened before must not stand in it.
+  void ExpectAFreshDownloadSucceeds() const {
+    const Answer download = mesh_.Cli({"download", "--promotion"});
+    EXPECT_EQ(download.status, 0) << download.text;
+    EXPECT_EQ(download.data["version"], kNext);
+    EXPECT_EQ(mesh_.Status()["status"], "ready_upgrade");
+    for (int node = 0; node < 4; ++node) EXPECT_TRUE(mesh_.WaitForStaged(node, kNext)) << node;
+  }
+  // Starts a download and comes back at once.
+  void StartDownload() const {
+    ASSERT_EQ(mesh_.Cli({"check"}).status, 0);
+    // What the command line does first; it would wait for the end.
+    Shell(
+        "setsid /usr/kalo/bin/kalo-mesh --local download --promotion >/dev/null 2>&1 "
+        "</dev/null &");
+    EXPECT_TRUE(test::WaitFor([&] { return DownloadStatus() != "none"; }, MeshBox::kDeadline));
+  }
+
+  MeshBox mesh_{testing::UnitTest::GetInstance()->current_test_info()->name()};
+};
+
+TEST_F(DownloadJourney, OneCommandFindsFetchesHandsOutAndInstalls) {
+  PublishNext();
+  const Answer upgrade = mesh_.Cli({"upgrade", "--yes"});
+  EXPECT_EQ(upgrade.status, 0) << upgrade.text;
+  ExpectAllRun(kNext);
+  EXPECT_TRUE(mesh_.WaitForStatus("none"));
+  EXPECT_EQ(Shell("ls /volume1/@mesh_full"), "kalo_m1_76010.pat\n") << "the CAP's own one stays";
+  EXPECT_EQ(mesh_.Cli({"notifications"}).data["notifications"].size(), 2U)
+      << "the offer and the download";
+  EXPECT_EQ(mesh_.Cli({"upgrade", "--yes"}).status, 0) << "and then there is nothing to do";
+}
+
+TEST_F(DownloadJourney, AnAutomaticUpgradeKeepsOthersOut) {
+  PublishNext();
+  const Outcome upgrade =
+      mesh_.Exec(0, {"/usr/kalo/bin/kalo-mesh", "--local", "upgrade", "--auto", "--json"});
+  // The CAP restarts at the end, and takes the command with it.
+  EXPECT_TRUE(test::WaitFor([&] { return mesh_.RunningVersion(0) == kNext; }, MeshBox::kDeadline))
+      << upgrade.out << upgrade.err;
+  EXPECT_TRUE(mesh_.WaitForStatus("none"));
+  ExpectAllRun(kNext);
+}
+
+TEST_F(DownloadJourney, ACancelledDownloadLeavesTheMeshReadyForTheNext) {
+  PublishNext();
+  StartDownload();
+  EXPECT_EQ(mesh_.Cli({"cancel"}).status, 0);
+  EXPECT_TRUE(LockIsFree());
+  const std::string status = DownloadStatus();
+  EXPECT_TRUE(status == "canceled" || status == "failed" || status == "finished") << status;
+  EXPECT_EQ(Shell("ls /volume1/@mesh_full | grep part"), "");
+  ExpectAFreshDownloadSucceeds();
+}
+
+TEST_F(DownloadJourney, AKilledDownloadIsFailedAndLeavesTheMeshReadyForTheNext) {
+  PublishNext();
+  StartDownload();
+  // The child of the request: the worker's program in a session of its own, without a terminal.
+  Shell(
+      "for p in /proc/[0-9]*; do read -r name <$p/comm; [ \"$name\" = webapid-worker ] && "
+      "set -- $(cat $p/stat) && [ \"$6\" = \"$1\" ] && kill -9 $1; done; true");
+  EXPECT_TRUE(LockIsFree());
+  EXPECT_TRUE(test::WaitFor([&] { return DownloadStatus() != "downloading"; }, MeshBox::kDeadline));
+  EXPECT_EQ(Shell("ls /volume1/@mesh_full | grep part"), "");
+  ExpectAFreshDownloadSucceeds();
+}
+
+TEST_F(DownloadJourney, AFullDiskIsToldAndMended) {
+  PublishNext();
+  ASSERT_EQ(mesh_.Cli({"check"}).status, 0);
+  mesh_.Event(0, "fill-disk");
+  const Answer full = mesh_.Cli({"download", "--promotion"});
+  EXPECT_EQ(full.status, 1) << full.text;
+  EXPECT_EQ(DownloadStatus(), "no_enough_free_space");
+  EXPECT_NE(full.text.find("free space"), std::string::npos);
+  mesh_.Event(0, "free-disk");
+  ExpectAFreshDownloadSucceeds();
+}
+
+TEST_F(DownloadJourney, CleanDropsEverything) {
+  PublishNext();
+  ASSERT_EQ(mesh_.Cli({"check"}).status, 0);
+  ExpectAFreshDownloadSucceeds();
+  EXPECT_EQ(mesh_.Cli({"clean"}).status, 0);
+  EXPECT_EQ(mesh_.Status()["status"], "none");
+  EXPECT_EQ(Shell("ls /volume1/@mesh_full /volume1/@mesh_nano | grep pat"), "");
+  for (int node = 0; node < 4; ++node) EXPECT_TRUE(mesh_.WaitForStaged(node, "")) << node;
+}
+
+TEST_F(DownloadJourney, WithoutACheckThatFoundAPromotionNothingIsFetched) {
+  PublishNext();
+  EXPECT_EQ(mesh_.Cli({"download"}).Code(), 117) << "it is a promotion, and was not asked for";
+  EXPECT_TRUE(mesh_.LogHas("Failed to get patch available info"));
+}
+
+}  // namespace
+}  // namespace kalo::journeys
