@@ -52,6 +52,7 @@ struct UpgradeOptions {
 
 struct StartOptions {
   bool wait = false;
+  bool is_auto = false;  ///< the caller is the automatic update
   std::chrono::seconds deadline{300};
 };
 

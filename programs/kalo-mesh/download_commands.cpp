@@ -23,7 +23,7 @@ int RunDownload(const CommonOptions& common, const DownloadOptions& options) {
   Silence silence;
   BarBoard board(common.json ? silence.Stream() : std::cout, !common.json && IsTerminal());
   StartDownload(client, options.promotion);
-  const std::string version = FollowDownload(client, board);
+  const std::string version = FollowDownload(client, board, false);
   if (common.json) {
     Json::Value root(Json::objectValue);
     root["version"] = version;

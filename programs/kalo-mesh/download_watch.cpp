@@ -39,7 +39,9 @@ void StartDownload(ApiClient& client, bool promotion) {
   client.Call(kApi, 1, "start", params, ApiClient::kLongPatience);
 }
 
-std::string FollowDownload(ApiClient& client, BarBoard& board) {
+std::string FollowDownload(ApiClient& client, BarBoard& board, bool is_auto) {
+  Json::Value as(Json::objectValue);
+  as["auto"] = is_auto;
   for (;;) {
     const Json::Value progress = client.Call(kApi, 2, "progress", Json::objectValue);
     const std::string status = TextOf(progress, "status");
@@ -48,7 +50,7 @@ std::string FollowDownload(ApiClient& client, BarBoard& board) {
     board.Show({{"Download", fetched ? 100 : NumberOf(progress, "percent"),
                  fetched ? "handing it to the nodes" : "downloading"}});
     if (fetched) {
-      const Json::Value mesh = client.Call("KALO.Mesh.Upgrade", 2, "status", Json::objectValue);
+      const Json::Value mesh = client.Call("KALO.Mesh.Upgrade", 2, "status", as);
       if (TextOf(mesh, "status") == "ready_upgrade") return TextOf(progress, "version");
     }
     std::this_thread::sleep_for(kLookEvery);

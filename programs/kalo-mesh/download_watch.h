@@ -13,8 +13,9 @@ namespace kalo::cli {
 void StartDownload(ApiClient& client, bool promotion);
 
 /// Waits until a running download has been fetched and handed to every node, with a bar.
+/// @param is_auto the caller is the automatic update, which others see as a busy mesh
 /// @return the version that the nodes have now.
 /// @throws Failure when it failed or was cancelled.
-[[nodiscard]] std::string FollowDownload(ApiClient& client, BarBoard& board);
+[[nodiscard]] std::string FollowDownload(ApiClient& client, BarBoard& board, bool is_auto);
 
 }  // namespace kalo::cli

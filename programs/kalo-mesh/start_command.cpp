@@ -60,7 +60,7 @@ int Follow(ApiClient& client, const MeshView& before, const CommonOptions& commo
            const StartOptions& options) {
   Silence silence;
   BarBoard board(common.json ? silence.Stream() : std::cout, !common.json && IsTerminal());
-  UpdateWatch watch(client, before);
+  UpdateWatch watch(client, before, options.is_auto);
   const bool ended = watch.Follow(board, options.deadline);
   const bool success = ended && watch.AllAsWanted();
   if (common.json) {

@@ -14,7 +14,9 @@ constexpr auto kLookEvery = 500ms;
 
 }  // namespace
 
-UpdateWatch::UpdateWatch(ApiClient& client, const MeshView& before) : client_(client) {
+UpdateWatch::UpdateWatch(ApiClient& client, const MeshView& before, bool is_auto)
+    : client_(client) {
+  status_params_["auto"] = is_auto;
   for (const NodeView& node : before.nodes) {
     NodeResult result;
     result.before = node;
@@ -44,7 +46,7 @@ void UpdateWatch::Look() {
     const MeshView mesh = ReadMesh(FetchNodes(client_));
     running_ = mesh.update_running;
     for (const NodeView& node : mesh.nodes) Take(node);
-    status_ = TextOf(client_.Call("KALO.Mesh.Upgrade", 2, "status", Json::objectValue), "status");
+    status_ = TextOf(client_.Call("KALO.Mesh.Upgrade", 2, "status", status_params_), "status");
     const Json::Value progress =
         client_.Call("KALO.Mesh.Upgrade", 2, "progress", Json::objectValue);
     total_ = std::max(total_, NumberOf(progress, "total_percentage"));

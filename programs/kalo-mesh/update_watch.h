@@ -28,7 +28,8 @@ struct NodeResult {
 /// answers again proves nothing.
 class UpdateWatch {
  public:
-  UpdateWatch(ApiClient& client, const MeshView& before);
+  /// @param is_auto the caller is the automatic update, which others see as a busy mesh
+  UpdateWatch(ApiClient& client, const MeshView& before, bool is_auto = false);
 
   /// Waits for the end, with bars.
   /// @return whether the update ended before the deadline.
@@ -46,6 +47,7 @@ class UpdateWatch {
   void Draw(BarBoard& board) const;
 
   ApiClient& client_;
+  Json::Value status_params_{Json::objectValue};
   Clock::time_point begin_ = Clock::now();
   std::map<int, NodeResult> results_;
   std::map<int, NodeView> latest_;

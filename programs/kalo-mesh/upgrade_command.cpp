@@ -62,13 +62,13 @@ int RunUpgrade(const CommonOptions& common, const UpgradeOptions& options) {
   }
   BarBoard board(out, !common.json && IsTerminal());
   StartDownload(client, offer.promotion);
-  (void)FollowDownload(client, board);
+  (void)FollowDownload(client, board, options.is_auto);
   if (!options.yes && !options.is_auto && !Agrees()) {
     out << "Nothing was installed. The patches stay on the nodes; kalo-mesh start installs them, "
            "kalo-mesh clean drops them.\n";
     return kOk;
   }
-  return RunStart(common, {true, options.deadline});
+  return RunStart(common, {true, options.is_auto, options.deadline});
 }
 
 }  // namespace kalo::cli
