@@ -43,7 +43,7 @@ UniqueFd Enter(int parent, const std::string& name, const Wish& wish, bool& made
 
 std::string TakeName(std::string_view& rest) {
   rest.remove_prefix(std::min(rest.find_first_not_of('/'), rest.size()));
-  const std::string name(rest.substr(0, rest.find('/')));
+  std::string name(rest.substr(0, rest.find('/')));
   rest.remove_prefix(name.size());
   return name;
 }

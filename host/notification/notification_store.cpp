@@ -1,6 +1,5 @@
 #include "host/notification/notification_store.h"
 
-#include <json/value.h>
 #include <syslog.h>
 
 #include <algorithm>
@@ -87,15 +86,7 @@ void Write(const fs::path& path, const Store& store) {
   root["last_id"] = store.last_id;
   root["notifications"] = Json::Value(Json::arrayValue);
   for (const Notification& one : store.list) {
-    Json::Value value(Json::objectValue);
-    value["id"] = one.id;
-    value["time"] = static_cast<Json::Int64>(one.time);
-    value["source"] = one.source;
-    value["topic"] = one.topic;
-    value["to"] = one.recipient;
-    value["count"] = one.count;
-    value["text"] = one.text;
-    root["notifications"].append(value);
+    root["notifications"].append(ToJson(one));
   }
   std::error_code ignored;
   fs::create_directories(path.parent_path(), ignored);
@@ -113,6 +104,18 @@ bool Remove(const fs::path& path, Predicate matches) {
 }
 
 }  // namespace
+
+Json::Value ToJson(const Notification& notification) {
+  Json::Value value(Json::objectValue);
+  value["id"] = notification.id;
+  value["time"] = static_cast<Json::Int64>(notification.time);
+  value["source"] = notification.source;
+  value["topic"] = notification.topic;
+  value["to"] = notification.recipient;
+  value["count"] = notification.count;
+  value["text"] = notification.text;
+  return value;
+}
 
 NotificationStore::NotificationStore() : path_(KALO::paths::kNotifications) {}
 

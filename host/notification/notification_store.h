@@ -1,5 +1,7 @@
 #pragma once
 
+#include <json/value.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -18,6 +20,9 @@ struct Notification {
   std::int32_t count = 0;
   std::string text;  ///< one sentence for people
 };
+
+/// @return it as the store and the web API write it.
+[[nodiscard]] Json::Value ToJson(const Notification& notification);
 
 /// The list in its file. Every operation takes the store's lock, and throws std::runtime_error when
 /// the store cannot be used. A damaged file counts as an empty list, after one log line.

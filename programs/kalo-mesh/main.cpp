@@ -114,13 +114,10 @@ int Report(const CommonOptions& common, const Failure& failure) {
   return failure.Status();
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Run(int argc, char** argv, Arguments& arguments) {
   CLI::App app("Upgrades a mesh of routers from the command line.");
   app.footer(
       "Exit status: 0 done, 1 failed, 2 wrong usage, 3 refused by the server, 4 not reachable");
-  Arguments arguments;
   arguments.common.session_file = DefaultSessionFile();
   app.add_option("--session", arguments.common.session_file, "file that keeps the session")
       ->capture_default_str();
@@ -138,12 +135,21 @@ int main(int argc, char** argv) {
   AddActions(app, arguments);
   try {
     app.parse(argc, argv);
-    if (arguments.common.local && (app.got_subcommand("login") || app.got_subcommand("logout"))) {
-      throw Failure(kUsage, "with --local nobody signs in or out");
-    }
-    return arguments.run(arguments);
   } catch (const CLI::ParseError& e) {
     return app.exit(e) == 0 ? kOk : kUsage;
+  }
+  if (arguments.common.local && (app.got_subcommand("login") || app.got_subcommand("logout"))) {
+    throw Failure(kUsage, "with --local nobody signs in or out");
+  }
+  return arguments.run(arguments);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Arguments arguments;
+  try {
+    return Run(argc, argv, arguments);
   } catch (const Failure& e) {
     return Report(arguments.common, e);
   } catch (const std::exception& e) {

@@ -26,18 +26,6 @@ namespace {
 constexpr int kGeneralFailure = 117;
 constexpr int kBadParameter = 403;
 
-Json::Value ToJson(const kalo::Notification& notification) {
-  Json::Value value(Json::objectValue);
-  value["id"] = notification.id;
-  value["time"] = static_cast<Json::Int64>(notification.time);
-  value["source"] = notification.source;
-  value["topic"] = notification.topic;
-  value["to"] = notification.recipient;
-  value["count"] = notification.count;
-  value["text"] = notification.text;
-  return value;
-}
-
 void AnswerFailure(KALO::APIResponse& response, const std::exception& e) {
   kalo::Log(LOG_ERR, "notifications: %s", e.what());
   response.SetError(kGeneralFailure, Json::Value());
@@ -59,7 +47,7 @@ void WebapiCoreNotificationList(KALO::APIRequest* /*request*/, KALO::APIResponse
     Json::Value answer(Json::objectValue);
     answer["notifications"] = Json::Value(Json::arrayValue);
     for (const kalo::Notification& one : kalo::NotificationStore().List()) {
-      answer["notifications"].append(ToJson(one));
+      answer["notifications"].append(kalo::ToJson(one));
     }
     response->SetSuccess(answer);
   } catch (const std::exception& e) {

@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+
 namespace fake {
 
 void ModuleTest::Call(KALO::APIHandler entry, const std::string& parameters) {
@@ -10,6 +12,14 @@ void ModuleTest::Call(KALO::APIHandler entry, const std::string& parameters) {
   KALO::APIResponse answer;
   entry(&call, &answer);
   if (getpid() != self) _exit(0);
+}
+
+std::vector<std::string> ModuleTest::LinesFrom(const std::string& begin) const {
+  std::vector<std::string> lines = Lines();
+  const auto first = std::find_if(lines.begin(), lines.end(),
+                                  [&](const std::string& line) { return line.starts_with(begin); });
+  lines.erase(lines.begin(), first);
+  return lines;
 }
 
 std::vector<std::string> ModuleTest::Answers() const {

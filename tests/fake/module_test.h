@@ -29,6 +29,8 @@ class ModuleTest : public ::testing::Test {
   [[nodiscard]] std::vector<std::string> Lines(std::string_view prefix) const {
     return platform.journal.Lines(prefix);
   }
+  /// @return what the journal holds from the line on that begins so.
+  [[nodiscard]] std::vector<std::string> LinesFrom(const std::string& begin) const;
   /// @return the answers, in the order given.
   [[nodiscard]] std::vector<std::string> Answers() const;
   /// @return the log lines as "PRIORITY TEXT", without the source line.

@@ -32,9 +32,9 @@ class DownloadError : public std::runtime_error {
 struct FetchPatience {
   std::chrono::milliseconds connect{15000};
   std::chrono::milliseconds stall{30000};
-  std::uint64_t slowest = 30 * 1024;             ///< bytes that must come in each `stall`
-  std::chrono::milliseconds whole_extra{60000};  ///< besides a second for each 64 KiB
-  std::chrono::milliseconds first_pause{1000};   ///< before a second try; then three times as long
+  std::uint64_t slowest = std::uint64_t{30} << 10;  ///< bytes that must come in each `stall`
+  std::chrono::milliseconds whole_extra{60000};     ///< besides a second for each 64 KiB
+  std::chrono::milliseconds first_pause{1000};  ///< before a second try; then three times as long
 };
 
 /// Fetches one patch of the feed: in three tries, each going on where the one before broke off;

@@ -24,6 +24,8 @@ class PartFile : public BodySink {
   /// @param size  what the whole file has
   /// @throws std::system_error
   PartFile(std::string path, std::uint64_t size, const TransferHooks& hooks);
+  PartFile(const PartFile&) = delete;
+  PartFile& operator=(const PartFile&) = delete;
   ~PartFile() override;
 
   bool Begin(std::uint64_t from, const std::string& tag) override;

@@ -25,15 +25,6 @@ class PatchCheckRequest : public CheckTest {
     EXPECT_EQ(answers.size(), 1U);
     return answers.empty() ? "" : answers.back();
   }
-  // @return the journal from the line that begins so.
-  [[nodiscard]] std::vector<std::string> LinesFrom(const std::string& begin) const {
-    std::vector<std::string> lines = Lines();
-    const auto first = std::find_if(lines.begin(), lines.end(), [&](const std::string& line) {
-      return line.starts_with(begin);
-    });
-    lines.erase(lines.begin(), first);
-    return lines;
-  }
   void Downloaded(const std::string& version) {
     platform.files["/tmp/mesh_download"] = {{"step", "finished"}, {"version", version}};
     platform.files["/tmp/mesh_upgrade"] = {{"step", "ready_upgrade"}};

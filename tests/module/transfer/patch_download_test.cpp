@@ -45,14 +45,6 @@ class DownloadStartRequest : public fake::ModuleTest {
     exit_status_ = WEXITSTATUS(status);
   }
 
-  [[nodiscard]] std::vector<std::string> LinesFrom(const std::string& begin) const {
-    std::vector<std::string> lines = Lines();
-    const auto first = std::find_if(lines.begin(), lines.end(), [&](const std::string& line) {
-      return line.starts_with(begin);
-    });
-    lines.erase(lines.begin(), first);
-    return lines;
-  }
   // @return without what is only read or logged.
   static std::vector<std::string> Acts(std::vector<std::string> lines) {
     std::erase_if(lines, [](const std::string& line) {
