@@ -12,5 +12,6 @@ inline constexpr int kNoSpace = 5224;
 inline constexpr int kNothingStaged = 5225;
 inline constexpr int kCannotStage = 5226;
 inline constexpr int kNoFile = 5227;
+inline constexpr int kOtherBase = 5228;
 
 }  // namespace kalo::node::error

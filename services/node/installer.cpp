@@ -4,6 +4,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <stdexcept>
 #include <system_error>
@@ -35,6 +36,19 @@ std::uint64_t FreeBytes(const fs::path& folder) {
     throw std::system_error(errno, std::generic_category(), "asking for free space");
   }
   return static_cast<std::uint64_t>(found.f_bavail) * found.f_frsize;
+}
+
+std::uint64_t SizeOf(const fs::path& folder) {
+  std::uint64_t bytes = 0;
+  for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+    if (entry.is_regular_file() && !entry.is_symlink()) bytes += entry.file_size();
+  }
+  return bytes;
+}
+
+// Where a small update is written before it goes into the slot.
+fs::path SmallFolder(const fs::path& slot) {
+  return slot.native() + ".small";
 }
 
 }  // namespace
@@ -72,34 +86,71 @@ bool Installer::Run() {
   return false;
 }
 
-// In full, although the upload verified it: the file may have lain there since.
+// In full, although the upload verified it: the files may have lain there since.
 void Installer::Check() {
   const auto keys = patch::KeyRing::Load(KALO::paths::kPatchKeys);
-  const patch::VerifyResult result = patch::VerifyPatch(staged_.path, keys);
-  if (!result.IsValid()) throw patch::PatchError(result.outcome, result.reason);
-  if (result.description.version != staged_.description.version) {
+  std::string last;
+  for (const std::string& path : {staged_.full, staged_.small}) {
+    if (path.empty()) continue;
+    const patch::VerifyResult result = patch::VerifyPatch(path, keys);
+    if (!result.IsValid()) throw patch::PatchError(result.outcome, result.reason);
+    payload_bytes_ += result.payload_bytes;
+    last = result.description.version;
+  }
+  if (last != staged_.description.version) {
     throw std::runtime_error("the patch is not the one that was staged");
   }
-  payload_bytes_ = result.payload_bytes;
 }
 
 void Installer::WritePrograms() {
   fs::remove_all(slot_);
+  fs::remove_all(SmallFolder(slot_));
   fs::create_directory(slot_);
-  const std::uint64_t wanted = payload_bytes_ + kSpareBytes;
+  const std::uint64_t copied = staged_.full.empty() ? SizeOf(slots::ActiveSlot()) : 0;
+  const std::uint64_t wanted = copied + payload_bytes_ + kSpareBytes;
   const std::uint64_t available = FreeBytes(slot_);
   if (wanted > available) {
     throw std::system_error(ENOSPC, std::generic_category(),
                             "the new version needs " + std::to_string(wanted) +
                                 " bytes, free are " + std::to_string(available));
   }
+  if (staged_.full.empty()) {
+    fs::copy(slots::ActiveSlot(), slot_,
+             fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+    fs::remove(slot_ / "VERSION");  // not yet a firmware
+  } else {
+    Extract(staged_.full, slot_);
+  }
+  if (!staged_.small.empty()) AddSmallUpdate();
+}
+
+void Installer::Extract(const std::string& patch, const fs::path& folder) {
   const auto keys = patch::KeyRing::Load(KALO::paths::kPatchKeys);
-  const auto progress = [this](std::uint64_t done, std::uint64_t total) {
-    if (total == 0) return;
-    const auto share = static_cast<std::int32_t>(done * (kConfigurationAt - kProgramsAt) / total);
-    Advance(kProgramsAt + share);
+  std::uint64_t of_this = 0;
+  const auto progress = [&](std::uint64_t done, std::uint64_t /*total*/) {
+    of_this = done;
+    const std::uint64_t all = std::max<std::uint64_t>(payload_bytes_, 1);
+    const std::uint64_t share = (extracted_bytes_ + done) * (kConfigurationAt - kProgramsAt) / all;
+    Advance(std::min(kProgramsAt + static_cast<std::int32_t>(share), kConfigurationAt));
   };
-  static_cast<void>(patch::ExtractPayload(staged_.path, keys, slot_, progress));
+  static_cast<void>(patch::ExtractPayload(patch, keys, folder, progress));
+  extracted_bytes_ += of_this;
+}
+
+// Its files take the places of those of the same names.
+void Installer::AddSmallUpdate() {
+  const fs::path folder = SmallFolder(slot_);
+  fs::create_directory(folder);
+  Extract(staged_.small, folder);
+  for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+    const fs::path target = slot_ / entry.path().lexically_relative(folder);
+    if (entry.is_directory()) {
+      fs::create_directories(target);
+    } else {
+      fs::rename(entry.path(), target);
+    }
+  }
+  fs::remove_all(folder);
 }
 
 void Installer::WriteConfiguration() {

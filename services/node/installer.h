@@ -23,6 +23,8 @@ class Installer {
  private:
   void Check();
   void WritePrograms();
+  void Extract(const std::string& patch, const std::filesystem::path& folder);
+  void AddSmallUpdate();
   void WriteConfiguration();
   void Activate();
   void Enter(const char* step, std::int32_t percent);
@@ -31,7 +33,8 @@ class Installer {
 
   StagedPatch staged_;
   std::filesystem::path slot_;
-  std::uint64_t payload_bytes_ = 0;
+  std::uint64_t payload_bytes_ = 0;    ///< of all that is staged
+  std::uint64_t extracted_bytes_ = 0;  ///< of it, so far
   InstallReport report_;
 };
 

@@ -52,11 +52,20 @@ std::uint64_t SizeOf(const fs::path& folder) {
 }
 
 // The slot that an installation will write gives its space back first.
-bool HasSpaceFor(std::uint64_t payload_bytes) {
+bool HasSpaceFor(const patch::VerifyResult& patch) {
   struct statvfs found {};
   if (statvfs(KALO::paths::kSlots, &found) != 0) return false;
   const std::uint64_t available = static_cast<std::uint64_t>(found.f_bavail) * found.f_frsize;
-  return payload_bytes <= available + SizeOf(slots::InactiveSlot());
+  // A small update alone goes onto a copy of what runs.
+  const bool copies = IsSmallUpdate(patch.description) && !StagedFull();
+  const std::uint64_t needed = patch.payload_bytes + (copies ? SizeOf(slots::ActiveSlot()) : 0);
+  return needed <= available + SizeOf(slots::InactiveSlot());
+}
+
+// A small update belongs to one build: the one that runs, or the one that is staged.
+bool HasItsBase(const patch::PatchDescription& small, const patch::PatchDescription& running) {
+  const auto full = StagedFull();
+  return small.build == running.build || (full && small.build == full->build);
 }
 
 bool IsNewer(const patch::PatchDescription& patch, const patch::PatchDescription& running) {
@@ -85,12 +94,17 @@ bool Accepts(const patch::VerifyResult& patch, KALO::APIResponse& response) {
            "the patch is for " + patch.description.unique + ", this is " + running.unique);
     return false;
   }
+  if (IsSmallUpdate(patch.description) && !HasItsBase(patch.description, running)) {
+    Refuse(response, error::kOtherBase,
+           patch.description.version + " does not apply on " + running.version);
+    return false;
+  }
   if (!IsNewer(patch.description, running)) {
     Refuse(response, error::kNotNewer,
            patch.description.version + " is not newer than " + running.version);
     return false;
   }
-  if (!HasSpaceFor(patch.payload_bytes)) {
+  if (!HasSpaceFor(patch)) {
     Refuse(response, error::kNoSpace,
            std::to_string(patch.payload_bytes) + " bytes do not fit into the other slot");
     return false;

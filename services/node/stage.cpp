@@ -20,13 +20,19 @@ namespace {
 
 constexpr std::size_t kMaxInfo = 16384;
 
-fs::path PatchFile() {
-  return fs::path(KALO::paths::kStagedPatch) / "patch.pat";
-}
-// Written after the patch and removed before it: who finds it finds a whole patch.
-fs::path InfoFile() {
-  return fs::path(KALO::paths::kStagedPatch) / "info";
-}
+// Where one kind of patch stands. The info is written after the patch and removed before it: who
+// finds it finds a whole patch.
+struct Place {
+  const char* patch;
+  const char* info;
+
+  [[nodiscard]] static fs::path Path(const char* name) {
+    return fs::path(KALO::paths::kStagedPatch) / name;
+  }
+};
+
+constexpr Place kFull = {"patch.pat", "info"};
+constexpr Place kSmall = {"small.pat", "small.info"};
 
 [[noreturn]] void ThrowErrno(const std::string& what) {
   throw std::system_error(errno, std::generic_category(), what);
@@ -41,17 +47,41 @@ void SyncFile(const std::string& path) {
   if (!fd || fchmod(fd.Get(), 0600) != 0 || fsync(fd.Get()) != 0) ThrowErrno("syncing " + path);
 }
 
-}  // namespace
-
-std::optional<StagedPatch> ReadStaged() {
-  const auto text = ReadFile(InfoFile(), kMaxInfo);
+std::optional<patch::PatchDescription> Read(const Place& place) {
+  const auto text = ReadFile(Place::Path(place.info), kMaxInfo);
   std::error_code ignored;
-  if (!text || !fs::is_regular_file(PatchFile(), ignored)) return std::nullopt;
+  if (!text || !fs::is_regular_file(Place::Path(place.patch), ignored)) return std::nullopt;
   try {
-    return StagedPatch{PatchFile(), patch::ParseDescription(*text)};
+    return patch::ParseDescription(*text);
   } catch (const patch::PatchError&) {
     return std::nullopt;
   }
+}
+
+void Remove(const Place& place) {
+  Unlink(Place::Path(place.info));
+  Unlink(Place::Path(place.patch));
+}
+
+}  // namespace
+
+bool IsSmallUpdate(const patch::PatchDescription& description) {
+  return description.version.find(" Update ") != std::string::npos;
+}
+
+std::optional<StagedPatch> ReadStaged() {
+  const auto full = Read(kFull);
+  const auto small = Read(kSmall);
+  if (!full && !small) return std::nullopt;
+  StagedPatch staged;
+  if (full) staged.full = Place::Path(kFull.patch);
+  if (small) staged.small = Place::Path(kSmall.patch);
+  staged.description = small ? *small : *full;
+  return staged;
+}
+
+std::optional<patch::PatchDescription> StagedFull() {
+  return Read(kFull);
 }
 
 void Stage(const std::string& path, const patch::PatchDescription& description,
@@ -63,15 +93,23 @@ void Stage(const std::string& path, const patch::PatchDescription& description,
   if (mkdir(KALO::paths::kStagedPatch, 0700) != 0 && errno != EEXIST) {
     ThrowErrno(std::string("making ") + KALO::paths::kStagedPatch);
   }
-  RemoveStaged();
+  const bool small = IsSmallUpdate(description);
+  const auto full = StagedFull();
+  Remove(kSmall);
+  if (!small || !full || full->build != description.build) Remove(kFull);
+  const Place& place = small ? kSmall : kFull;
+  const fs::path target = Place::Path(place.patch);
   SyncFile(path);
-  if (rename(path.c_str(), PatchFile().c_str()) != 0) ThrowErrno("moving " + path);
-  if (!WriteFileAtomic(InfoFile(), info.Text(), 0600)) ThrowErrno("writing " + InfoFile().string());
+  if (rename(path.c_str(), target.c_str()) != 0) ThrowErrno("moving " + path);
+  if (!WriteFileAtomic(Place::Path(place.info), info.Text(), 0600)) {
+    ThrowErrno("writing " + Place::Path(place.info).string());
+  }
 }
 
 void RemoveStaged() {
-  Unlink(InfoFile());
-  Unlink(PatchFile());
+  // The small one first: without its base it must never be found.
+  Remove(kSmall);
+  Remove(kFull);
 }
 
 }  // namespace kalo::node

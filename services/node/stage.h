@@ -7,19 +7,28 @@
 
 namespace kalo::node {
 
-/// The patch that waits on this node to be installed.
+/// What waits on this node to be installed: a full patch, a small update for what runs, or a full
+/// patch and the small update on top of it, installed in one go.
 struct StagedPatch {
-  std::string path;
-  patch::PatchDescription description;
+  std::string full;                     ///< path; empty: the small update applies on what runs
+  std::string small;                    ///< path; empty when there is none
+  patch::PatchDescription description;  ///< of what will run afterwards
 };
 
-/// @return the staged patch; empty when there is none.
+/// @return whether a version is a small update's, whatever its number.
+[[nodiscard]] bool IsSmallUpdate(const patch::PatchDescription& description);
+
+/// @return what is staged; empty when nothing is.
 [[nodiscard]] std::optional<StagedPatch> ReadStaged();
 
-/// Moves a verified patch to the stage, in place of what stood there. It must lie on the same file
-/// system as the stage.
+/// @return the staged full patch's description; empty when there is none.
+[[nodiscard]] std::optional<patch::PatchDescription> StagedFull();
+
+/// Moves a verified patch to the stage. A full one takes the place of all that stood there; a small
+/// update joins the full one that it applies on, and takes the place of anything else. The patch
+/// must lie on the same file system as the stage.
 /// @param base_version pure version that the patch applies on; empty for a full one
-/// @throws std::system_error; the patch then may be where it was, and nothing is staged.
+/// @throws std::system_error; the patch then may be where it was, and is not staged.
 void Stage(const std::string& path, const patch::PatchDescription& description,
            const std::string& base_version);
 

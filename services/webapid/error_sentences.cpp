@@ -35,6 +35,7 @@ constexpr std::array kRows = {
     Row{5225, 200, "No patch is staged on this node."},
     Row{5226, 200, "The patch could not be staged on this node."},
     Row{5227, 200, "The request carries no patch file."},
+    Row{5228, 200, "The small update applies on another version than this node runs or holds."},
     Row{7001, 400, "The request is malformed."},
     Row{7002, 404, "There is no such API, version or method."},
     Row{7003, 401, "Please sign in first."},

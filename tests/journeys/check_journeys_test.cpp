@@ -66,6 +66,10 @@ TEST_F(CheckJourney, APublishedReleaseIsOfferedRecordedAndAnnouncedOnce) {
   ASSERT_EQ(told.size(), 1U);
   EXPECT_EQ(Check(), first);
   EXPECT_EQ(Notifications(), told) << "a second check must notify nobody";
+  const std::string id = told[0]["id"].asString();
+  EXPECT_EQ(mesh_.Cli({"notifications", "--dismiss", id}).status, 0);
+  EXPECT_EQ(Notifications().size(), 0U);
+  EXPECT_EQ(mesh_.Cli({"notifications", "--dismiss", id}).status, 0) << "it is gone, as asked for";
   // A hand's check is refused while an automatic update runs, an automatic one is part of it.
   HoldLock("/run/kalo/auto_update.lock");
   EXPECT_EQ(mesh_.Cli({"check"}).Code(), 5202);

@@ -13,6 +13,9 @@ namespace {
 
 class DownloadJourney : public testing::Test {
  protected:
+  explicit DownloadJourney(const std::vector<std::string>& options = {})
+      : mesh_(testing::UnitTest::GetInstance()->current_test_info()->name(), options) {}
+
   void PublishNext() const { mesh_.Publish({"kalo_m1-76010", "kalo_m2-76010"}); }
   void ExpectAllRun(const std::string& version) const {
     for (int node = 0; node < 4; ++node) {
@@ -51,7 +54,7 @@ class DownloadJourney : public testing::Test {
     EXPECT_TRUE(test::WaitFor([&] { return DownloadStatus() != "none"; }, MeshBox::kDeadline));
   }
 
-  MeshBox mesh_{testing::UnitTest::GetInstance()->current_test_info()->name()};
+  MeshBox mesh_;
 };
 
 TEST_F(DownloadJourney, OneCommandFindsFetchesHandsOutAndInstalls) {
@@ -130,6 +133,22 @@ TEST_F(DownloadJourney, WithoutACheckThatFoundAPromotionNothingIsFetched) {
   PublishNext();
   EXPECT_EQ(mesh_.Cli({"download"}).Code(), 117) << "it is a promotion, and was not asked for";
   EXPECT_TRUE(mesh_.LogHas("Failed to get patch available info"));
+}
+
+class OldMeshDownload : public DownloadJourney {
+ protected:
+  OldMeshDownload() : DownloadJourney({"--first-version", "VXM 1.3.1-9346"}) {}
+};
+
+TEST_F(OldMeshDownload, AFullUpdateAndItsSmallOneAreInstalledInOneRestart) {
+  mesh_.Publish({"kalo_m1-9400", "kalo_m1-9400-2", "kalo_m2-9400", "kalo_m2-9400-2"});
+  const Answer upgrade = mesh_.Cli({"upgrade", "--yes"});
+  EXPECT_EQ(upgrade.status, 0) << upgrade.text;
+  ExpectAllRun("VXM 1.3.2-9400 Update 2");
+  for (int node = 0; node < 4; ++node) {
+    EXPECT_EQ(mesh_.Exec(node, {"cat", "/usr/kalo/bin/nothing"}).out, "nothing to run\n") << node;
+  }
+  EXPECT_TRUE(mesh_.WaitForStatus("none"));
 }
 
 }  // namespace

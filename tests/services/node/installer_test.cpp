@@ -68,6 +68,49 @@ TEST_F(Installing, ABootThatIsNotHealthyGoesBackAndSaysSo) {
   EXPECT_FALSE(GiveUpBoot());
 }
 
+TEST_F(Installing, ASmallUpdateGoesOnTopOfTheFullOneInOneInstallation) {
+  StageNext();
+  const char* version = "VXM 1.4.0-76010 Update 2";
+  Stage(MakeSmallPatch(version, 76010, 2), {kModel, version, 76010, 2}, "76010");
+  ASSERT_TRUE(Installer().Run());
+  EXPECT_EQ(ReadInstallReport().version, version);
+  EXPECT_EQ(ReadText(kFolder / "b/share/filler"), "small");
+  EXPECT_EQ(ReadText(kFolder / "b/share/new/file"), "new");
+  EXPECT_TRUE(fs::exists(kFolder / "b/sbin/webapid"));
+  EXPECT_THAT(ReadText(kFolder / "b/VERSION"), testing::HasSubstr(version));
+  EXPECT_FALSE(fs::exists(kFolder / "b.small"));
+  Boot();
+  ConfirmBoot();
+  EXPECT_FALSE(ReadStaged().has_value());
+}
+
+TEST_F(Installing, ASmallUpdateAloneGoesOntoACopyOfWhatRuns) {
+  WriteText(kFolder / "a/sbin/webapid", "#!/bin/sh\n");
+  fs::permissions(kFolder / "a/sbin/webapid", fs::perms(0755));
+  WriteText(kFolder / "a/share/kept", "kept");
+  const char* version = "VXM 1.4.0-76000 Update 2";
+  Stage(MakeSmallPatch(version, 76000, 2), {kModel, version, 76000, 2}, "");
+  ASSERT_TRUE(Installer().Run()) << ReadInstallReport().err_msg;
+  EXPECT_EQ(ReadText(kFolder / "b/share/kept"), "kept");
+  EXPECT_EQ(ReadText(kFolder / "b/share/filler"), "small");
+  EXPECT_EQ(fs::status(kFolder / "b/sbin/webapid").permissions(), fs::perms(0755));
+  EXPECT_THAT(ReadText(kFolder / "b/VERSION"), testing::HasSubstr(version));
+  EXPECT_THAT(ReadText(kFolder / "a/VERSION"), testing::HasSubstr(kRunning));
+}
+
+TEST_F(Installing, AChangedSmallUpdateFailsTheWholeInstallation) {
+  StageNext();
+  const char* version = "VXM 1.4.0-76010 Update 2";
+  Stage(MakeSmallPatch(version, 76010, 2), {kModel, version, 76010, 2}, "76010");
+  const fs::path staged = ReadStaged()->small;
+  std::string bytes = ReadText(staged);
+  bytes.at(bytes.size() - 2000) ^= 1;
+  WriteText(staged, bytes);
+  EXPECT_FALSE(Installer().Run());
+  EXPECT_EQ(ReadInstallReport().error_number, error::kNotVerified);
+  ExpectOldVersionStays();
+}
+
 TEST_F(Installing, NothingStagedFails) {
   EXPECT_FALSE(Installer().Run());
   EXPECT_EQ(ReadInstallReport().step, "failed");
@@ -77,7 +120,7 @@ TEST_F(Installing, NothingStagedFails) {
 
 TEST_F(Installing, APatchThatWasChangedOnTheStageFails) {
   StageNext();
-  const fs::path staged = ReadStaged()->path;
+  const fs::path staged = ReadStaged()->full;
   std::string bytes = ReadText(staged);
   bytes.at(bytes.size() / 2) ^= 1;
   WriteText(staged, bytes);

@@ -41,7 +41,7 @@ TEST_F(PatchCalls, AnUploadIsVerifiedAndStaged) {
   ASSERT_TRUE(ReadStaged().has_value());
   EXPECT_EQ(ReadStaged()->description.version, kNext);
   EXPECT_FALSE(fs::exists(path));
-  EXPECT_EQ(fs::status(ReadStaged()->path).permissions(), fs::perms(0600));
+  EXPECT_EQ(fs::status(ReadStaged()->full).permissions(), fs::perms(0600));
 }
 
 TEST_F(PatchCalls, EveryRefusalHasItsNumberAndStagesNothing) {
@@ -61,6 +61,36 @@ TEST_F(PatchCalls, ANewUploadReplacesTheStagedOne) {
   ASSERT_TRUE(Upload(MakePatch(kNext)).IsSuccess());
   ASSERT_TRUE(Upload(MakePatch("VXM 1.4.1-76020", kModel, 76020)).IsSuccess());
   EXPECT_EQ(ReadStaged()->description.build, 76020);
+}
+
+TEST_F(PatchCalls, ASmallUpdateJoinsTheFullOneThatItAppliesOn) {
+  ASSERT_TRUE(Upload(MakePatch(kNext)).IsSuccess());
+  ASSERT_TRUE(Upload(MakeSmallPatch("VXM 1.4.0-76010 Update 0", 76010, 0)).IsSuccess());
+  ASSERT_TRUE(ReadStaged().has_value());
+  EXPECT_FALSE(ReadStaged()->full.empty());
+  EXPECT_FALSE(ReadStaged()->small.empty());
+  EXPECT_EQ(ReadStaged()->description.version, "VXM 1.4.0-76010 Update 0");
+  EXPECT_EQ(NodeInfo()["staged_version"], "VXM 1.4.0-76010 Update 0");
+  ASSERT_TRUE(Upload(MakePatch(kNext)).IsSuccess());
+  EXPECT_TRUE(ReadStaged()->small.empty()) << "a full one takes the place of all";
+}
+
+TEST_F(PatchCalls, ASmallUpdateOfWhatRunsStandsAlone) {
+  ASSERT_TRUE(Upload(MakePatch(kNext)).IsSuccess());
+  ASSERT_TRUE(Upload(MakeSmallPatch("VXM 1.4.0-76000 Update 2", 76000, 2)).IsSuccess());
+  EXPECT_TRUE(ReadStaged()->full.empty());
+  EXPECT_EQ(ReadStaged()->description.nano, 2);
+  EXPECT_EQ(Upload(MakeSmallPatch("VXM 1.4.0-76000 Update 0", 76000, 0)).ErrorCode(),
+            error::kNotNewer);
+}
+
+TEST_F(PatchCalls, ASmallUpdateWithoutItsBaseIsRefused) {
+  EXPECT_EQ(Upload(MakeSmallPatch("VXM 1.4.0-76010 Update 1", 76010, 1)).ErrorCode(),
+            error::kOtherBase);
+  ASSERT_TRUE(Upload(MakePatch(kNext)).IsSuccess());
+  EXPECT_EQ(Upload(MakeSmallPatch("VXM 1.4.0-76020 Update 1", 76020, 1)).ErrorCode(),
+            error::kOtherBase);
+  EXPECT_EQ(ReadStaged()->description.version, kNext);
 }
 
 TEST_F(PatchCalls, AnInstallationKeepsThemOut) {

@@ -63,4 +63,17 @@ std::string NodeTest::MakePatch(const std::string& version, const std::string& u
   return path;
 }
 
+std::string NodeTest::MakeSmallPatch(const std::string& version, int build, int nano) const {
+  const fs::path sources = "/tmp/small-sources";
+  fs::remove_all(sources);
+  WriteText(sources / "payload/share/filler", "small");
+  WriteText(sources / "payload/share/new/file", "new");
+  WriteText(sources / "updater", "#!/bin/sh\n");
+  const std::string path = std::string(KALO::paths::kUploads) + "/small.pat";
+  patch::MakePatch({{kModel, version, build, nano}, sources / "payload", sources / "updater", ""},
+                   &key_, path);
+  fs::permissions(path, fs::perms(0600));
+  return path;
+}
+
 }  // namespace kalo::node

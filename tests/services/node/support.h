@@ -24,6 +24,8 @@ class NodeTest : public ::testing::Test {
   /// @return its path, a file that only root can write.
   std::string MakePatch(const std::string& version, const std::string& unique = kModel,
                         int build = 76010) const;
+  /// Makes a small update that brings one file.
+  std::string MakeSmallPatch(const std::string& version, int build, int nano) const;
 
   /// Shows a slot as the running firmware, as a boot does, with the given boot id.
   static void Boot();

@@ -17,6 +17,12 @@ namespace {
 
 class LocalSocket : public ServerTest {
  protected:
+  void SetUp() override {
+    ServerTest::SetUp();
+    // It is the last that the server opens.
+    ASSERT_TRUE(log_.WaitFor("serving 127.0.0.1"));
+  }
+
   // @return the answer's data, or the error's code.
   static Json::Value CallRow(const std::string& api, const std::string& method,
                              const Json::Value& params = Json::objectValue) {
