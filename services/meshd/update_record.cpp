@@ -20,6 +20,8 @@ struct Word {
   Value value;
   std::string_view word;
 };
+template <typename Value>
+Word(Value, const char*) -> Word<Value>;
 
 constexpr std::array kStates = {
     Word{UpdateState::kNone, "none"},

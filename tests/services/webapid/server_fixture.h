@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "tests/services/webapid/http_client.h"
-#include "tests/support/log_socket.h"
 #include "tests/services/webapid/test_authority.h"
+#include "tests/support/log_socket.h"
 
 namespace kalo::test {
 
