@@ -190,8 +190,8 @@ void UpgradeHandler::DownloadCancel() {
   }
 }
 
-// By value: the signature is part of the module's contract.
-// NOLINTNEXTLINE(performance-unnecessary-value-param)
+// The base versions by value: the signatures are part of the module's contract.
+// NOLINTBEGIN(performance-unnecessary-value-param)
 void UpgradeHandler::DownloadPatches(const std::string& target, const std::vector<IdGroup>& groups,
                                      bool nano, std::string base, int& total, int& second,
                                      int& third, int& fourth, std::vector<UploadWork>& works,
@@ -244,5 +244,6 @@ void UpgradeHandler::DownloadPatchAndUpload(const std::string& target, const IdG
   // The CAP's own patch stays: the upgrade's precheck looks into it.
   if (!group.has_cap) download.PatchClean(folder);
 }
+// NOLINTEND(performance-unnecessary-value-param)
 
 }  // namespace KALO::MESH::Webapi
