@@ -52,7 +52,8 @@ class NodeClient {
   /// Sends a file as the form's part "patch_file", streamed from the disk, with the parameters as
   /// the form's other fields: strings as they are, anything else as JSON. Ends by UploadLimits; a
   /// node that has got everything may take its time to check it.
-  /// @throws NodeUnreachable; std::runtime_error when the file cannot be read.
+  /// @throws NodeUnreachable; std::runtime_error when the file cannot be read or is
+  ///         not what was verified.
   [[nodiscard]] KALO::MESH::SDK::Response Upload(const NodeAddress& node, const std::string& api,
                                                  int version, const std::string& method,
                                                  const Json::Value& params,

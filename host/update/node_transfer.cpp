@@ -1,17 +1,13 @@
 #include "host/update/node_transfer.h"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <syslog.h>
-#include <unistd.h>
 
 #include <array>
-#include <cerrno>
-#include <cstring>
+#include <cstdio>
 #include <filesystem>
 #include <optional>
-#include <system_error>
+#include <stdexcept>
 
 #include "host/core/log.h"
 #include "host/core/strict_json.h"
@@ -133,33 +129,24 @@ void NodeTransfer::SendForm(const Json::Value& params, const std::string& path,
 }
 
 void NodeTransfer::AddFile(const std::string& path) {
-  file_ = UniqueFd(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  struct stat status {};
-  if (!file_ || ::fstat(file_.Get(), &status) != 0) {
-    throw std::system_error(errno, std::generic_category(), "cannot read " + path);
-  }
-  if (!S_ISREG(status.st_mode)) throw std::runtime_error(path + " is not a regular file");
+  file_.emplace(path);
   const std::string name = std::filesystem::path(path).filename();
   curl_mimepart* part = curl_mime_addpart(form_.get());
   curl_mime_name(part, "patch_file");
   curl_mime_filename(part, name.c_str());
-  curl_mime_data_cb(part, status.st_size, &NodeTransfer::OnFileRead, &NodeTransfer::OnFileSeek,
-                    nullptr, this);
+  curl_mime_data_cb(part, static_cast<curl_off_t>(file_->Size()), &NodeTransfer::OnFileRead,
+                    &NodeTransfer::OnFileSeek, nullptr, this);
 }
 
 std::size_t NodeTransfer::OnFileRead(char* bytes, std::size_t size, std::size_t count, void* self) {
-  const int fd = static_cast<NodeTransfer*>(self)->file_.Get();
-  for (;;) {
-    const ssize_t got = ::read(fd, bytes, size * count);
-    if (got >= 0) return static_cast<std::size_t>(got);
-    if (errno != EINTR) return CURL_READFUNC_ABORT;
-  }
+  const auto got = static_cast<NodeTransfer*>(self)->file_->Read({bytes, size * count});
+  return got.value_or(CURL_READFUNC_ABORT);
 }
 
-// A connection that was kept and turns out dead makes the library begin anew.
 int NodeTransfer::OnFileSeek(void* self, curl_off_t offset, int origin) {
-  const int fd = static_cast<NodeTransfer*>(self)->file_.Get();
-  return ::lseek(fd, offset, origin) < 0 ? CURL_SEEKFUNC_FAIL : CURL_SEEKFUNC_OK;
+  const bool to_begin = offset == 0 && origin == SEEK_SET;
+  return to_begin && static_cast<NodeTransfer*>(self)->file_->Rewind() ? CURL_SEEKFUNC_OK
+                                                                       : CURL_SEEKFUNC_CANTSEEK;
 }
 
 int NodeTransfer::OnProgress(void* self, curl_off_t /*down_total*/, curl_off_t /*down*/,
@@ -196,6 +183,7 @@ KALO::MESH::SDK::Response NodeTransfer::Answer(CURLcode result) const {
     Log(LOG_ERR, "node %d: its answer is larger than any envelope", node_id_);
     return {};
   }
+  if (file_ && !file_->Trouble().empty()) throw std::runtime_error(file_->Trouble());
   if (result == CURLE_ABORTED_BY_CALLBACK) Unreachable(node_id_, "takes no more of the upload");
   if (result != CURLE_OK) Unreachable(node_id_, curl_easy_strerror(result));
   const std::optional<Json::Value> envelope = ParseStrictJson(body_);

@@ -6,11 +6,12 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
-#include "host/core/unique_fd.h"
 #include "host/update/curl_handle.h"
 #include "host/update/node_client.h"
+#include "host/update/upload_file.h"
 #include "platform/update/response.h"
 
 namespace kalo {
@@ -43,7 +44,7 @@ class NodeTransfer {
   [[nodiscard]] CURL* Handle() const { return curl_; }
 
   /// What came back, when the transfer has ended.
-  /// @throws NodeUnreachable
+  /// @throws NodeUnreachable; std::runtime_error when the file could not be sent for what it is.
   [[nodiscard]] KALO::MESH::SDK::Response Answer(CURLcode result) const;
 
  private:
@@ -74,7 +75,7 @@ class NodeTransfer {
   List resolve_;
   List headers_;
   std::unique_ptr<curl_mime, MimeDeleter> form_;
-  UniqueFd file_;
+  std::optional<UploadFile> file_;
   std::chrono::milliseconds stall_{0};
   std::chrono::steady_clock::time_point moved_at_;
   curl_off_t moved_to_ = 0;

@@ -8,6 +8,7 @@
 #include <iostream>
 #include <optional>
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "host/core/log.h"
@@ -38,6 +39,12 @@ int Usage() {
   return kalo::fetch::kUsage;
 }
 
+int Fail(int status, const std::string& error) {
+  kalo::Log(LOG_ERR, "%s", error.c_str());
+  std::cerr << "wget: " << error << "\n";
+  return status;
+}
+
 int Run(std::span<char*> words) {
   const auto timeout = words.size() == 6 ? ReadTimeout(words[1]) : std::nullopt;
   if (!timeout || std::string_view(words[2]) != "--tries=1" || std::string_view(words[3]) != "-O") {
@@ -49,10 +56,7 @@ int Run(std::span<char*> words) {
   std::string error;
   const kalo::fetch::ExitStatus status =
       kalo::fetch::FetchToFile(words[5], words[4], limits, error);
-  if (status == kalo::fetch::kOk) return status;
-  kalo::Log(LOG_ERR, "%s", error.c_str());
-  std::cerr << "wget: " << error << "\n";
-  return status;
+  return status == kalo::fetch::kOk ? status : Fail(status, error);
 }
 
 }  // namespace
@@ -62,7 +66,6 @@ int main(int argc, char** argv) {
   try {
     return Run({argv, static_cast<std::size_t>(argc)});
   } catch (const std::exception& e) {
-    std::cerr << "wget: " << e.what() << "\n";
-    return kalo::fetch::kNetwork;
+    return Fail(kalo::fetch::kNetwork, e.what());
   }
 }

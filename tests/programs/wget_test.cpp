@@ -2,12 +2,19 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <filesystem>
+#include <fstream>
 
+#include "box/setup/certificates.h"
 #include "host/core/spawn.h"
+#include "platform/paths.h"
 #include "programs/wget/fetch_to_file.h"
+#include "services/feedd/feed_server.h"
 #include "tests/host/update/temporary_folder.h"
+#include "tests/support/log_socket.h"
 #include "tests/support/script_server.h"
+#include "tests/support/wait.h"
 
 namespace kalo::fetch {
 namespace {
@@ -62,6 +69,109 @@ TEST_F(Wget, LeavesAnEmptyFileAfterAnythingElse) {
               c.WaitForEnd();
             }),
             kNetwork);
+  EXPECT_EQ(Contents(path_), "");
+}
+
+TEST_F(Wget, MoreThanAMebibyteIsNotTakenAnnouncedOrNot) {
+  EXPECT_EQ(GetFrom([](const ScriptClient& c) {
+              c.Send("HTTP/1.1 200 OK\r\n\r\n" + std::string((std::size_t{1} << 20) + 1, 'x'));
+            }),
+            kNetwork);
+  EXPECT_TRUE(fs::exists(path_));
+  EXPECT_EQ(Contents(path_), "");
+}
+
+TEST_F(Wget, EveryOtherStatusIsARefusal) {
+  for (const char* status : {"204 No", "403 No", "500 Bad", "503 Busy"}) {
+    EXPECT_EQ(GetFrom([&](const ScriptClient& c) { c.Send(ScriptServer::Answer(status, "page")); }),
+              kRefused)
+        << status;
+    EXPECT_EQ(Contents(path_), "") << status;
+  }
+}
+
+TEST_F(Wget, FollowsNoRedirectToPlainHttp) {
+  const ScriptServer target(
+      [](const ScriptClient& c) { c.Send(ScriptServer::Answer("200 OK", "secret")); });
+  EXPECT_NE(GetFrom([&target](const ScriptClient& c) {
+              c.Send(ScriptServer::Answer("302 Found", "", "Location: " + target.Url() + "/\r\n"));
+            }),
+            kOk);
+  EXPECT_TRUE(target.Requests().empty());
+  EXPECT_EQ(Contents(path_), "");
+}
+
+TEST_F(Wget, EndsWithinTheTimeoutWhenTheServerHangs) {
+  const ScriptServer server([](const ScriptClient& c) { c.WaitForEnd(); });
+  EXPECT_EQ(Run({"--timeout=1", "--tries=1", "-O", path_, server.Url()}), kNetwork);
+  EXPECT_EQ(Contents(path_), "");
+}
+
+// Something always comes before the stall limit has passed: only the whole limit ends that.
+TEST_F(Wget, EndsWithinTheWholeLimitWhenTheServerDrips) {
+  HttpsLimits limits;
+  limits.stall = std::chrono::milliseconds(500);
+  limits.whole = std::chrono::milliseconds(1500);
+  const ScriptServer server([](const ScriptClient& c) {
+    c.Send("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n");
+    (void)test::WaitFor([&] { return !c.Send("x"); });
+  });
+  std::string error;
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(FetchToFile(server.Url(), path_, limits, error), kNetwork);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, limits.whole) << "it was no drip";
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, test::kLongWait / 2);
+  EXPECT_TRUE(error.starts_with(server.Url() + ": ")) << error;
+  EXPECT_EQ(Contents(path_), "");
+}
+
+TEST_F(Wget, SaysWhatHappenedInOneLineAndInTheSystemLog) {
+  test::LogSocket log;
+  const std::string said = folder_.Path("said");
+  const UniqueFd out(open(said.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+  const SpawnOptions options = {.stderr_fd = out.Get()};
+  const std::string url = "http://127.0.0.1:1/list";
+  EXPECT_EQ(WaitForExit(Spawn({KALO_WGET, "--timeout=5", "--tries=1", "-O", path_, url}, options)),
+            kNetwork);
+  const std::string line = Contents(said);
+  EXPECT_TRUE(line.starts_with("wget: " + url + ": ")) << line;
+  EXPECT_EQ(line.find('\n'), line.size() - 1) << line;
+  EXPECT_TRUE(log.WaitFor(line.substr(0, line.size() - 1))) << log.All();
+}
+
+// Over TLS, against the feed's own server.
+class WgetTrust : public Wget {
+ protected:
+  WgetTrust() { (void)folder_.Write("feed/v1/x.json", "list"); }
+  ~WgetTrust() override { fs::remove(KALO::paths::kFeedAuthorities); }
+
+  [[nodiscard]] int GetOverTls(const std::string& address) const {
+    const box::Credential credential = authority_.Issue({"feed", {}, {address}});
+    const feedd::FeedServer server(
+        {folder_.Path("feed"), "127.0.0.1", 0, credential.certificate, credential.key});
+    return Get(server.Url() + "/v1/x.json");
+  }
+  static void Trust(const box::CertificateAuthority& authority) {
+    const fs::path path = KALO::paths::kFeedAuthorities;
+    fs::create_directories(path.parent_path());
+    std::ofstream(path) << authority.Certificate();
+  }
+
+  box::CertificateAuthority authority_{"Maker"};
+};
+
+TEST_F(WgetTrust, TakesWhatTheAuthorityVouchesFor) {
+  Trust(authority_);
+  EXPECT_EQ(GetOverTls("127.0.0.1"), kOk);
+  EXPECT_EQ(Contents(path_), "list");
+}
+
+TEST_F(WgetTrust, AnotherAuthorityAndAnotherNameHaveAStatusOfTheirOwn) {
+  Trust(box::CertificateAuthority("Somebody"));
+  EXPECT_EQ(GetOverTls("127.0.0.1"), kUntrusted);
+  EXPECT_EQ(Contents(path_), "");
+  Trust(authority_);
+  EXPECT_EQ(GetOverTls("127.0.0.2"), kUntrusted);
   EXPECT_EQ(Contents(path_), "");
 }
 

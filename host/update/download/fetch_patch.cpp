@@ -146,7 +146,7 @@ void FetchPatch(const std::string& unique, const feed::Release& release, const s
     PatchFetch fetch(release, path, hooks, patience);
     PartFile& part = fetch.Run();
     CheckHead(unique, release, path + ".part");
-    part.Keep(path);
+    part.Keep(path, release.file.sha256);
   } catch (const std::system_error& e) {
     throw DownloadError(Cause::kStorage, e.what());
   }

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "host/core/log.h"
+#include "host/update/verified_hash.h"
 
 namespace kalo::download {
 namespace {
@@ -85,7 +86,8 @@ HttpsRequest PartFile::Rest(const std::string& url) const {
   return {url, size_, tag_};
 }
 
-void PartFile::Keep(const std::string& path) {
+void PartFile::Keep(const std::string& path, const std::string& sha256) {
+  (void)NoteVerifiedHash(fd_.Get(), sha256);
   if (fdatasync(fd_.Get()) != 0 || rename(path_.c_str(), path.c_str()) != 0) Fail(path);
   kept_ = true;
 }

@@ -44,9 +44,9 @@ class PartFile : public BodySink {
   /// Drops what is there.
   /// @return false with errno set on failure.
   bool StartAnew();
-  /// Gives the file its name.
+  /// Gives the file its name, and notes on it the hash with which it was found right.
   /// @throws std::system_error
-  void Keep(const std::string& path);
+  void Keep(const std::string& path, const std::string& sha256);
 
  private:
   [[nodiscard]] bool HasSpace() const;

@@ -23,21 +23,25 @@ std::string StepOf(const char* path) {
   return text ? text->Get("step").value_or("") : "";
 }
 
+// How a download is to be ended that has no process any more.
+enum class Ending { kNone, kFinished, kFailed };
+
 // "finished" is written when the last patch is fetched; the job ends when the nodes have theirs,
-// which the upgrade file tells.
-bool IsLeftHalfDone() {
+// which the upgrade file tells. A download that counted a group which it then skipped has never
+// reached its last patch: its nodes are ready all the same.
+Ending EndingOfLeft() {
   const std::string step = StepOf(KALO::paths::kDownloadProgress);
-  if (step == "downloading") return true;
-  if (step != "finished") return false;
+  if (step != "downloading" && step != "finished") return Ending::kNone;
   const std::string upgrade = StepOf(KALO::paths::kUpgradeProgress);
-  return upgrade != "ready_upgrade" && upgrade != "upgrading";
+  if (upgrade != "ready_upgrade" && upgrade != "upgrading") return Ending::kFailed;
+  return step == "downloading" ? Ending::kFinished : Ending::kNone;
 }
 
-void WriteFailed() {
+void WriteEnding(const char* step, const char* percent) {
   const char* path = KALO::paths::kDownloadProgress;
   const auto edit = KeyValueEdit::Begin(path);
   KeyValueText text = edit && edit->Found() ? *edit->Found() : KeyValueText("");
-  const bool set = text.Set("step", "failed") && text.Set("percent", "0");
+  const bool set = text.Set("step", step) && text.Set("percent", percent);
   if (edit && set && edit->Commit(text)) return;
   Log(LOG_ERR, "%s: %s", path, std::strerror(errno));
 }
@@ -53,11 +57,17 @@ void SweepParts(const char* store) {
 }  // namespace
 
 bool RecoverDownload() {
-  if (!IsLeftHalfDone()) return false;  // most often: without taking the lock
+  if (EndingOfLeft() == Ending::kNone) return false;  // most often: without taking the lock
   const auto lock = FileLock::TryTake(KALO::paths::kPatchLock);
-  if (!lock || !IsLeftHalfDone()) return false;
-  Log(LOG_ERR, "a download ended without its last words: it counts as failed");
-  WriteFailed();
+  if (!lock) return false;
+  const Ending ending = EndingOfLeft();
+  if (ending == Ending::kNone) return false;
+  if (ending == Ending::kFinished) {
+    WriteEnding("finished", "100");
+  } else {
+    Log(LOG_ERR, "a download ended without its last words: it counts as failed");
+    WriteEnding("failed", "0");
+  }
   SweepParts(KALO::paths::kFullStore);
   SweepParts(KALO::paths::kNanoStore);
   return true;

@@ -63,6 +63,18 @@ TEST_F(DownloadRecovery, FinishedWithoutTheNodesHavingTheirsIsHalfDone) {
   EXPECT_EQ(Get("step"), "failed");
 }
 
+// A record that names two groups with the CAP counts a group that nobody fetches.
+TEST_F(DownloadRecovery, ADownloadWhoseNodesAreReadyIsFinished) {
+  for (const char* step : {"ready_upgrade", "upgrading"}) {
+    Write(KALO::paths::kDownloadProgress, "downloading");
+    Write(KALO::paths::kUpgradeProgress, step);
+    EXPECT_TRUE(RecoverDownload()) << step;
+    EXPECT_EQ(Get("step"), "finished");
+    EXPECT_EQ(Get("percent"), "100");
+    EXPECT_EQ(Get("version"), "kept");
+  }
+}
+
 TEST_F(DownloadRecovery, OtherWordsAreSomebodysLast) {
   EXPECT_FALSE(RecoverDownload()) << "no file";
   for (const char* step : {"failed", "canceled", "none", ""}) {

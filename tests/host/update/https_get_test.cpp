@@ -125,6 +125,20 @@ TEST(HttpsGet, FollowsNoRedirectToPlainHttp) {
   EXPECT_TRUE(target.Requests().empty());
 }
 
+TEST(HttpsGet, AsksNoProxyOfTheEnvironment) {
+  const ScriptServer proxy(
+      [](const ScriptClient& c) { c.Send(ScriptServer::Answer("200 OK", "proxy")); });
+  for (const char* name : {"http_proxy", "https_proxy", "all_proxy"}) {
+    ASSERT_EQ(setenv(name, proxy.Url().c_str(), 1), 0);
+  }
+  EXPECT_EQ(
+      GetFrom([](const ScriptClient& c) { c.Send(ScriptServer::Answer("200 OK", "own")); }).text,
+      "own");
+  EXPECT_EQ(Get("https://127.0.0.1:1/").result.outcome, FetchOutcome::kUnreachable);
+  EXPECT_TRUE(proxy.Requests().empty());
+  for (const char* name : {"http_proxy", "https_proxy", "all_proxy"}) unsetenv(name);
+}
+
 TEST(HttpsGet, TellsWhatCannotBeReached) {
   std::string url;
   {
@@ -210,6 +224,17 @@ class HttpsTrust : public testing::Test {
     return Get(server.Url() + "/v1/x.json");
   }
 
+  // Asks a plain server, which sends on to one over TLS.
+  Fetched GetRedirected(const box::Subject& subject) const {
+    const box::Credential credential = authority_.Issue(subject);
+    const feedd::FeedServer target(
+        {folder_.Path(""), "127.0.0.1", 0, credential.certificate, credential.key});
+    return GetFrom([&target](const ScriptClient& c) {
+      c.Send(ScriptServer::Answer("302 Found", "page",
+                                  "Location: " + target.Url() + "/v1/x.json\r\n"));
+    });
+  }
+
   test::TemporaryFolder folder_;
   box::CertificateAuthority authority_{"Maker"};
 };
@@ -228,6 +253,30 @@ TEST_F(HttpsTrust, RefusesAnotherAuthorityAndAnotherName) {
   std::filesystem::remove(KALO::paths::kFeedAuthorities);
   EXPECT_EQ(GetOverTls({"feed", {}, {"127.0.0.1"}}).result.outcome, FetchOutcome::kUntrusted)
       << "no public authority vouches for it";
+}
+
+TEST_F(HttpsTrust, FollowsARedirectToHttps) {
+  Trust(authority_);
+  const Fetched fetched = GetRedirected({"feed", {}, {"127.0.0.1"}});
+  EXPECT_EQ(fetched.text, "list") << fetched.result.error;
+  EXPECT_EQ(fetched.result.status, 200);
+}
+
+TEST_F(HttpsTrust, ARedirectsTargetMustBeTrustedToo) {
+  Trust(box::CertificateAuthority("Somebody"));
+  const Fetched fetched = GetRedirected({"feed", {}, {"127.0.0.1"}});
+  EXPECT_FALSE(fetched.text);
+  EXPECT_EQ(fetched.result.outcome, FetchOutcome::kUntrusted);
+}
+
+TEST_F(HttpsTrust, AFileOfAuthoritiesThatCannotBeReadTrustsNobody) {
+  Trust(authority_);
+  for (const char* text : {"", "no certificate"}) {
+    std::ofstream(KALO::paths::kFeedAuthorities) << text;
+    const Fetched fetched = GetOverTls({"feed", {}, {"127.0.0.1"}});
+    EXPECT_FALSE(fetched.text) << text;
+    EXPECT_EQ(fetched.result.outcome, FetchOutcome::kUntrusted) << text;
+  }
 }
 
 }  // namespace

@@ -1,14 +1,18 @@
 #include "host/update/node_client.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
 
 #include "host/core/unique_fd.h"
+#include "host/update/patch_format/sha256.h"
+#include "host/update/verified_hash.h"
 #include "platform/paths.h"
 #include "platform/update/credentials.h"
 #include "platform/update/update_node.h"
@@ -242,6 +246,29 @@ TEST_F(NodeClientTest, AFileThatCannotBeReadIsNotSent) {
                  std::runtime_error);
   }
   EXPECT_EQ(node.Requests(), 0);
+}
+
+// The transfer must not go to its end with contents that nobody has verified.
+TEST_F(NodeClientTest, AFileThatChangedSinceItWasVerifiedIsNotSentToItsEnd) {
+  const TestNode node(Node(1));
+  const std::string contents(3000000, 'p');
+  const std::string path = folder_.Write("kalo_x1_76010.pat", contents);
+  patch::Sha256 hash;
+  hash.Update(contents);
+  UniqueFd fd(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+  if (!NoteVerifiedHash(fd.Get(), hash.Finish())) GTEST_SKIP() << "no attributes here";
+  const Json::Value none(Json::objectValue);
+  NodeClient client;
+  EXPECT_TRUE(client.Upload({1, "127.0.0.1"}, "A", 1, "b", none, path).IsSuccess());
+  EXPECT_TRUE(node.LastRequest().body.ends_with("--\r\n"));
+  ASSERT_EQ(::pwrite(fd.Get(), "q", 1, 1500000), 1);
+  try {
+    (void)client.Upload({1, "127.0.0.1"}, "A", 1, "b", none, path);
+    ADD_FAILURE() << "it was sent";
+  } catch (const std::runtime_error& e) {
+    EXPECT_EQ(std::string(e.what()), path + " is not what was verified");
+  }
+  EXPECT_FALSE(node.LastRequest().body.ends_with("--\r\n")) << "the request came whole";
 }
 
 TEST_F(NodeClientTest, ThePlatformsNodeUploads) {
