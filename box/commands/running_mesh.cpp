@@ -37,6 +37,7 @@ std::vector<std::string> Command(const Layout& layout, const RunningMesh::Option
   command.insert(command.end(), {"--nodes", std::to_string(options.nodes)});
   command.insert(command.end(), {"--tmp-mib", std::to_string(options.tmp_mib)});
   command.insert(command.end(), {"--auto-check", std::to_string(options.auto_check_s)});
+  command.insert(command.end(), {"--auto-upgrade", std::to_string(options.auto_upgrade_s)});
   return command;
 }
 

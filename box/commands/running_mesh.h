@@ -23,6 +23,7 @@ class RunningMesh {
     std::uint64_t disk_mib = 0;  ///< of each node's /volume1
     std::uint64_t tmp_mib = 0;   ///< of each node's /tmp
     int auto_check_s = 0;        ///< how often the CAP looks for updates by itself; 0: never
+    int auto_upgrade_s = 0;      ///< how often it installs what it finds; 0: never
   };
 
   /// Starts the mesh. Call it from the main thread, with no other thread running.

@@ -35,6 +35,7 @@ struct Options {
   std::string patch_keys;
   std::string first_version = "VXM 1.4.0-76000";
   int auto_check_s = 0;
+  int auto_upgrade_s = 0;
   int nodes = 4;
   std::uint64_t disk_mib = 256;
   std::uint64_t tmp_mib = 64;
@@ -91,9 +92,10 @@ void Run(const Options& options, const Layout& layout, Detached& detached) {
   const fs::path build = fs::canonical(options.build);
   const NewMesh mesh =
       MakeMesh(layout, build, options.nodes, PatchKeys(keys), options.first_version);
-  RunningMesh running(
-      layout, {build, options.nodes, options.disk_mib, options.tmp_mib, options.auto_check_s},
-      listening.fd.Get());
+  RunningMesh running(layout,
+                      {build, options.nodes, options.disk_mib, options.tmp_mib,
+                       options.auto_check_s, options.auto_upgrade_s},
+                      listening.fd.Get());
   if (!running.WaitUntilHealthy(kHealthDeadline)) {
     throw std::runtime_error("the mesh did not come up; see " + layout.Log().native() +
                              " and the files \"console\" below " + layout.Nodes().native());
@@ -143,6 +145,9 @@ void AddUp(CLI::App& app, int& status) {
       ->capture_default_str();
   up->add_option("--auto-check", options->auto_check_s,
                  "Let the CAP look for updates by itself, every so many seconds")
+      ->check(CLI::Range(1, 86400));
+  up->add_option("--auto-upgrade", options->auto_upgrade_s,
+                 "Let the CAP install what it finds by itself, every so many seconds")
       ->check(CLI::Range(1, 86400));
   up->add_flag("--foreground", options->foreground, "Stay until the mesh ends");
   up->add_flag("--die-with-parent", options->die_with_parent,

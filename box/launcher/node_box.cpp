@@ -31,6 +31,9 @@ std::vector<std::string> Command(int id, const NodeBox::Setup& setup) {
   if (id == 0 && setup.auto_check_s > 0) {
     command.insert(command.end(), {"--auto-check", std::to_string(setup.auto_check_s)});
   }
+  if (id == 0 && setup.auto_upgrade_s > 0) {
+    command.insert(command.end(), {"--auto-upgrade", std::to_string(setup.auto_upgrade_s)});
+  }
   if (id == 0 && setup.listen_fd >= 0) command.insert(command.end(), {"--listen-fd", "3"});
   return command;
 }

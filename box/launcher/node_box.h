@@ -22,6 +22,7 @@ class NodeBox {
     std::filesystem::path build;  ///< the build folder, which node-init is run from
     std::uint64_t tmp_bytes = 0;  ///< size of /tmp
     int auto_check_s = 0;         ///< for node 0; 0: never
+    int auto_upgrade_s = 0;       ///< for node 0; 0: never
     int listen_fd = -1;           ///< for node 0's web API server
   };
 

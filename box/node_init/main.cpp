@@ -40,6 +40,7 @@ int Run(int argc, char** argv) {
   kalo::box::NodeSetup setup;
   app.add_option("--listen-fd", setup.listen_fd, "listening socket for the web API server");
   app.add_option("--auto-check", setup.auto_check_s, "seconds between looks for updates");
+  app.add_option("--auto-upgrade", setup.auto_upgrade_s, "seconds between automatic upgrades");
   CLI11_PARSE(app, argc, argv);
   // It empties /tmp and /run and ends every process that it sees: never outside a box.
   if (getpid() != 1 || !std::filesystem::exists(kalo::box::kBoxFolder)) {

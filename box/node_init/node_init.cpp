@@ -23,18 +23,15 @@ constexpr std::chrono::seconds kHealthDeadline{30};
 constexpr std::chrono::seconds kEndDeadline{5};
 constexpr std::chrono::milliseconds kTick{50};
 
-// Stands for the timer that a router with a service manager has.
-ServiceProgram AutoCheck(std::chrono::seconds every) {
+// Stands for a timer that a router with a service manager has.
+ServiceProgram Timed(const char* name, const char* command, std::chrono::seconds every) {
   const auto is_time = [every, next = Service::Clock::now() + every]() mutable {
     const auto now = Service::Clock::now();
     if (now < next) return false;
     next = now + every;
     return true;
   };
-  return {"auto-check",
-          {"/usr/kalo/bin/kalo-mesh", "--local", "check", "--auto", "--json"},
-          -1,
-          is_time};
+  return {name, {"/usr/kalo/bin/kalo-mesh", "--local", command, "--auto", "--json"}, -1, is_time};
 }
 
 }  // namespace
@@ -66,7 +63,11 @@ void NodeInit::AddServices(const NodeSetup& setup) {
   if (setup.listen_fd >= 0) server.argv.insert(server.argv.end(), {"--listen-fd", "3"});
   services_.emplace_back(std::move(server));
   if (setup.auto_check_s > 0) {
-    services_.emplace_back(AutoCheck(std::chrono::seconds(setup.auto_check_s)));
+    services_.emplace_back(Timed("auto-check", "check", std::chrono::seconds(setup.auto_check_s)));
+  }
+  if (setup.auto_upgrade_s > 0) {
+    services_.emplace_back(
+        Timed("auto-upgrade", "upgrade", std::chrono::seconds(setup.auto_upgrade_s)));
   }
 }
 

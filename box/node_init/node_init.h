@@ -17,8 +17,9 @@ namespace kalo::box {
 
 /// How a node's box was started.
 struct NodeSetup {
-  int listen_fd = -1;    ///< an inherited listening socket for the web API server; -1: none
-  int auto_check_s = 0;  ///< how often the node looks for updates by itself; 0: never
+  int listen_fd = -1;      ///< an inherited listening socket for the web API server; -1: none
+  int auto_check_s = 0;    ///< how often the node looks for updates by itself; 0: never
+  int auto_upgrade_s = 0;  ///< how often it installs what it finds; 0: never
 };
 
 /// A node's first process after its folders and firmware are in place: keeps the log, the bus and

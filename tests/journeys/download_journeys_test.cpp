@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <string>
 
 #include "tests/journeys/support/mesh_box.h"
@@ -83,6 +84,21 @@ TEST_F(DownloadJourney, AnAutomaticUpgradeKeepsOthersOut) {
   ExpectAllRun(kNext);
 }
 
+class AutomaticMesh : public DownloadJourney {
+ protected:
+  AutomaticMesh() : DownloadJourney({"--auto-upgrade", "1"}) {}
+};
+
+TEST_F(AutomaticMesh, InstallsByItselfWhatIsPublished) {
+  PublishNext();
+  for (int node = 0; node < 4; ++node) {
+    EXPECT_TRUE(
+        test::WaitFor([&] { return mesh_.RunningVersion(node) == kNext; }, MeshBox::kDeadline))
+        << "node " << node;
+  }
+  EXPECT_TRUE(mesh_.WaitForStatus("none"));
+}
+
 TEST_F(DownloadJourney, ACancelledDownloadLeavesTheMeshReadyForTheNext) {
   PublishNext();
   StartDownload();
@@ -94,16 +110,71 @@ TEST_F(DownloadJourney, ACancelledDownloadLeavesTheMeshReadyForTheNext) {
   ExpectAFreshDownloadSucceeds();
 }
 
-TEST_F(DownloadJourney, AKilledDownloadIsFailedAndLeavesTheMeshReadyForTheNext) {
+// When a download's process is killed, as a shell in the CAP's own box sees it.
+constexpr std::array kMoments = {
+    "true",
+    "grep -q version= /tmp/mesh_download",
+    "[ -s /volume1/@mesh_full/kalo_m2_76010.pat.part ]",
+    "grep -q 'percent=\"2' /tmp/mesh_download",
+    "[ -e /volume1/@mesh_full/kalo_m2_76010.pat ]",
+    "[ -e /volume1/@mesh_full/kalo_m1_76010.pat.part ]",
+    "grep -q finished /tmp/mesh_download",
+    "[ -e /volume1/@node_patch/patch.pat ]",
+    "grep -q ready_upgrade /tmp/mesh_upgrade",
+};
+
+// Starts a download and kills its process: of the sessions that workers lead, the one that was not
+// there before. A moment that passes unseen, because the download is quick, lets it end by itself.
+std::string KillWhen(const std::string& has_come) {
+  return R"(
+workers() { grep -lx webapid-worker /proc/[0-9]*/comm 2>/dev/null; }
+before=$(workers)
+setsid /usr/kalo/bin/kalo-mesh --local download --promotion >/dev/null 2>&1 </dev/null &
+child() {
+  for comm in $(workers); do
+    case $before in *$comm*) continue;; esac
+    set -- $(cat ${comm%comm}stat 2>/dev/null)
+    [ "$6" = "$1" ] && child=$1 && return
+  done
+  false
+}
+until child; do :; done
+while kill -0 $child 2>/dev/null; do
+  if )" + has_come +
+         R"(; then kill -9 $child; echo killed; exit; fi
+done
+)";
+}
+
+TEST_F(DownloadJourney, ADeadDownloadLeavesTheMeshReadyForTheNextWheneverItDied) {
+  PublishNext();
+  int killed = 0;
+  for (const char* moment : kMoments) {
+    SCOPED_TRACE(moment);
+    ASSERT_EQ(mesh_.Cli({"check"}).status, 0);
+    if (Shell(KillWhen(moment)) == "killed\n") ++killed;
+    EXPECT_TRUE(LockIsFree());
+    const auto is_told = [&] {
+      const std::string word = mesh_.Status()["status"].asString();
+      return word == "ready_upgrade" || (word == "none" && DownloadStatus() == "failed");
+    };
+    EXPECT_TRUE(test::WaitFor(is_told, MeshBox::kDeadline))
+        << Shell("cat /tmp/mesh_download /tmp/mesh_upgrade");
+    EXPECT_EQ(Shell("ls /volume1/@mesh_full | grep part"), "");
+    ExpectAFreshDownloadSucceeds();
+  }
+  EXPECT_GE(killed, 6) << "too many moments pass unseen";
+}
+
+// The download is nobody's child then, and goes on.
+TEST_F(DownloadJourney, AServerThatDiesDoesNotTakeTheDownloadWithIt) {
   PublishNext();
   StartDownload();
-  // The child of the request: the worker's program in a session of its own, without a terminal.
   Shell(
-      "for p in /proc/[0-9]*; do read -r name <$p/comm; [ \"$name\" = webapid-worker ] && "
-      "set -- $(cat $p/stat) && [ \"$6\" = \"$1\" ] && kill -9 $1; done; true");
+      "kill -9 $(for p in /proc/[0-9]*; do read -r name <$p/comm && "
+      "[ \"$name\" = webapid ] && basename $p; done)");
   EXPECT_TRUE(LockIsFree());
-  EXPECT_TRUE(test::WaitFor([&] { return DownloadStatus() != "downloading"; }, MeshBox::kDeadline));
-  EXPECT_EQ(Shell("ls /volume1/@mesh_full | grep part"), "");
+  EXPECT_TRUE(mesh_.WaitForStatus("ready_upgrade"));
   ExpectAFreshDownloadSucceeds();
 }
 
