@@ -10,6 +10,8 @@ inline constexpr const char* kUpgradeProgress = "/tmp/mesh_upgrade";
 inline constexpr const char* kPatchInformation = "/tmp/mesh_patch";
 inline constexpr const char* kPrecheckLock = "/tmp/lock/mesh_precheck";
 inline constexpr const char* kPatchLock = "/var/lock/mesh_patch.lock";
+inline constexpr const char* kPrecheckScratch = "/tmp/patchtmp";
+inline constexpr const char* kPrecheckReport = "/run/customized_reason";
 inline constexpr const char* kEqualUpdatePid = "/var/run/meshupdatetoequal.pid";
 inline constexpr const char* kBootId = "/run/boot_id";
 inline constexpr const char* kInstallReport = "/run/kalo/install";
@@ -48,5 +50,6 @@ inline constexpr const char* kRebootProgram = "/usr/kalo/sbin/reboot";
 inline constexpr const char* kFetchProgram = "/usr/kalo/bin/wget";
 inline constexpr const char* kNotifyProgram = "/usr/kalo/bin/kaloappnotify";
 inline constexpr const char* kInstallerProgram = "/usr/kalo/sbin/kalo-install";
+inline constexpr const char* kEqualUpdateProgram = "/usr/kalo/sbin/kalomeshupgrade";
 
 }  // namespace KALO::paths

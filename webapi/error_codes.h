@@ -3,6 +3,7 @@
 /// The numbers by which a client tells failures apart: an error answer carries nothing else.
 namespace KALO::MESH::Webapi::error {
 
+inline constexpr int kPrecheckFailed = 100;
 inline constexpr int kGeneral = 117;
 inline constexpr int kBadParameter = 403;
 inline constexpr int kPatchVersionsDiffer = 1001;

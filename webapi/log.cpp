@@ -6,8 +6,6 @@
 #include <cstdio>
 #include <string>
 
-#include "webapi/error_codes.h"
-
 namespace KALO::MESH::Webapi {
 namespace {
 
@@ -32,11 +30,6 @@ void AnswerException(APIResponse& response, int line, const char* kind,
                      const std::exception& exception, int code) {
   Log(LOG_ERR, line, "%s: %s", kind, exception.what());
   response.SetError(code, Json::Value());
-}
-
-void AnswerNotBuilt(APIResponse& response, int line, const char* method) {
-  Log(LOG_ERR, line, "%s is not part of this release", method);
-  response.SetError(error::kGeneral, Json::Value());
 }
 
 }  // namespace KALO::MESH::Webapi

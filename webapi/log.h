@@ -17,7 +17,4 @@ __attribute__((format(printf, 3, 4))) void Log(int priority, int line, const cha
 void AnswerException(APIResponse& response, int line, const char* kind,
                      const std::exception& exception, int code);
 
-/// Answers a request whose method this release does not have yet.
-void AnswerNotBuilt(APIResponse& response, int line, const char* method);
-
 }  // namespace KALO::MESH::Webapi

@@ -29,8 +29,7 @@ enum class MESH_UPGRADE_STATUS : std::int32_t {
 /// Serves one request: an entry function builds it on its stack, calls one method and destroys it.
 /// Nothing is kept between requests in memory, and two requests share nothing, so the methods need
 /// no lock. Every request method ends with an answer on the response and lets no exception of
-/// exceptions.h escape (`PatchCheckEqual` alone lets those of the node list and of the version
-/// comparison pass).
+/// exceptions.h escape.
 ///
 /// The slots of the virtual table are a contract: new virtual operations go to the end.
 class UpgradeHandler {
@@ -179,6 +178,14 @@ class UpgradeHandler {
   void DownloadPatchAndUpload(const std::string& target, const IdGroup& group, bool nano,
                               std::string base, int& total, int& second, int& third, int& fourth,
                               std::vector<UploadWork>& works, bool promotion);
+
+  /// Asks the updater in a folder whether a licence agreement must be shown.
+  /// @return false also on failure, which is only logged.
+  bool CheckEulaStart(const std::string& dir);
+  /// Lets the updater in a folder print its licence agreement.
+  /// @param lang as the caller asked, "enu"
+  /// @return empty on any failure.
+  std::string GetEulaContent(const std::string& dir, const std::string& lang);
 
   /// The one source of the mesh's node list.
   /// @throws WebapiException

@@ -109,13 +109,42 @@ int KLIBCExecl(const char* path, int flags, ...) {
 
 int KLIBCExec(const char* path, const char* arg1, const char* arg2, const char* arg3,
               const char* arg4) {
+  std::vector<std::string> words = {path};
   std::string line = std::string("exec ") + path;
   for (const char* word : {arg1, arg2, arg3, arg4}) {
     if (word == nullptr) break;
+    words.emplace_back(word);
     line += std::string(" ") + word;
   }
-  Platform::Current().Note(line);
-  return 0;
+  Platform& platform = Platform::Current();
+  platform.Note(line);
+  return platform.on_program ? platform.on_program(words) : 0;
+}
+
+std::FILE* KLIBCPopen(const char* path, const char* type, ...) {
+  Platform& platform = Platform::Current();
+  std::string line = std::string("popen ") + path + " " + type;
+  va_list arguments;
+  va_start(arguments, type);
+  while (const char* word = va_arg(arguments, const char*)) line += std::string(" ") + word;
+  va_end(arguments);
+  platform.Note(line);
+  if (!platform.program_output) return nullptr;
+  std::FILE* stream = std::tmpfile();
+  std::fwrite(platform.program_output->data(), 1, platform.program_output->size(), stream);
+  std::rewind(stream);
+  return stream;
+}
+
+int KLIBCPclose(std::FILE* stream) {
+  std::fclose(stream);
+  Platform::Current().Note("pclose");
+  return Platform::Current().program_status;
+}
+
+int KLIBCReadPidFile(const char* path) {
+  Platform::Current().Note(std::string("pid_file ") + path);
+  return Platform::Current().pid_file_result;
 }
 
 int KALOFSMkdirP(const char* path, int mode, int exist, int uid, int gid) {
@@ -167,6 +196,19 @@ int unlink(const char* path) noexcept {
   // What a program was told to fetch is a real file: the module reads it as one.
   if (std::string_view(path).starts_with("/tmp/rss_v2_")) return unlinkat(AT_FDCWD, path, 0);
   return platform.plain_files.erase(path) > 0 ? 0 : -1;
+}
+
+int rename(const char* from, const char* to) noexcept {
+  Platform& platform = Platform::Current();
+  platform.Note(std::string("move ") + from + " " + to);
+  if (platform.stuck_files.contains(from) || platform.plain_files.erase(from) == 0) return -1;
+  platform.plain_files.insert(to);
+  return 0;
+}
+
+int kill(pid_t pid, int signal) noexcept {
+  Platform::Current().Note("kill " + std::to_string(pid) + " " + std::to_string(signal));
+  return Platform::Current().kill_result;
 }
 
 pid_t setsid() noexcept {

@@ -121,6 +121,23 @@ int NanoJson::CheckNanoUpdate(const std::string& unique, int build) {
   return Platform::Current().nano_number;
 }
 
+std::vector<std::string> Upgrade::GetUpgradePath(const std::string& target,
+                                                 const std::string& current,
+                                                 const std::string& unique) {
+  Platform& platform = Platform::Current();
+  platform.Note("upgrade_path " + target + " " + current + " " + unique);
+  const auto path = platform.upgrade_paths.find(current);
+  return path != platform.upgrade_paths.end() ? path->second : std::vector<std::string>{};
+}
+
+bool UpdateUtil::ParseJsonRootFromFile(const std::string& path, Json::Value& root) {
+  Platform& platform = Platform::Current();
+  platform.Note("parse_json " + path);
+  const auto file = platform.json_files.find(path);
+  root = file != platform.json_files.end() ? file->second : Json::Value();
+  return file != platform.json_files.end();
+}
+
 bool UpdateUtil::CleanFolder(const char* folder) {
   Platform::Current().Note(std::string("clean_folder ") + folder);
   return !Platform::Current().stubborn_folders.contains(folder);

@@ -32,6 +32,8 @@
 ///   download FOLDER AUTO PROMOTION         patch_clean FOLDER      cancel_download
 ///   regular_check AUTO MAJOR MINOR BUILD UNIQUE LAST
 ///   upload NODE API METHOD VERSION PARAMS PATH            send API METHOD VERSION IDS
+///   upgrade_path TARGET CURRENT UNIQUE     parse_json PATH         popen PATH ARGUMENT…   pclose
+///   pid_file PATH                          kill PID SIGNAL         move FROM TO
 ///   log PRIORITY LINE TEXT                 success DATA   error CODE DATA
 namespace fake {
 
@@ -69,8 +71,16 @@ class Platform {
   int rename_result = 0;
   /// errno after a call of which `results` overrides what it returns.
   int override_errno = 0;
-  /// Stands for the outside programs: gets path and arguments, gives what KLIBCExecl returns.
+  /// Stands for the outside programs: gets path and arguments, gives what KLIBCExecl and KLIBCExec
+  /// return.
   std::function<int(const std::vector<std::string>&)> on_program;
+  /// What a program started by KLIBCPopen says, and its end; empty: it cannot be started.
+  std::optional<std::string> program_output;
+  int program_status = 0;
+  int pid_file_result = -1;
+  int kill_result = 0;
+  /// Files that cannot be moved.
+  std::set<std::string> stuck_files;
   int lock_result = 1;
   /// What KLIBCProcFork returns; empty: it really forks.
   std::optional<int> fork_result;
@@ -97,6 +107,9 @@ class Platform {
   /// The regular check's answer by model; none: nothing is found.
   std::map<std::string, RegularOffer> regular_offers;
   int nano_number = 0;
+  /// The stops of a version's way to the highest one; none: an empty way.
+  std::map<std::string, std::vector<std::string>> upgrade_paths;
+  std::map<std::string, Json::Value> json_files;  ///< by path
 
   /// Thrown by the call whose journal line begins so.
   std::map<std::string, Thrower> throwers;

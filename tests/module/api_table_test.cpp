@@ -73,6 +73,16 @@ TEST_F(EntryFunctions, AnExceptionOutsideTheTablePassesOnToTheServer) {
   EXPECT_THAT(Answers(), ::testing::IsEmpty());
 }
 
+TEST_F(EntryFunctions, EveryRowAnswers) {
+  platform.AddNode(0, "M1", 76000);
+  platform.fork_result = 4711;
+  for (const KALO::APIRow& row : gTable) {
+    platform.journal.Clear();
+    Call(row.handler);
+    EXPECT_THAT(Answers(), ::testing::Not(::testing::IsEmpty())) << row.api << " " << row.method;
+  }
+}
+
 TEST_F(EntryFunctions, BearConcurrentCalls) {
   constexpr int kThreads = 4;
   constexpr int kCalls = 50;
