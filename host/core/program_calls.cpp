@@ -3,8 +3,12 @@
 #include <cerrno>
 #include <cstdarg>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
+#include "host/core/guest_program.h"
+#include "host/core/program_output.h"
 #include "host/core/spawn.h"
 #include "host/core/unique_fd.h"
 #include "platform/core/process.h"
@@ -20,16 +24,34 @@ int Fail(int error) {
   return kFailed;
 }
 
+// @param pid a program of ours or one that came with a patch, with its words going nowhere
+int Wait(pid_t pid, bool is_guest) {
+  const bool ended = !is_guest || kalo::WaitForGuest(pid, -1, -1);
+  const int error = errno;
+  const kalo::ProcessEnd end = kalo::WaitForEnd(pid);
+  if (!ended) return Fail(error);
+  return end.by_signal ? Fail(ECANCELED) : end.number;
+}
+
 // Nobody reads what the program says: the caller goes by its exit status.
 int Run(const std::vector<std::string>& argv) {
   const kalo::UniqueFd nowhere(::open("/dev/null", O_WRONLY | O_CLOEXEC));
   if (!nowhere) return kFailed;
+  const bool is_guest = kalo::IsGuestProgram(argv.front());
   kalo::SpawnOptions options;
   options.stderr_fd = nowhere.Get();
+  options.own_session = is_guest;
   const pid_t pid = kalo::Spawn(argv, options);
-  if (pid < 0) return kFailed;
-  const kalo::ProcessEnd end = kalo::WaitForEnd(pid);
-  return end.by_signal ? Fail(ECANCELED) : end.number;
+  return pid < 0 ? kFailed : Wait(pid, is_guest);
+}
+
+// Collects the null-terminated words behind a call's fixed arguments.
+bool TakeWords(va_list arguments, std::vector<std::string>& argv) {
+  while (const char* argument = va_arg(arguments, const char*)) {
+    if (argv.size() == kMostArguments) return false;
+    argv.emplace_back(argument);
+  }
+  return true;
 }
 
 }  // namespace
@@ -50,10 +72,29 @@ int KLIBCExecl(const char* path, int flags, ...) {
   std::vector<std::string> argv = {path};
   va_list arguments;
   va_start(arguments, flags);
-  while (const char* argument = va_arg(arguments, const char*)) {
-    argv.emplace_back(argument);
-    if (argv.size() > kMostArguments) break;
-  }
+  const bool fits = TakeWords(arguments, argv);
   va_end(arguments);
-  return argv.size() > kMostArguments ? Fail(E2BIG) : Run(argv);
+  return fits ? Run(argv) : Fail(E2BIG);
+}
+
+std::FILE* KLIBCPopen(const char* path, const char* type, ...) {
+  if (path == nullptr || type == nullptr || std::string_view(type) != "r") {
+    errno = EINVAL;
+    return nullptr;
+  }
+  std::vector<std::string> argv;
+  va_list arguments;
+  va_start(arguments, type);
+  const bool fits = TakeWords(arguments, argv);
+  va_end(arguments);
+  if (!fits || argv.empty()) {
+    errno = fits ? EINVAL : E2BIG;
+    return nullptr;
+  }
+  const std::string name = std::exchange(argv.front(), path);
+  return kalo::OpenProgramOutput(argv, name);
+}
+
+int KLIBCPclose(std::FILE* stream) {
+  return stream == nullptr ? Fail(EINVAL) : kalo::CloseProgramOutput(stream);
 }

@@ -108,12 +108,13 @@ pid_t Spawn(const std::vector<std::string>& argv, const SpawnOptions& options) {
   }
   Descriptors descriptors;
   const Attributes attributes(options.own_session);
-  const auto arguments = Vector(argv, [](const std::string& word) { return word.c_str(); });
+  auto arguments = Vector(argv, [](const std::string& word) { return word.c_str(); });
+  if (!options.name.empty()) arguments.front() = const_cast<char*>(options.name.c_str());
   const auto environment = Vector(kEnvironment, [](const char* word) { return word; });
   pid_t pid = -1;
   int error = Prepare(descriptors, options);
   if (error == 0) {
-    error = posix_spawn(&pid, arguments.front(), descriptors.Get(), attributes.Get(),
+    error = posix_spawn(&pid, argv.front().c_str(), descriptors.Get(), attributes.Get(),
                         arguments.data(), environment.data());
   }
   if (error == 0) return pid;

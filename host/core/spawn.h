@@ -13,12 +13,14 @@ struct SpawnOptions {
   int stderr_fd = -1;  ///< -1: the caller's
   int pass_fd = -1;    ///< becomes descriptor 3 of the program; -1: none
   bool own_session = false;
+  std::string name = {};  ///< argv[0] as the program sees it; empty: its path
 };
 
 /// Starts a program by posix_spawn: argument vector, no shell; clean environment (PATH, HOME, LANG
 /// only), default signal dispositions, empty signal mask, no inherited descriptor above 2 but
 /// pass_fd.
-/// @param argv argv[0] is the absolute path of the program
+/// @param argv argv[0] is the absolute path of the program, and what it sees unless options.name
+///             says otherwise
 /// @return the process id, which the caller reaps; negative with errno set when it did not start.
 [[nodiscard]] pid_t Spawn(const std::vector<std::string>& argv, const SpawnOptions& options = {});
 
