@@ -20,6 +20,10 @@ class Layout {
   [[nodiscard]] std::filesystem::path Log() const { return state_ / "box.log"; }
   /// The trees that nodes start with, one for each model.
   [[nodiscard]] std::filesystem::path Firmware() const { return state_ / "firmware"; }
+  /// The VERSION of a node that starts with another one than its model's tree; else none.
+  [[nodiscard]] std::filesystem::path FirstVersion(int id) const {
+    return Firmware() / ("node" + std::to_string(id) + ".VERSION");
+  }
   /// What the maker's update feed serves; kalo-patch publish fills it.
   [[nodiscard]] std::filesystem::path Feed() const { return state_ / "feed"; }
   /// The feed server's certificate and key.

@@ -8,7 +8,7 @@
 
 #include "box/event_loop.h"
 #include "box/layout.h"
-#include "box/signals.h"
+#include "host/core/signal_queue.h"
 #include "host/core/unique_fd.h"
 
 namespace kalo::box {

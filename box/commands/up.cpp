@@ -7,12 +7,15 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <charconv>
 #include <csignal>
 #include <filesystem>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "box/commands/detach.h"
 #include "box/commands/listen_address.h"
@@ -34,6 +37,7 @@ struct Options {
   std::string listen = "127.0.0.1:0";
   std::string patch_keys;
   std::string first_version = "VXM 1.4.0-76000";
+  std::vector<std::string> node_versions;
   int auto_check_s = 0;
   int auto_upgrade_s = 0;
   int nodes = 4;
@@ -81,6 +85,20 @@ class DescriptionFile {
   fs::path path_;
 };
 
+std::map<int, std::string> ReadNodeVersions(const std::vector<std::string>& words) {
+  std::map<int, std::string> versions;
+  for (const std::string& word : words) {
+    const std::size_t end = word.find('=');
+    int id = -1;
+    const auto [stop, error] = std::from_chars(word.data(), word.data() + word.size(), id);
+    if (error != std::errc() || end == std::string::npos || stop != word.data() + end) {
+      throw std::runtime_error("\"" + word + "\": NODE=VERSION is wanted");
+    }
+    versions[id] = word.substr(end + 1);
+  }
+  return versions;
+}
+
 void Run(const Options& options, const Layout& layout, Detached& detached) {
   fs::create_directories(layout.State());
   const auto lock = FileLock::TryTake(layout.Lock());
@@ -90,8 +108,8 @@ void Run(const Options& options, const Layout& layout, Detached& detached) {
   const fs::path keys =
       options.patch_keys.empty() ? layout.State() / "keys" : fs::absolute(options.patch_keys);
   const fs::path build = fs::canonical(options.build);
-  const NewMesh mesh =
-      MakeMesh(layout, build, options.nodes, PatchKeys(keys), options.first_version);
+  const NewMesh mesh = MakeMesh(layout, build, options.nodes, PatchKeys(keys),
+                                options.first_version, ReadNodeVersions(options.node_versions));
   RunningMesh running(layout,
                       {build, options.nodes, options.disk_mib, options.tmp_mib,
                        options.auto_check_s, options.auto_upgrade_s},
@@ -143,6 +161,8 @@ void AddUp(CLI::App& app, int& status) {
       ->check(CLI::Range(1, 65536));
   up->add_option("--first-version", options->first_version, "What all nodes run at first")
       ->capture_default_str();
+  up->add_option("--node-version", options->node_versions,
+                 "NODE=VERSION: what one node runs at first instead; may be given several times");
   up->add_option("--auto-check", options->auto_check_s,
                  "Let the CAP look for updates by itself, every so many seconds")
       ->check(CLI::Range(1, 86400));

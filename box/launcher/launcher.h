@@ -10,7 +10,7 @@
 #include "box/event_loop.h"
 #include "box/launcher/node_box.h"
 #include "box/service.h"
-#include "box/signals.h"
+#include "host/core/signal_queue.h"
 
 namespace kalo::box {
 

@@ -20,6 +20,10 @@ void InstallFirstFirmware(const kalo::box::Layout& layout, int nodes) {
     fs::create_directories(slots);
     fs::copy(layout.Firmware() / node.model, slots / "a",
              fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+    const fs::path version = layout.FirstVersion(node.id);
+    if (fs::exists(version)) {
+      fs::copy_file(version, slots / "a/VERSION", fs::copy_options::overwrite_existing);
+    }
     fs::create_symlink("a", slots / "current");
   }
 }

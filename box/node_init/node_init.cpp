@@ -24,14 +24,18 @@ constexpr std::chrono::seconds kEndDeadline{5};
 constexpr std::chrono::milliseconds kTick{50};
 
 // Stands for a timer that a router with a service manager has.
-ServiceProgram Timed(const char* name, const char* command, std::chrono::seconds every) {
+ServiceProgram Timed(const char* name, const std::vector<std::string>& command,
+                     std::chrono::seconds every) {
   const auto is_time = [every, next = Service::Clock::now() + every]() mutable {
     const auto now = Service::Clock::now();
     if (now < next) return false;
     next = now + every;
     return true;
   };
-  return {name, {"/usr/kalo/bin/kalo-mesh", "--local", command, "--auto", "--json"}, -1, is_time};
+  std::vector<std::string> argv = {"/usr/kalo/bin/kalo-mesh", "--local"};
+  argv.insert(argv.end(), command.begin(), command.end());
+  argv.insert(argv.end(), {"--auto", "--json"});
+  return {name, argv, -1, is_time};
 }
 
 }  // namespace
@@ -63,11 +67,12 @@ void NodeInit::AddServices(const NodeSetup& setup) {
   if (setup.listen_fd >= 0) server.argv.insert(server.argv.end(), {"--listen-fd", "3"});
   services_.emplace_back(std::move(server));
   if (setup.auto_check_s > 0) {
-    services_.emplace_back(Timed("auto-check", "check", std::chrono::seconds(setup.auto_check_s)));
+    services_.emplace_back(
+        Timed("auto-check", {"check"}, std::chrono::seconds(setup.auto_check_s)));
   }
   if (setup.auto_upgrade_s > 0) {
-    services_.emplace_back(
-        Timed("auto-upgrade", "upgrade", std::chrono::seconds(setup.auto_upgrade_s)));
+    services_.emplace_back(Timed("auto-upgrade", {"upgrade", "--accept-licence"},
+                                 std::chrono::seconds(setup.auto_upgrade_s)));
   }
 }
 

@@ -11,7 +11,7 @@
 #include "box/node_init/exec_session.h"
 #include "box/node_init/system_log.h"
 #include "box/service.h"
-#include "box/signals.h"
+#include "host/core/signal_queue.h"
 
 namespace kalo::box {
 

@@ -1,5 +1,6 @@
 #include "box/setup/mesh_maker.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "box/feed_address.h"
@@ -7,6 +8,7 @@
 #include "box/setup/firmware_tree.h"
 #include "box/setup/node_files.h"
 #include "box/setup/put_file.h"
+#include "host/update/patch_format/description.h"
 
 namespace kalo::box {
 namespace fs = std::filesystem;
@@ -25,6 +27,18 @@ void MakeFirstFirmware(const Layout& layout, const fs::path& build,
     if (tree == first) continue;
     fs::copy(first, tree, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
     PutVersion(DescribeFirmware(model, version), tree);
+  }
+}
+
+void MakeOwnVersions(const Layout& layout, const std::vector<PlannedNode>& nodes,
+                     const std::map<int, std::string>& versions) {
+  for (const auto& [id, version] : versions) {
+    const auto node = std::find_if(nodes.begin(), nodes.end(), [wanted = id](const auto& planned) {
+      return planned.id == wanted;
+    });
+    if (node == nodes.end()) throw std::runtime_error("there is no node " + std::to_string(id));
+    PutFile(layout.FirstVersion(id),
+            patch::WriteDescription(DescribeFirmware(node->model, version)));
   }
 }
 
@@ -55,7 +69,8 @@ void ClearState(const Layout& layout) {
 }
 
 NewMesh MakeMesh(const Layout& layout, const fs::path& build, int nodes,
-                 const PatchKeys& patch_keys, const std::string& first_version) {
+                 const PatchKeys& patch_keys, const std::string& first_version,
+                 const std::map<int, std::string>& node_versions) {
   NewMesh mesh{PlanMesh(nodes), MakeAdministrator()};
   patch_keys.MakeWhenMissing();
   const CertificateAuthority mesh_authority("Mesh");
@@ -67,6 +82,7 @@ NewMesh MakeMesh(const Layout& layout, const fs::path& build, int nodes,
   for (const PlannedNode& node : mesh.nodes) MakeNodeRoot(layout, setup, node);
   PutFile(layout.ClientCa(), admin_authority.Certificate());
   MakeFirstFirmware(layout, build, ModelsOf(mesh.nodes), first_version);
+  MakeOwnVersions(layout, mesh.nodes, node_versions);
   MakeFeed(layout, feed_authority);
   return mesh;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -23,9 +24,11 @@ void ClearState(const Layout& layout);
 
 /// Makes keys, certificates, users, the roots of all nodes, the firmware that they start with and
 /// the empty update feed.
-/// @param first_version what all nodes run at first, in display form
+/// @param first_version what nodes run at first, in display form
+/// @param node_versions what single nodes run instead, by id
 /// @throws std::runtime_error, std::system_error
 [[nodiscard]] NewMesh MakeMesh(const Layout& layout, const std::filesystem::path& build, int nodes,
-                               const PatchKeys& patch_keys, const std::string& first_version);
+                               const PatchKeys& patch_keys, const std::string& first_version,
+                               const std::map<int, std::string>& node_versions = {});
 
 }  // namespace kalo::box

@@ -5,11 +5,13 @@
 #include <charconv>
 #include <cstring>
 #include <optional>
+#include <stdexcept>
 #include <string_view>
 
 #include "host/core/log.h"
 #include "host/update/feed/feed_client.h"
 #include "host/update/feed/offers.h"
+#include "host/update/patch_format/version_text.h"
 
 namespace KALO::MESH::SDK::Upgrade {
 namespace {
@@ -53,6 +55,24 @@ void SystemUpdate::CheckNewUpdateByHBXInfo(bool& found, tag_UPDATE_INFO& update,
 int NanoJson::CheckNanoUpdate(const std::string& unique, int build) {
   const std::optional<ReleaseList> list = kalo::feed::FetchReleaseList(unique);
   return list ? kalo::feed::SmallUpdateNumber(*list, build) : 0;
+}
+
+std::vector<std::string> Upgrade::GetUpgradePath(const std::string& target,
+                                                 const std::string& current,
+                                                 const std::string& unique) {
+  const auto to = kalo::patch::ParseVersionText(target);
+  const auto from = kalo::patch::ParseVersionText(current);
+  if (!to || !from) throw std::runtime_error("\"" + (to ? current : target) + "\" is no version");
+  if (*from >= *to) return {};
+  const std::optional<ReleaseList> list = kalo::feed::FetchReleaseList(unique);
+  if (!list) throw std::runtime_error("no list of releases for " + unique);
+  const auto stops = kalo::feed::StopsBefore(*list, *from, *to);
+  if (!stops)
+    throw std::runtime_error("no way from " + current + " to " + target + " for " + unique);
+  std::vector<std::string> path;
+  for (const Release* stop : *stops) path.push_back(stop->version);
+  path.push_back(target);
+  return path;
 }
 
 }  // namespace KALO::MESH::SDK::Upgrade

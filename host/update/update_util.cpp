@@ -5,7 +5,11 @@
 
 #include <cerrno>
 #include <chrono>
+#include <optional>
+#include <utility>
 
+#include "host/core/file_io.h"
+#include "host/core/strict_json.h"
 #include "host/core/unique_fd.h"
 #include "host/update/node_calls.h"
 #include "platform/paths.h"
@@ -14,6 +18,7 @@ namespace KALO::MESH::SDK::Upgrade {
 namespace {
 
 constexpr std::chrono::milliseconds kCallDeadline{10000};
+constexpr std::size_t kLargestDocument = std::size_t{1} << 20;
 
 }  // namespace
 
@@ -34,6 +39,15 @@ std::map<std::int32_t, Response> UpdateUtil::SendWebAPIs(const std::vector<Updat
     addresses.push_back({node.GetNodeID(), node.GetAddress()});
   }
   return kalo::CallNodes(addresses, {api, version, method}, kCallDeadline);
+}
+
+bool UpdateUtil::ParseJsonRootFromFile(const std::string& path, Json::Value& root) {
+  root = Json::Value();
+  const auto text = kalo::ReadFile(path, kLargestDocument);
+  auto document = text ? kalo::ParseStrictJson(*text) : std::nullopt;
+  if (!document) return false;
+  root = std::move(*document);
+  return true;
 }
 
 }  // namespace KALO::MESH::SDK::Upgrade

@@ -44,8 +44,19 @@ struct DownloadOptions {
   bool promotion = false;
 };
 
+struct PrecheckOptions {
+  std::string language;  ///< "enu"; empty: the user's own
+  bool accepts_licence = false;
+};
+
+struct EqualOptions {
+  std::vector<int> nodes;  ///< ids; empty: all
+  std::chrono::seconds deadline{900};
+};
+
 struct UpgradeOptions {
-  bool yes = false;      ///< without asking
+  bool yes = false;  ///< without asking
+  bool accepts_licence = false;
   bool is_auto = false;  ///< by a timer, as root on the main router
   std::chrono::seconds deadline{900};
 };
@@ -66,6 +77,10 @@ int RunCheck(const CommonOptions& common, const CheckOptions& options);
 int RunDownload(const CommonOptions& common, const DownloadOptions& options);
 int RunCancel(const CommonOptions& common);
 int RunClean(const CommonOptions& common);
+int RunPrecheck(const CommonOptions& common, const PrecheckOptions& options);
+int RunEqualCheck(const CommonOptions& common, const EqualOptions& options);
+int RunEqualStart(const CommonOptions& common, const EqualOptions& options);
+int RunEqualCancel(const CommonOptions& common);
 int RunUpgrade(const CommonOptions& common, const UpgradeOptions& options);
 int RunNotifications(const CommonOptions& common, const NotificationsOptions& options);
 /// @param patches "MODEL=FILE" each

@@ -22,6 +22,8 @@ struct Arguments {
   CheckOptions check;
   NotificationsOptions notifications;
   DownloadOptions download;
+  PrecheckOptions precheck;
+  EqualOptions equal;
   UpgradeOptions upgrade;
   StartOptions start;
   std::vector<std::string> patches;
@@ -80,10 +82,18 @@ void AddActions(CLI::App& app, Arguments& a) {
              [](const auto& x) { return RunCancel(x.common); });
   AddCommand(app, a, "clean", "drop every patch that the mesh holds",
              [](const auto& x) { return RunClean(x.common); });
+  CLI::App* precheck = AddCommand(app, a, "precheck",
+                                  "show the licence of the firmware that "
+                                  "stands ready, and what stands in its way",
+                                  [](const auto& x) { return RunPrecheck(x.common, x.precheck); });
+  precheck->add_option("--lang", a.precheck.language, "language: enu, ger, fre");
+  precheck->add_flag("--accept-licence", a.precheck.accepts_licence, "agree to the licence");
   CLI::App* upgrade =
       AddCommand(app, a, "upgrade", "check, download, hand out and install, all in one",
                  [](const auto& x) { return RunUpgrade(x.common, x.upgrade); });
   CLI::Option* yes = upgrade->add_flag("--yes", a.upgrade.yes, "do not ask before it installs");
+  upgrade->add_flag("--accept-licence", a.upgrade.accepts_licence,
+                    "agree to the new firmware's licence");
   upgrade->add_flag("--auto", a.upgrade.is_auto, "this is no user's call, but a timer's (--local)")
       ->excludes(yes);
   CLI::App* upload = AddCommand(app, a, "upload", "hand in one patch file for each model",
@@ -97,6 +107,27 @@ void AddActions(CLI::App& app, Arguments& a) {
           "--timeout", [&a](int s) { a.start.deadline = std::chrono::seconds(s); },
           "seconds to wait for the end (300)")
       ->check(CLI::PositiveNumber);
+}
+
+void AddEqual(CLI::App& app, Arguments& a) {
+  CLI::App* equal = app.add_subcommand("equal", "bring every node to one version");
+  equal->require_subcommand(1);
+  CLI::App* check = AddCommand(*equal, a, "check", "tell which nodes lag behind",
+                               [](const auto& x) { return RunEqualCheck(x.common, x.equal); });
+  CLI::App* start = AddCommand(*equal, a, "start", "bring them to the others' version",
+                               [](const auto& x) { return RunEqualStart(x.common, x.equal); });
+  for (CLI::App* command : {check, start}) {
+    command->add_option("--nodes", a.equal.nodes, "ids of the nodes to look at (all)")
+        ->delimiter(',')
+        ->check(CLI::NonNegativeNumber);
+  }
+  start
+      ->add_option_function<int>(
+          "--timeout", [&a](int s) { a.equal.deadline = std::chrono::seconds(s); },
+          "seconds to wait for the end of each step (900)")
+      ->check(CLI::PositiveNumber);
+  AddCommand(*equal, a, "cancel", "stop it, unless the nodes install already",
+             [](const auto& x) { return RunEqualCancel(x.common); });
 }
 
 int Report(const CommonOptions& common, const Failure& failure) {
@@ -133,6 +164,7 @@ int Run(int argc, char** argv, Arguments& arguments) {
   AddLogin(app, arguments);
   AddQueries(app, arguments);
   AddActions(app, arguments);
+  AddEqual(app, arguments);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

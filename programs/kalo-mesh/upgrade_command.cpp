@@ -1,7 +1,5 @@
 // The whole way of an update in one command.
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstring>
 #include <iostream>
@@ -14,6 +12,7 @@
 #include "programs/kalo-mesh/commands.h"
 #include "programs/kalo-mesh/download_watch.h"
 #include "programs/kalo-mesh/failure.h"
+#include "programs/kalo-mesh/precheck.h"
 #include "programs/kalo-mesh/silence.h"
 #include "programs/kalo-mesh/terminal.h"
 #include "programs/kalo-mesh/update_offer.h"
@@ -31,16 +30,15 @@ FileLock TakeAutoUpdateLock() {
 }
 
 // Before the point of no return.
-bool Agrees() {
-  if (isatty(STDIN_FILENO) == 0) {
-    throw Failure(kUsage, "nobody can be asked here; say --yes to upgrade without asking");
-  }
-  std::cout << "All nodes restart now; the Wi-Fi is away for some minutes. Do not switch off any "
-               "node meanwhile.\nUpgrade? [y/N] "
-            << std::flush;
-  std::string answer;
-  std::getline(std::cin, answer);
-  return answer == "y" || answer == "Y" || answer == "yes";
+bool WantsIt(ApiClient& client, const UpgradeOptions& options, std::ostream& out) {
+  const bool unasked = options.yes || options.is_auto;
+  const Precheck precheck = ReadPrecheck(AskPrecheck(client, DefaultLanguage()));
+  if (!PassPrecheck(precheck, {options.accepts_licence, unasked}, out)) return false;
+  return unasked ||
+         Agrees(
+             "All nodes restart now; the Wi-Fi is away for some minutes. Do not switch off any "
+             "node meanwhile.\nUpgrade? [y/N] ",
+             "say --yes to upgrade without asking");
 }
 
 }  // namespace
@@ -63,7 +61,7 @@ int RunUpgrade(const CommonOptions& common, const UpgradeOptions& options) {
   BarBoard board(out, !common.json && IsTerminal());
   StartDownload(client, offer.promotion);
   (void)FollowDownload(client, board, options.is_auto);
-  if (!options.yes && !options.is_auto && !Agrees()) {
+  if (!WantsIt(client, options, out)) {
     out << "Nothing was installed. The patches stay on the nodes; kalo-mesh start installs them, "
            "kalo-mesh clean drops them.\n";
     return kOk;

@@ -66,8 +66,23 @@ MeshDetails MeshService::Details() const {
 }
 
 void MeshService::StartUpdate(StartReceiver receiver) {
-  const std::lock_guard guard(mutex_);
-  core_.RequestStart(std::move(receiver), Now());
+  std::unique_lock lock(mutex_);
+  core_.RequestStart(
+      [this, receiver = std::move(receiver)](mesh::MeshCode code) {
+        answers_.emplace_back([receiver, code] { receiver(code); });
+      },
+      Now());
+  Deliver(lock);
+}
+
+// A receiver takes the bus connection's lock, which its thread holds while it waits for ours.
+void MeshService::Deliver(std::unique_lock<std::mutex>& lock) {
+  if (answers_.empty()) return;
+  auto answers = std::exchange(answers_, {});
+  lock.unlock();
+  for (const auto& answer : answers) answer();
+  answers.clear();  // that takes the connection's lock too
+  lock.lock();
 }
 
 void MeshService::AskAll(std::uint64_t round) {
@@ -81,20 +96,24 @@ void MeshService::Start(std::uint32_t id) {
 
 void MeshService::OnReport(std::uint32_t id, std::uint64_t round,
                            const std::optional<NodeReport>& report) {
-  const std::lock_guard guard(mutex_);
+  std::unique_lock lock(mutex_);
   core_.Reported(id, round, report, Now());
+  Deliver(lock);
 }
 
 void MeshService::OnStartAnswer(std::uint32_t id, const StartAnswer& answer) {
-  const std::lock_guard guard(mutex_);
+  std::unique_lock lock(mutex_);
   core_.StartAnswered(id, answer, Now());
+  Deliver(lock);
 }
 
 void MeshService::RunTicks(const std::stop_token& stop, std::chrono::milliseconds interval) {
   std::unique_lock lock(mutex_);
   while (!stop.stop_requested()) {
     stopping_.wait_for(lock, stop, interval, [] { return false; });
-    if (!stop.stop_requested()) core_.Tick(Now());
+    if (stop.stop_requested()) continue;
+    core_.Tick(Now());
+    Deliver(lock);
   }
 }
 

@@ -37,8 +37,8 @@ class MeshService final : private NodeCommands, private NodeEvents {
   [[nodiscard]] KALO::MESH::SDK::Client::SystemUpdateProgress Progress() const;
   [[nodiscard]] MeshDetails Details() const;
 
-  /// @param receiver is called once, on any thread, unless the service is destroyed before; must
-  ///                 not call back
+  /// @param receiver is called once, on any thread, unless the service is destroyed before; may
+  ///                 wait for others who call this object
   void StartUpdate(StartReceiver receiver);
 
  private:
@@ -47,9 +47,11 @@ class MeshService final : private NodeCommands, private NodeEvents {
   void OnReport(std::uint32_t id, std::uint64_t round,
                 const std::optional<NodeReport>& report) override;
   void OnStartAnswer(std::uint32_t id, const StartAnswer& answer) override;
+  void Deliver(std::unique_lock<std::mutex>& lock);
   void RunTicks(const std::stop_token& stop, std::chrono::milliseconds interval);
 
   mutable std::mutex mutex_;
+  std::vector<std::function<void()>> answers_;  ///< to be given when the mutex is free
   UpdateStore store_;
   MeshCore core_;
   std::map<std::uint32_t, std::unique_ptr<NodeWorker>> workers_;

@@ -1,19 +1,19 @@
 #include "services/meshd/state_file_keeper.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <string>
 
 #include "host/core/file_lock.h"
 #include "host/core/log.h"
-#include "host/core/unique_fd.h"
 #include "platform/core/key_value.h"
+#include "platform/core/process.h"
 #include "platform/paths.h"
 
 namespace kalo::meshd {
@@ -23,11 +23,22 @@ namespace paths = KALO::paths;
 
 constexpr std::size_t kValueSize = 8192;
 
-std::string StepInFile() {
+std::string InFile(const char* key) {
   std::array<char, kValueSize> value{};
   const int length =
-      KLIBCFileGetKeyValue(paths::kUpgradeProgress, "step", value.data(), value.size(), 0);
+      KLIBCFileGetKeyValue(paths::kUpgradeProgress, key, value.data(), value.size(), 0);
   return length > 0 ? std::string(value.data()) : std::string();
+}
+
+// The equal-version update has come some way before its nodes install: that is not to fall.
+int PercentToShow(int total) {
+  if (InFile("step") != "upgrading") return total;
+  const std::string text = InFile("percent");
+  int shown = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), shown);
+  const bool is_percent =
+      error == std::errc() && end == text.data() + text.size() && shown >= 0 && shown <= 100;
+  return is_percent ? std::max(shown, total) : total;
 }
 
 // The step first, as every writer of this file does: readers bear a new step with an old percent.
@@ -38,11 +49,8 @@ bool WriteProgress(const char* step, int percent) {
          KLIBCFileSetKeyValue(paths::kUpgradeProgress, "percent", number.c_str(), 0) > 0;
 }
 
-// A shared lock is refused while the equal-version update holds its exclusive one. It is never
-// created here, and held for an instant only.
 bool EqualUpdateRuns() {
-  const UniqueFd file(open(paths::kEqualUpdatePid, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-  return file && flock(file.Get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  return KLIBCReadPidFile(paths::kEqualUpdatePid) > 0;
 }
 
 void RemoveDownloadProgress() {
@@ -58,8 +66,8 @@ void RemoveDownloadProgress() {
 void StateFileKeeper::Keep(const UpdateRecord& record) {
   bool written = true;
   if (record.state == UpdateState::kRunning) {
-    written = WriteProgress("upgrading", record.total);
-  } else if (StepInFile() == "upgrading" && !EqualUpdateRuns()) {
+    written = WriteProgress("upgrading", PercentToShow(record.total));
+  } else if (InFile("step") == "upgrading" && !EqualUpdateRuns()) {
     // The download's file first: once the upgrade's no longer says "upgrading" nobody comes back
     // for it.
     RemoveDownloadProgress();

@@ -8,7 +8,8 @@ namespace kalo::meshd {
 /// the service took their order, so the file may say so when the update is over already; and the
 /// file is lost at the CAP's restart, which lies in the middle of every update of the CAP.
 ///
-///  - An update runs: the file says "upgrading" and the update's own total, whatever it said.
+///  - An update runs: the file says "upgrading" and the update's own total, whatever it said; only
+///    a higher percentage stays.
 ///  - None runs, and the file says "upgrading": nobody else will end that, unless the equal-version
 ///    update runs. So it becomes "finished" 100 or "failed" 0, as the last update ended, and the
 ///    download's progress file goes too unless a download or an upload holds the patch lock.

@@ -26,16 +26,6 @@ std::string ReadKey(const char* path, const char* key) {
   return buffer.data();
 }
 
-int NodeId() {
-  const std::string text = ReadKey(kNodeIdentity, "id");
-  int id = -1;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), id);
-  if (error != std::errc() || end != text.data() + text.size() || id < 0) {
-    throw std::runtime_error("\"id\" of " + std::string(kNodeIdentity) + " is no node id");
-  }
-  return id;
-}
-
 std::string BootId() {
   std::string text = ReadFile(KALO::paths::kBootId, kMaxBootId).value_or("");
   while (!text.empty() && text.back() == '\n') text.pop_back();
@@ -61,6 +51,16 @@ Json::Value ReportOf(const InstallReport& report) {
 }
 
 }  // namespace
+
+int NodeId() {
+  const std::string text = ReadKey(kNodeIdentity, "id");
+  int id = -1;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), id);
+  if (error != std::errc() || end != text.data() + text.size() || id < 0) {
+    throw std::runtime_error("\"id\" of " + std::string(kNodeIdentity) + " is no node id");
+  }
+  return id;
+}
 
 patch::PatchDescription RunningVersion() {
   const auto text = ReadFile(KALO::paths::kRunningVersion, kMaxVersionFile);

@@ -8,6 +8,10 @@
 
 namespace kalo::node {
 
+/// @return this node's id; 0 on the main router.
+/// @throws std::runtime_error when the node does not know it.
+[[nodiscard]] int NodeId();
+
 /// What this node runs: /usr/kalo/VERSION, with the model from its own hardware configuration.
 /// @throws std::runtime_error when one of them cannot be read.
 [[nodiscard]] patch::PatchDescription RunningVersion();

@@ -138,9 +138,6 @@ void CleanPatch(const KALO::APIRequest& /*request*/, KALO::APIResponse& response
   if (!lock) return;
   try {
     RemoveStaged();
-    if (unlink(KALO::paths::kFullPatchLocator) != 0 && errno != ENOENT) {
-      throw std::system_error(errno, std::generic_category(), KALO::paths::kFullPatchLocator);
-    }
     response.SetSuccess(Json::Value());
   } catch (const std::exception& e) {
     Refuse(response, error::kGeneral, e.what());

@@ -10,9 +10,11 @@
 
 #include "host/core/file_io.h"
 #include "host/core/key_value_text.h"
+#include "host/core/strict_json.h"
 #include "host/core/unique_fd.h"
 #include "host/update/patch_format/description.h"
 #include "platform/paths.h"
+#include "services/node/node_info.h"
 
 namespace kalo::node {
 namespace fs = std::filesystem;
@@ -58,9 +60,24 @@ std::optional<patch::PatchDescription> Read(const Place& place) {
   }
 }
 
-void Remove(const Place& place) {
-  Unlink(Place::Path(place.info));
-  Unlink(Place::Path(place.patch));
+void RemoveFull() {
+  Unlink(KALO::paths::kFullPatchLocator);
+  Unlink(Place::Path(kFull.info));
+  Unlink(Place::Path(kFull.patch));
+}
+
+void RemoveSmall() {
+  Unlink(Place::Path(kSmall.info));
+  Unlink(Place::Path(kSmall.patch));
+}
+
+// Where the upgrade's precheck finds the patch whose updater it asks.
+void WriteLocator() {
+  Json::Value locator(Json::objectValue);
+  locator["patchPath"] = Place::Path(kFull.patch).string();
+  if (!WriteFileAtomic(KALO::paths::kFullPatchLocator, WriteJson(locator) + "\n", 0600)) {
+    ThrowErrno(std::string("writing ") + KALO::paths::kFullPatchLocator);
+  }
 }
 
 }  // namespace
@@ -95,8 +112,8 @@ void Stage(const std::string& path, const patch::PatchDescription& description,
   }
   const bool small = IsSmallUpdate(description);
   const auto full = StagedFull();
-  Remove(kSmall);
-  if (!small || !full || full->build != description.build) Remove(kFull);
+  RemoveSmall();
+  if (!small || !full || full->build != description.build) RemoveFull();
   const Place& place = small ? kSmall : kFull;
   const fs::path target = Place::Path(place.patch);
   SyncFile(path);
@@ -104,12 +121,13 @@ void Stage(const std::string& path, const patch::PatchDescription& description,
   if (!WriteFileAtomic(Place::Path(place.info), info.Text(), 0600)) {
     ThrowErrno("writing " + Place::Path(place.info).string());
   }
+  if (!small && NodeId() == 0) WriteLocator();
 }
 
 void RemoveStaged() {
   // The small one first: without its base it must never be found.
-  Remove(kSmall);
-  Remove(kFull);
+  RemoveSmall();
+  RemoveFull();
 }
 
 }  // namespace kalo::node

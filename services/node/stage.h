@@ -25,8 +25,9 @@ struct StagedPatch {
 [[nodiscard]] std::optional<patch::PatchDescription> StagedFull();
 
 /// Moves a verified patch to the stage. A full one takes the place of all that stood there; a small
-/// update joins the full one that it applies on, and takes the place of anything else. The patch
-/// must lie on the same file system as the stage.
+/// update joins the full one that it applies on, and takes the place of anything else. On the main
+/// router a full patch is also where the upgrade's precheck looks for it. The patch must lie on the
+/// same file system as the stage.
 /// @param base_version pure version that the patch applies on; empty for a full one
 /// @throws std::system_error; the patch then may be where it was, and is not staged.
 void Stage(const std::string& path, const patch::PatchDescription& description,

@@ -60,21 +60,23 @@ class DownloadJourney : public testing::Test {
 
 TEST_F(DownloadJourney, OneCommandFindsFetchesHandsOutAndInstalls) {
   PublishNext();
-  const Answer upgrade = mesh_.Cli({"upgrade", "--yes"});
+  const Answer upgrade = mesh_.Cli({"upgrade", "--yes", "--accept-licence"});
   EXPECT_EQ(upgrade.status, 0) << upgrade.text;
   ExpectAllRun(kNext);
   EXPECT_TRUE(mesh_.WaitForStatus("none"));
   EXPECT_EQ(Shell("ls /volume1/@mesh_full"), "kalo_m1_76010.pat\n") << "the CAP's own one stays";
   EXPECT_EQ(mesh_.Cli({"notifications"}).data["notifications"].size(), 2U)
       << "the offer and the download";
-  EXPECT_EQ(mesh_.Cli({"upgrade", "--yes"}).status, 0) << "and then there is nothing to do";
+  EXPECT_EQ(mesh_.Cli({"upgrade", "--yes", "--accept-licence"}).status, 0)
+      << "and then there is nothing to do";
 }
 
 TEST_F(DownloadJourney, AnAutomaticUpgradeKeepsOthersOut) {
   PublishNext();
   // As a timer does: nobody waits for it, and the CAP's restart takes the command with it.
   Shell(
-      "setsid /usr/kalo/bin/kalo-mesh --local upgrade --auto --json >/tmp/auto.log 2>&1 "
+      "setsid /usr/kalo/bin/kalo-mesh --local upgrade --auto --accept-licence --json "
+      ">/tmp/auto.log 2>&1 "
       "</dev/null &");
   EXPECT_TRUE(
       test::WaitFor([&] { return mesh_.Cli({"check"}).Code() == 5202; }, MeshBox::kDeadline));
@@ -213,7 +215,7 @@ class OldMeshDownload : public DownloadJourney {
 
 TEST_F(OldMeshDownload, AFullUpdateAndItsSmallOneAreInstalledInOneRestart) {
   mesh_.Publish({"kalo_m1-9400", "kalo_m1-9400-2", "kalo_m2-9400", "kalo_m2-9400-2"});
-  const Answer upgrade = mesh_.Cli({"upgrade", "--yes"});
+  const Answer upgrade = mesh_.Cli({"upgrade", "--yes", "--accept-licence"});
   EXPECT_EQ(upgrade.status, 0) << upgrade.text;
   ExpectAllRun("VXM 1.3.2-9400 Update 2");
   for (int node = 0; node < 4; ++node) {

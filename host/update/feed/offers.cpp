@@ -14,15 +14,19 @@ const Release* Newest(const ReleaseList& list, Predicate fits) {
   return found != list.releases.rend() ? &*found : nullptr;
 }
 
+bool IsStoneBetween(const ReleaseList& list, std::int32_t build, std::int32_t running,
+                    std::int32_t target) {
+  return build > running && build < target &&
+         std::binary_search(list.stones.begin(), list.stones.end(), build);
+}
+
 // The lowest stepping stone between what runs and the target; the target when there is none.
 template <typename Predicate>
 const Release* NextStop(const ReleaseList& list, std::int32_t build, const Release* target,
                         Predicate fits) {
   if (target == nullptr) return nullptr;
   for (const Release& release : list.releases) {
-    const bool between = release.build > build && release.build < target->build;
-    const bool is_stone = std::binary_search(list.stones.begin(), list.stones.end(), release.build);
-    if (between && is_stone && fits(release)) return &release;
+    if (IsStoneBetween(list, release.build, build, target->build) && fits(release)) return &release;
   }
   return target;
 }
@@ -57,6 +61,26 @@ const Release* VersionTwoOffer(const ReleaseList& list, std::int32_t build, char
            release.groups.find(group) != std::string::npos && (beta || release.phase.empty());
   };
   return NextStop(list, build, Newest(list, fits), fits);
+}
+
+std::optional<std::vector<const Release*>> StopsBefore(const ReleaseList& list,
+                                                       const patch::VersionNumbers& running,
+                                                       const patch::VersionNumbers& target) {
+  const auto is_listed = [&](bool small, std::int32_t nano) {
+    return Newest(list, [&](const Release& release) {
+             return release.build == target.build && release.nano == nano &&
+                    release.IsSmall() == small;
+           }) != nullptr;
+  };
+  if (running.build < target.build && !is_listed(false, 0)) return std::nullopt;
+  if (target.nano > 0 && !is_listed(true, target.nano)) return std::nullopt;
+  std::vector<const Release*> stops;
+  for (const Release& release : list.releases) {
+    if (!release.IsSmall() && IsStoneBetween(list, release.build, running.build, target.build)) {
+      stops.push_back(&release);
+    }
+  }
+  return stops;
 }
 
 }  // namespace kalo::feed

@@ -1,8 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <vector>
 
 #include "host/update/feed/release_list.h"
+#include "host/update/patch_format/version_text.h"
 
 /// Which release a router is offered. Decided by build number; of equal builds by number of the
 /// small update.
@@ -29,5 +32,13 @@ namespace kalo::feed {
 /// @return the next stop on the way to the newest of them; null when there is none.
 [[nodiscard]] const Release* VersionTwoOffer(const ReleaseList& list, std::int32_t build,
                                              char group, bool beta);
+
+/// @return the full releases at which a router must stop on its way, by ascending build: the
+///         stepping stones between its build and the target's, without the target. Staged and beta
+///         releases too: some node of the mesh runs what the way leads to. Empty when the list
+///         lacks what the target is made of, its full release or its small update.
+[[nodiscard]] std::optional<std::vector<const Release*>> StopsBefore(
+    const ReleaseList& list, const patch::VersionNumbers& running,
+    const patch::VersionNumbers& target);
 
 }  // namespace kalo::feed

@@ -1,5 +1,6 @@
 #include "platform/update/system_update.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -119,6 +120,44 @@ TEST_F(RegularCheck, AnotherModelsListIsNoOffer) {
   std::filesystem::copy(feed_.Root() + "/v1/kalo_m2", feed_.Root() + "/v1/kalo_m1");
   EXPECT_EQ(Check("9300"), "-");
   EXPECT_TRUE(log_.WaitFor("it is for model kalo_m2"));
+}
+
+class UpgradePath : public RegularCheck {
+ protected:
+  UpgradePath() {
+    ReleaseList list = ExampleList(
+        {Example("VXM 1.4.0-76000", 76000), Example("VXM 1.4.1-76010", 76010),
+         Example("VXM 1.4.2-76020", 76020), Example("VXM 1.4.2-76020 Update 1", 76020, 1)});
+    list.stones = {76010};
+    feed_.PutList(list);
+  }
+  static std::vector<std::string> Path(const std::string& target, const std::string& current) {
+    return Upgrade().GetUpgradePath(target, current, "kalo_m1");
+  }
+};
+
+TEST_F(UpgradePath, LeadsOverTheStopsToTheTargetAsItWasNamed) {
+  using testing::ElementsAre;
+  EXPECT_THAT(Path("VXM 1.4.2-76020", "VXM 1.4.0-76000"),
+              ElementsAre("VXM 1.4.1-76010", "VXM 1.4.2-76020"));
+  EXPECT_THAT(Path("1.4.2-76020 Update 1", "VXM 1.4.1-76010"), ElementsAre("1.4.2-76020 Update 1"));
+  EXPECT_THAT(Path("VXM 1.4.2-76020 Update 1", "VXM 1.4.2-76020"),
+              ElementsAre("VXM 1.4.2-76020 Update 1"));
+}
+
+TEST_F(UpgradePath, IsEmptyForWhoIsThere) {
+  EXPECT_TRUE(Path("VXM 1.4.2-76020", "VXM 1.4.2-76020").empty());
+  EXPECT_TRUE(Path("VXM 1.4.2-76020", "VXM 1.4.2-76020 Update 1").empty());
+  EXPECT_TRUE(Path("VXM 9-1", "VXM 8-2").empty()) << "nobody is asked for that";
+}
+
+TEST_F(UpgradePath, ThrowsWhereNoneIsKnown) {
+  EXPECT_THROW(Path("VXM 1.4.2-76030", "VXM 1.4.0-76000"), std::runtime_error);
+  EXPECT_THROW(Path("VXM 1.4.2-76020 Update 2", "VXM 1.4.2-76020"), std::runtime_error);
+  EXPECT_THROW(Path("new", "VXM 1.4.2-76020"), std::runtime_error);
+  EXPECT_THROW(Path("VXM 1.4.2-76020", "old"), std::runtime_error);
+  EXPECT_THROW(Upgrade().GetUpgradePath("VXM 1.4.2-76020", "VXM 1.4.0-76000", "kalo_m2"),
+               std::runtime_error);
 }
 
 }  // namespace

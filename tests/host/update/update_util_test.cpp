@@ -6,9 +6,11 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 
 #include "host/core/unique_fd.h"
 #include "platform/paths.h"
+#include "tests/host/update/temporary_folder.h"
 #include "tests/host/update/test_node.h"
 
 namespace KALO::MESH::SDK::Upgrade {
@@ -94,6 +96,37 @@ TEST(AutoUpdatingTest, IsTrueExactlyWhileTheLockIsHeld) {
   EXPECT_TRUE(UpdateUtil::IsAutoUpdating());
   ASSERT_EQ(flock(lock.Get(), LOCK_UN), 0);
   EXPECT_FALSE(UpdateUtil::IsAutoUpdating());
+}
+
+class JsonFile : public ::testing::Test {
+ protected:
+  bool Parse(const std::string& text) {
+    std::ofstream(path_) << text;
+    root_ = "stale";
+    return UpdateUtil::ParseJsonRootFromFile(path_, root_);
+  }
+  kalo::test::TemporaryFolder folder_;
+  std::string path_ = folder_.Path("file");
+  Json::Value root_;
+};
+
+TEST_F(JsonFile, GivesTheDocument) {
+  EXPECT_TRUE(Parse(R"({"patchPath": "/volume1/x"})"));
+  EXPECT_EQ(root_["patchPath"], "/volume1/x");
+}
+
+TEST_F(JsonFile, AnythingElseIsNoDocumentAndNeverThrows) {
+  const std::string deep(2000, '[');
+  for (const std::string& text : {std::string(), std::string("{"), std::string("{} {}"), deep,
+                                  std::string("\xff"), std::string(std::size_t{2} << 20, ' ')}) {
+    EXPECT_FALSE(Parse(text));
+    EXPECT_TRUE(root_.isNull());
+  }
+  std::filesystem::remove(path_);
+  EXPECT_FALSE(UpdateUtil::ParseJsonRootFromFile(path_, root_)) << "missing";
+  std::ofstream(folder_.Path("target")) << "{}";
+  std::filesystem::create_symlink(folder_.Path("target"), path_);
+  EXPECT_FALSE(UpdateUtil::ParseJsonRootFromFile(path_, root_)) << "a link";
 }
 
 }  // namespace

@@ -108,7 +108,13 @@ void MeshBox::Login() {
   const Answer answer = Cli({"login", "--server", box["address"].asString(), "--ca",
                              box["ca"].asString(), "--password-file", password});
   if (answer.status != 0) throw std::runtime_error("cannot sign in: " + answer.text);
-  if (!WaitForStatus("none")) throw std::runtime_error("not in sync: " + Cli({"status"}).text);
+  const auto is_in_sync = [this] {
+    const std::string word = Status()["status"].asString();
+    return word == "none" || word == "mesh_version_not_equal";
+  };
+  if (!test::WaitFor(is_in_sync, kDeadline)) {
+    throw std::runtime_error("not in sync: " + Cli({"status"}).text);
+  }
 }
 
 Answer MeshBox::Cli(const std::vector<std::string>& words) const {

@@ -72,6 +72,22 @@ class BusServiceTest : public ::testing::Test {
   std::unique_ptr<BusService> bus_service_;
 };
 
+// The answer to a start comes from another thread than the answers to those who look meanwhile.
+TEST_F(BusServiceTest, AnswersAStartWhileOthersLook) {
+  ASSERT_TRUE(WaitFor(Synced));
+  std::vector<std::jthread> lookers;
+  for (int i = 0; i < 2; ++i) {
+    lookers.emplace_back([](const std::stop_token& stop) {
+      while (!stop.stop_requested()) {
+        EXPECT_EQ(MeshClientFactory::GetClient()->GetSystemUpdateProgress().code, 0);
+      }
+    });
+  }
+  for (int i = 0; i < 100; ++i) {
+    ASSERT_EQ(Start(), static_cast<std::uint32_t>(MeshCode::kNothingStaged)) << i;
+  }
+}
+
 TEST_F(BusServiceTest, TellsWhatTheNodesSay) {
   nodes_[2].Stage(kNewVersion);
   ASSERT_TRUE(WaitFor(Synced));

@@ -4,13 +4,16 @@
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <string>
 
+#include "host/core/pid_file.h"
 #include "host/core/unique_fd.h"
 #include "platform/core/key_value.h"
 #include "platform/paths.h"
@@ -36,6 +39,34 @@ UniqueFd Hold(const char* path) {
   EXPECT_EQ(flock(file.Get(), LOCK_EX | LOCK_NB), 0) << path;
   return file;
 }
+
+// Another process with its number in a file.
+class OtherPidFile {
+ public:
+  explicit OtherPidFile(const char* path) {
+    std::array<int, 2> ready{};
+    EXPECT_EQ(pipe2(ready.data(), O_CLOEXEC), 0);
+    pid_ = fork();
+    if (pid_ == 0) {
+      const auto file = PidFile::TryTake(path);
+      (void)!write(ready[1], "x", 1);
+      pause();
+      _exit(file ? 0 : 1);
+    }
+    char byte = 0;
+    EXPECT_EQ(read(ready[0], &byte, 1), 1);
+    for (const int fd : ready) close(fd);
+  }
+  OtherPidFile(const OtherPidFile&) = delete;
+  OtherPidFile& operator=(const OtherPidFile&) = delete;
+  ~OtherPidFile() {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+
+ private:
+  pid_t pid_ = 0;
+};
 
 UpdateRecord Record(UpdateState state, int total = 0) {
   UpdateRecord record;
@@ -64,6 +95,17 @@ class StateFileKeeperTest : public ::testing::Test {
 TEST_F(StateFileKeeperTest, WritesTheFileOfARunningUpdate) {
   keeper_.Keep(Record(UpdateState::kRunning, 30));
   ExpectFile("upgrading", "30");
+}
+
+TEST_F(StateFileKeeperTest, AHigherPercentageStays) {
+  Write(paths::kUpgradeProgress, "step=upgrading\npercent=30\n");
+  keeper_.Keep(Record(UpdateState::kRunning, 5));
+  ExpectFile("upgrading", "30");
+  keeper_.Keep(Record(UpdateState::kRunning, 31));
+  ExpectFile("upgrading", "31");
+  Write(paths::kUpgradeProgress, "step=upgrading\npercent=101\n");
+  keeper_.Keep(Record(UpdateState::kRunning, 31));
+  ExpectFile("upgrading", "31");
 }
 
 TEST_F(StateFileKeeperTest, RestoresWhatOthersWroteWhileAnUpdateRuns) {
@@ -142,7 +184,7 @@ TEST_F(StateFileKeeperTest, MakesNoFileWhenNoUpdateRuns) {
 TEST_F(StateFileKeeperTest, TheEqualUpdateEndsItsOwnFile) {
   Write(paths::kUpgradeProgress, "step=upgrading\npercent=20\n");
   {
-    const UniqueFd held = Hold(paths::kEqualUpdatePid);
+    const OtherPidFile held(paths::kEqualUpdatePid);
     keeper_.Keep(Record(UpdateState::kFinished, 100));
     ExpectFile("upgrading", "20");
   }

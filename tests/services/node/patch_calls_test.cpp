@@ -114,6 +114,24 @@ TEST_F(PatchCalls, CleanDropsTheStagedPatchAndTheLocatorAndNothingElse) {
   EXPECT_TRUE(Call(CleanPatch).IsSuccess());
 }
 
+TEST_F(PatchCalls, OnTheMainRouterAFullPatchIsWhereThePrecheckLooks) {
+  WriteText("/etc/kalo/node.conf", "id=\"0\"\nname=\"Hall\"\n");
+  ASSERT_TRUE(Upload(MakePatch(kNext)).IsSuccess());
+  EXPECT_EQ(ReadText(KALO::paths::kFullPatchLocator),
+            "{\"patchPath\":\"" + ReadStaged()->full + "\"}\n");
+  ASSERT_TRUE(Upload(MakeSmallPatch("VXM 1.4.0-76010 Update 2", 76010, 2)).IsSuccess());
+  EXPECT_TRUE(fs::exists(KALO::paths::kFullPatchLocator)) << "it stands below the small update";
+  RemoveStaged();
+  EXPECT_FALSE(fs::exists(KALO::paths::kFullPatchLocator)) << "it goes with the patch";
+  ASSERT_TRUE(Upload(MakeSmallPatch("VXM 1.4.0-76000 Update 2", 76000, 2)).IsSuccess());
+  EXPECT_FALSE(fs::exists(KALO::paths::kFullPatchLocator)) << "a small update has no updater";
+}
+
+TEST_F(PatchCalls, OnOtherNodesNobodyLooksForOne) {
+  ASSERT_TRUE(Upload(MakePatch(kNext)).IsSuccess());
+  EXPECT_FALSE(fs::exists(KALO::paths::kFullPatchLocator));
+}
+
 TEST_F(PatchCalls, NeverTakeThePatchLock) {
   const auto main_router = FileLock::TryTake(KALO::paths::kPatchLock);
   ASSERT_TRUE(main_router.has_value());

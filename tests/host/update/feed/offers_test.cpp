@@ -110,5 +110,47 @@ TEST_F(VersionTwo, StopsAtSteppingStones) {
   EXPECT_EQ(Offer(76000, '0'), "VXM 1.4.2-76020");
 }
 
+// The versions at which a router stops before the target, or "-" when no way leads there.
+std::string Stops(const ReleaseList& list, const patch::VersionNumbers& running,
+                  const patch::VersionNumbers& target) {
+  const auto stops = StopsBefore(list, running, target);
+  if (!stops) return "-";
+  std::string text;
+  for (const Release* stop : *stops) text += stop->version + ";";
+  return text;
+}
+
+class WayToAVersion : public ::testing::Test {
+ protected:
+  WayToAVersion() { list_.stones = {76010, 76020, 76040}; }
+
+  ReleaseList list_ = ExampleList(
+      {Example("VXM 1.4.0-76000", 76000), Example("VXM 1.4.1-76010", 76010),
+       Example("VXM 1.4.1-76010 Update 1", 76010, 1),
+       Example("VXM 1.4.2-76020", 76020, 0, "0", "Beta"), Example("VXM 1.4.3-76030", 76030),
+       Example("VXM 1.4.3-76030 Update 2", 76030, 2), Example("VXM 1.4.4-76040", 76040)});
+};
+
+TEST_F(WayToAVersion, LeadsOverEverySteppingStoneBetween) {
+  EXPECT_EQ(Stops(list_, {76000, 0}, {76030, 0}), "VXM 1.4.1-76010;VXM 1.4.2-76020;");
+  EXPECT_EQ(Stops(list_, {76010, 0}, {76030, 2}), "VXM 1.4.2-76020;");
+  EXPECT_EQ(Stops(list_, {76020, 0}, {76040, 0}), "") << "the target is no stop before itself";
+  EXPECT_EQ(Stops(list_, {1, 0}, {76010, 1}), "");
+}
+
+TEST_F(WayToAVersion, StopsOnlyAtReleases) {
+  list_.stones = {76005, 76015};
+  EXPECT_EQ(Stops(list_, {76000, 0}, {76030, 0}), "");
+}
+
+TEST_F(WayToAVersion, NeedsWhatTheTargetIsMadeOf) {
+  EXPECT_EQ(Stops(list_, {76000, 0}, {76031, 0}), "-");
+  EXPECT_EQ(Stops(list_, {76000, 0}, {76030, 3}), "-");
+  EXPECT_EQ(Stops(list_, {76030, 0}, {76030, 2}), "");
+  list_.releases.erase(list_.releases.begin() + 4);  // the full one of 76030
+  EXPECT_EQ(Stops(list_, {76000, 0}, {76030, 2}), "-");
+  EXPECT_EQ(Stops(list_, {76030, 1}, {76030, 2}), "") << "who runs the build needs it no more";
+}
+
 }  // namespace
 }  // namespace kalo::feed

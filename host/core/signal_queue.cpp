@@ -1,4 +1,4 @@
-#include "box/signals.h"
+#include "host/core/signal_queue.h"
 
 #include <sys/signalfd.h>
 
@@ -6,7 +6,7 @@
 #include <csignal>
 #include <system_error>
 
-namespace kalo::box {
+namespace kalo {
 
 SignalQueue::SignalQueue(std::initializer_list<int> signals) {
   sigset_t set;
@@ -23,4 +23,4 @@ int SignalQueue::Next() {
   return static_cast<int>(info.ssi_signo);
 }
 
-}  // namespace kalo::box
+}  // namespace kalo

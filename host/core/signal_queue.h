@@ -4,7 +4,7 @@
 
 #include "host/core/unique_fd.h"
 
-namespace kalo::box {
+namespace kalo {
 
 /// Takes signals by descriptor instead of by handler: blocks them for this process (programs
 /// started by kalo::Spawn get an empty mask again).
@@ -22,4 +22,4 @@ class SignalQueue {
   UniqueFd fd_;
 };
 
-}  // namespace kalo::box
+}  // namespace kalo

@@ -1,0 +1,124 @@
+#include "programs/kalo-mesh/precheck.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+#include <string_view>
+
+#include "programs/kalo-mesh/failure.h"
+#include "programs/kalo-mesh/mesh_view.h"
+#include "programs/kalo-mesh/terminal.h"
+
+namespace kalo::cli {
+namespace {
+
+struct Language {
+  std::string_view locale;
+  const char* name;
+};
+
+constexpr std::array kLanguages = {Language{"de", "ger"}, Language{"fr", "fre"}};
+
+bool BoolOf(const Json::Value& data, const char* name) {
+  return data.isObject() && data[name].isBool() && data[name].asBool();
+}
+
+// A text of several lines, line by line: what a firmware prints must not steer the terminal.
+std::string PrintableLines(const std::string& text) {
+  std::string printable;
+  std::string_view rest = text;
+  while (!rest.empty()) {
+    const std::size_t end = std::min(rest.find('\n'), rest.size());
+    printable += Printable(rest.substr(0, end)) + "\n";
+    rest.remove_prefix(std::min(end + 1, rest.size()));
+  }
+  return printable;
+}
+
+struct PagerCloser {
+  void operator()(std::FILE* pager) const { pclose(pager); }
+};
+
+// The user's own pager in the user's own environment: the one program here that a shell may start.
+void Page(const std::string& text) {
+  const char* chosen = std::getenv("PAGER");
+  const std::string command = chosen != nullptr && *chosen != '\0' ? chosen : "pager || cat";
+  std::cout.flush();
+  const std::unique_ptr<std::FILE, PagerCloser> pager(popen(("{ " + command + "; }").c_str(), "w"));
+  if (pager) std::fwrite(text.data(), 1, text.size(), pager.get());
+}
+
+void ShowLicence(const std::string& licence, std::ostream& out) {
+  const std::string text = PrintableLines(licence);
+  if (IsTerminal() && &out == &std::cout) {
+    Page(text);
+  } else {
+    out << text;
+  }
+}
+
+}  // namespace
+
+std::string DefaultLanguage() {
+  for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+    const char* locale = std::getenv(variable);
+    if (locale == nullptr || *locale == '\0') continue;
+    for (const Language& language : kLanguages) {
+      if (std::string_view(locale).starts_with(language.locale)) return language.name;
+    }
+    break;
+  }
+  return "enu";
+}
+
+Json::Value AskPrecheck(ApiClient& client, const std::string& language) {
+  Json::Value params(Json::objectValue);
+  params["lang"] = language;
+  return client.Call("KALO.Mesh.Upgrade", 1, "precheck", params, ApiClient::kLongPatience);
+}
+
+Precheck ReadPrecheck(const Json::Value& data) {
+  Precheck precheck;
+  precheck.has_licence = BoolOf(data, "eulacheck");
+  precheck.licence = TextOf(data, "eulacheck_content");
+  precheck.has_findings = BoolOf(data, "precheck");
+  if (!precheck.has_findings) return precheck;
+  const Json::Value& info = data["precheck_info"];
+  precheck.can_continue = BoolOf(info, "can_continue");
+  precheck.note = TextOf(info, "leading_note");
+  precheck.message = TextOf(info, "message");
+  return precheck;
+}
+
+bool PassPrecheck(const Precheck& precheck, const Consent& consent, std::ostream& out) {
+  if (precheck.has_findings) {
+    out << Printable(precheck.note) << "\n" << PrintableLines(precheck.message);
+    if (!precheck.can_continue) {
+      throw Failure(kFailed,
+                    "this stands in the way of the upgrade: " + Printable(precheck.message));
+    }
+    if (!consent.goes_on &&
+        !Agrees("Go on all the same? [y/N] ", "say --yes to go on in spite of what was found")) {
+      return false;
+    }
+  }
+  if (!precheck.has_licence) return true;
+  ShowLicence(precheck.licence, out);
+  return consent.accepts_licence ||
+         Agrees("Do you agree to the licence? [y/N] ", "say --accept-licence to agree to it");
+}
+
+bool Agrees(const std::string& question, const std::string& hint) {
+  if (isatty(STDIN_FILENO) == 0) throw Failure(kUsage, "nobody can be asked here; " + hint);
+  std::cout << question << std::flush;
+  std::string answer;
+  std::getline(std::cin, answer);
+  return answer == "y" || answer == "Y" || answer == "yes";
+}
+
+}  // namespace kalo::cli
