@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <string_view>
 
@@ -94,6 +95,7 @@ std::optional<TarMember> TarReader::Next() {
   // A warning too: whatever the library had to put right was not written by our writer.
   if (result != ARCHIVE_OK) FailReading("not a plain tar file");
   if (archive_format(archive_.get()) != ARCHIVE_FORMAT_TAR_USTAR) Fail("not in ustar form");
+  CheckChecksum(next_);
   TarMember member = ToMember(entry);
   // One header block each: other forms put more of them before a member.
   data_end_ = next_ + kBlock + member.size;
@@ -105,6 +107,26 @@ std::size_t TarReader::Read(std::span<char> buffer) {
   const auto count = archive_read_data(archive_.get(), buffer.data(), buffer.size());
   if (count < 0) FailReading("the file is damaged or cut off");
   return static_cast<std::size_t>(count);
+}
+
+// The library takes a header's checksum in several spellings. One file, one spelling: no byte of a
+// patch may be another than its maker wrote.
+void TarReader::CheckChecksum(std::uint64_t header) const {
+  constexpr std::size_t kField = 148;
+  constexpr std::size_t kFieldSize = 8;
+  std::array<char, kBlock> bytes{};
+  if (::pread(fd_, bytes.data(), bytes.size(), static_cast<off_t>(header)) !=
+      static_cast<ssize_t>(bytes.size())) {
+    Fail("the file is cut off");
+  }
+  const std::string_view written(bytes.data() + kField, kFieldSize);
+  unsigned int sum = kFieldSize * ' ';  // the field itself counts as blanks
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    if (i < kField || i >= kField + kFieldSize) sum += static_cast<unsigned char>(bytes[i]);
+  }
+  std::array<char, kFieldSize + 1> right{};
+  std::snprintf(right.data(), right.size(), "%06o%c ", sum, '\0');
+  if (written != std::string_view(right.data(), kFieldSize)) Fail("a header's checksum is odd");
 }
 
 void TarReader::CheckZeros(std::uint64_t begin, std::uint64_t end) const {
