@@ -26,9 +26,11 @@ if(KALO_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined)
-  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND NOT KALO_FUZZ)
     # One shared run-time for programs and the modules that they load.
-    add_link_options(-shared-libsan)
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-runtime-dir
+                    OUTPUT_VARIABLE runtime_dir OUTPUT_STRIP_TRAILING_WHITESPACE)
+    add_link_options(-shared-libsan -Wl,-rpath,${runtime_dir})
   endif()
 endif()
 
@@ -45,13 +47,19 @@ pkg_check_modules(MICROHTTPD REQUIRED IMPORTED_TARGET libmicrohttpd)
 pkg_check_modules(SDBUSCPP REQUIRED IMPORTED_TARGET sdbus-c++)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 
+# What is built for another processor: the firmware, and the tests that can run in an emulator.
+add_custom_target(cross-build)
+
 # kalo_library(NAME sources…  LIBS libraries…): a shared library of host/.
 function(kalo_library name)
   cmake_parse_arguments(ARG "" "" "LIBS" ${ARGN})
   add_library(${name} SHARED ${ARG_UNPARSED_ARGUMENTS})
   target_link_libraries(${name} PUBLIC PkgConfig::JSONCPP ${ARG_LIBS})
-  target_link_options(${name} PRIVATE -Wl,--no-undefined)
+  if(NOT KALO_FUZZ)  # there the run-time stands in the program alone
+    target_link_options(${name} PRIVATE -Wl,--no-undefined)
+  endif()
   install(TARGETS ${name} LIBRARY DESTINATION lib COMPONENT firmware)
+  add_dependencies(cross-build ${name})
 endfunction()
 
 # kalo_module(NAME sources…  DESCRIPTION file  LIBS libraries…): a module that webapid loads. The
@@ -63,6 +71,7 @@ function(kalo_module name)
                                            VISIBILITY_INLINES_HIDDEN ON)
   target_link_libraries(${name} PRIVATE PkgConfig::JSONCPP ${ARG_LIBS})
   install(TARGETS ${name} LIBRARY DESTINATION webapi COMPONENT firmware)
+  add_dependencies(cross-build ${name})
   install(FILES ${ARG_DESCRIPTION} DESTINATION webapi COMPONENT firmware)
 endfunction()
 
@@ -74,20 +83,36 @@ function(kalo_program name)
   target_link_libraries(${name} PRIVATE PkgConfig::JSONCPP ${ARG_LIBS})
   if(ARG_FOLDER)
     install(TARGETS ${name} RUNTIME DESTINATION ${ARG_FOLDER} COMPONENT firmware)
+    add_dependencies(cross-build ${name})
   endif()
 endfunction()
 
-# kalo_test(NAME sources…  [NO_ROOT]  [LIBS libraries…]  [TIMEOUT seconds]): one test program, run
-# whole as one ctest in a private root of its own; NO_ROOT for tests that touch no fixed path.
+# kalo_test(NAME sources…  [NO_ROOT] [CROSS] [CROSS_FILTER filter]  [LIBS libraries…]  [TIMEOUT seconds]): one test
+# program, run whole as one ctest in a private root of its own; NO_ROOT for tests that touch no fixed
+# path, CROSS for those that start no program of ours, which an emulator could not, CROSS_FILTER for
+# the test cases that it can run.
 function(kalo_test name)
-  cmake_parse_arguments(ARG "NO_ROOT" "TIMEOUT" "LIBS" ${ARGN})
+  cmake_parse_arguments(ARG "NO_ROOT;CROSS" "TIMEOUT;CROSS_FILTER" "LIBS" ${ARGN})
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 240)
+  endif()
+  if(NOT ARG_CROSS_FILTER)
+    set(ARG_CROSS_FILTER "*")
   endif()
   add_executable(${name} ${ARG_UNPARSED_ARGUMENTS})
   target_link_libraries(${name} PRIVATE GTest::gmock GTest::gtest GTest::gtest_main
                                         PkgConfig::JSONCPP ${ARG_LIBS})
-  if(ARG_NO_ROOT)
+  if(CMAKE_CROSSCOMPILING AND NOT ARG_CROSS)
+    return()
+  endif()
+  if(CMAKE_CROSSCOMPILING)
+    # The private root is made by this machine's own program.
+    add_test(NAME ${name}
+      COMMAND ${CMAKE_SOURCE_DIR}/build/dev/box/private-root --bind ${CMAKE_BINARY_DIR} --
+              ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${name}>
+              --gtest_filter=${ARG_CROSS_FILTER})
+    add_dependencies(cross-build ${name})
+  elseif(ARG_NO_ROOT)
     add_test(NAME ${name} COMMAND ${name})
   else()
     add_test(NAME ${name} COMMAND private-root --bind ${CMAKE_BINARY_DIR} -- $<TARGET_FILE:${name}>)

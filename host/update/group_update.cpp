@@ -27,8 +27,9 @@ constexpr std::uint64_t kMebibyte = std::uint64_t{1} << 20;
 constexpr std::uint64_t kSpare = kMebibyte;
 constexpr int kWhole = 100;
 
-bool IsSmall(const std::string& version) {
-  return version.find(" Update ") != std::string::npos;
+// A small update's number may be 0: then only the word tells it from a full version.
+bool IsSmall(const std::string& version, const kalo::patch::VersionNumbers& numbers) {
+  return numbers.nano > 0 || version.find(" Update ") != std::string::npos;
 }
 
 // "76010" of a full version, "9346-2" of a small update.
@@ -36,7 +37,7 @@ std::optional<std::string> PureForm(const std::string& version) {
   const auto numbers = kalo::patch::ParseVersionText(version);
   if (!numbers) return std::nullopt;
   const std::string build = std::to_string(numbers->build);
-  return IsSmall(version) ? build + "-" + std::to_string(numbers->nano) : build;
+  return IsSmall(version, *numbers) ? build + "-" + std::to_string(numbers->nano) : build;
 }
 
 const Release* Find(const kalo::feed::ReleaseList& list, const std::string& version) {
@@ -45,7 +46,7 @@ const Release* Find(const kalo::feed::ReleaseList& list, const std::string& vers
   const auto found =
       std::find_if(list.releases.begin(), list.releases.end(), [&](const Release& release) {
         return release.build == numbers->build && release.nano == numbers->nano &&
-               release.IsSmall() == IsSmall(version);
+               release.IsSmall() == IsSmall(version, *numbers);
       });
   return found != list.releases.end() ? &*found : nullptr;
 }

@@ -26,7 +26,7 @@ class Fetch {
   Fetch(const HttpsRequest& request, const HttpsLimits& limits, BodySink& sink)
       : request_(request), limits_(limits), sink_(sink) {
     Set(CURLOPT_URL, request.url.c_str());
-    Set(CURLOPT_PROTOCOLS_STR, request.url.starts_with("http:") ? "http" : "https");
+    Set(CURLOPT_PROTOCOLS_STR, request.url.starts_with("http:") ? "http,https" : "https");
     Set(CURLOPT_REDIR_PROTOCOLS_STR, "https");
     Set(CURLOPT_FOLLOWLOCATION, 1L);
     Set(CURLOPT_MAXREDIRS, kMostRedirects);

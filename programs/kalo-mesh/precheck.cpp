@@ -1,15 +1,19 @@
 #include "programs/kalo-mesh/precheck.h"
 
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <iostream>
-#include <memory>
+#include <sstream>
+#include <string>
 #include <string_view>
+#include <vector>
 
+#include "host/core/spawn.h"
+#include "host/core/unique_fd.h"
 #include "programs/kalo-mesh/failure.h"
 #include "programs/kalo-mesh/mesh_view.h"
 #include "programs/kalo-mesh/terminal.h"
@@ -40,26 +44,36 @@ std::string PrintableLines(const std::string& text) {
   return printable;
 }
 
-struct PagerCloser {
-  void operator()(std::FILE* pager) const { pclose(pager); }
-};
+// What env(1) ends with when there is no such program.
+constexpr int kNotFound = 127;
 
-// The user's own pager in the user's own environment: the one program here that a shell may start.
-void Page(const std::string& text) {
-  const char* chosen = std::getenv("PAGER");
-  const std::string command = chosen != nullptr && *chosen != '\0' ? chosen : "pager || cat";
+std::string Variable(const char* name, const char* fallback) {
+  const char* value = std::getenv(name);
+  return value != nullptr && *value != '\0' ? value : fallback;
+}
+
+// @return whether the user's pager showed the text.
+bool Page(const std::string& text) {
+  const UniqueFd file(memfd_create("licence", MFD_CLOEXEC));
+  if (!file || write(file.Get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()) ||
+      lseek(file.Get(), 0, SEEK_SET) != 0) {
+    return false;
+  }
+  std::vector<std::string> argv = {"/usr/bin/env", "TERM=" + Variable("TERM", "dumb")};
+  std::istringstream words(Variable("PAGER", "pager"));
+  for (std::string word; words >> word;) argv.push_back(word);
   std::cout.flush();
-  const std::unique_ptr<std::FILE, PagerCloser> pager(popen(("{ " + command + "; }").c_str(), "w"));
-  if (pager) std::fwrite(text.data(), 1, text.size(), pager.get());
+  SpawnOptions options;
+  options.stdin_fd = file.Get();
+  options.stdout_fd = STDOUT_FILENO;
+  const int status = WaitForExit(Spawn(argv, options));
+  return status >= 0 && status != kNotFound;
 }
 
 void ShowLicence(const std::string& licence, std::ostream& out) {
   const std::string text = PrintableLines(licence);
-  if (IsTerminal() && &out == &std::cout) {
-    Page(text);
-  } else {
-    out << text;
-  }
+  const bool is_shown = IsTerminal() && &out == &std::cout && Page(text);
+  if (!is_shown) out << text;
 }
 
 }  // namespace

@@ -31,6 +31,7 @@ class ElfFile {
       for (std::size_t n = 1; n < section.sh_size / sizeof(Elf64_Sym); ++n) {
         const auto symbol = At<Elf64_Sym>(section.sh_offset + n * sizeof(Elf64_Sym));
         if (symbol.st_shndx == SHN_UNDEF || symbol.st_shndx == SHN_ABS) continue;
+        if (ELF64_ST_TYPE(symbol.st_info) == STT_SECTION) continue;  // nobody can link to it
         names.insert(&bytes_.at(strings.sh_offset + symbol.st_name));
       }
     }

@@ -141,8 +141,10 @@ TEST_F(DownloadTest, VersionsHaveAPureForm) {
   EXPECT_EQ(pure, "9346-2");
   EXPECT_TRUE(update_.ConvertVersion("VXM 1.3.1-9346 Update 0", pure));
   EXPECT_EQ(pure, "9346-0");
+  EXPECT_TRUE(update_.ConvertVersion("76010-3", pure));
+  EXPECT_EQ(pure, "76010-3") << "it is its own pure form";
   EXPECT_FALSE(update_.ConvertVersion("VXM 1.3.1 Update 4", pure));
-  EXPECT_EQ(pure, "9346-0");
+  EXPECT_EQ(pure, "76010-3");
 }
 
 TEST_F(DownloadTest, WhatTheListDoesNotHaveIsNotDownloaded) {
