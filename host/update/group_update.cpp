@@ -27,28 +27,13 @@ constexpr std::uint64_t kMebibyte = std::uint64_t{1} << 20;
 constexpr std::uint64_t kSpare = kMebibyte;
 constexpr int kWhole = 100;
 
-// A small update's number may be 0: then only the word tells it from a full version.
-bool IsSmall(const std::string& version, const kalo::patch::VersionNumbers& numbers) {
-  return numbers.nano > 0 || version.find(" Update ") != std::string::npos;
-}
-
 // "76010" of a full version, "9346-2" of a small update.
 std::optional<std::string> PureForm(const std::string& version) {
   const auto numbers = kalo::patch::ParseVersionText(version);
   if (!numbers) return std::nullopt;
   const std::string build = std::to_string(numbers->build);
-  return IsSmall(version, *numbers) ? build + "-" + std::to_string(numbers->nano) : build;
-}
-
-const Release* Find(const kalo::feed::ReleaseList& list, const std::string& version) {
-  const auto numbers = kalo::patch::ParseVersionText(version);
-  if (!numbers) return nullptr;
-  const auto found =
-      std::find_if(list.releases.begin(), list.releases.end(), [&](const Release& release) {
-        return release.build == numbers->build && release.nano == numbers->nano &&
-               release.IsSmall() == IsSmall(version, *numbers);
-      });
-  return found != list.releases.end() ? &*found : nullptr;
+  return kalo::feed::NamesSmallUpdate(version) ? build + "-" + std::to_string(numbers->nano)
+                                               : build;
 }
 
 // Free space is looked at before the first byte: most often it is then that it is short.
@@ -112,7 +97,7 @@ bool GroupUpdate::Download(const std::string& folder, bool is_auto, bool promoti
 void GroupUpdate::Fetch(const std::string& folder, Target& target) {
   const DownloadProgress progress;
   const auto list = kalo::feed::FetchReleaseList(target.unique);
-  const Release* release = list ? Find(*list, target.version) : nullptr;
+  const Release* release = list ? kalo::feed::FindRelease(*list, target.version) : nullptr;
   if (release == nullptr) {
     throw DownloadError(DownloadError::Cause::kServer,
                         target.version + " for " + target.unique + " is not in the maker's list");

@@ -37,12 +37,8 @@ Json::Value Check(ApiClient& client, const std::vector<int>& nodes) {
   return client.Call("KALO.Mesh.Upgrade.Patch.Check", 1, "equal", params, ApiClient::kLongPatience);
 }
 
-bool IsAvailable(const Json::Value& data) {
-  return data.isObject() && data["available"].isBool() && data["available"].asBool();
-}
-
 std::string Sentence(const Json::Value& data) {
-  if (!IsAvailable(data)) return "No node lags behind.";
+  if (!IsTrue(data, "available")) return "No node lags behind.";
   std::string ids;
   for (const Json::Value& id : data["nodes"]) ids += " " + (id.isInt() ? id.asString() : "?");
   return "Behind the others:" + ids + ". Next version: " + Printable(TextOf(data, "version"));
@@ -82,7 +78,7 @@ int RunEqualCheck(const CommonOptions& common, const EqualOptions& options) {
     return kOk;
   }
   std::cout << Sentence(data) << "\n";
-  if (IsAvailable(data)) std::cout << "Next: kalo-mesh equal start\n";
+  if (IsTrue(data, "available")) std::cout << "Next: kalo-mesh equal start\n";
   return kOk;
 }
 
@@ -90,7 +86,7 @@ int RunEqualStart(const CommonOptions& common, const EqualOptions& options) {
   ApiClient client(OpenSession(common), common.connect_deadline);
   int rounds = 0;
   Json::Value offer = Check(client, options.nodes);
-  while (IsAvailable(offer)) {
+  while (IsTrue(offer, "available")) {
     if (!common.json) std::cout << Sentence(offer) << "\n";
     RunRound(client, common, options.deadline);
     ++rounds;

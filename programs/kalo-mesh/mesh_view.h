@@ -34,6 +34,9 @@ struct MeshView {
 /// @return the number of a member, 0 when it is none.
 [[nodiscard]] int NumberOf(const Json::Value& object, const char* key);
 
+/// @return whether a member is true.
+[[nodiscard]] bool IsTrue(const Json::Value& object, const char* key);
+
 /// @throws as ApiClient::Call
 [[nodiscard]] Json::Value FetchNodes(ApiClient& client);
 [[nodiscard]] MeshView ReadMesh(const Json::Value& data);

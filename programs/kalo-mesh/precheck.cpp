@@ -28,10 +28,6 @@ struct Language {
 
 constexpr std::array kLanguages = {Language{"de", "ger"}, Language{"fr", "fre"}};
 
-bool BoolOf(const Json::Value& data, const char* name) {
-  return data.isObject() && data[name].isBool() && data[name].asBool();
-}
-
 // A text of several lines, line by line: what a firmware prints must not steer the terminal.
 std::string PrintableLines(const std::string& text) {
   std::string printable;
@@ -98,12 +94,12 @@ Json::Value AskPrecheck(ApiClient& client, const std::string& language) {
 
 Precheck ReadPrecheck(const Json::Value& data) {
   Precheck precheck;
-  precheck.has_licence = BoolOf(data, "eulacheck");
+  precheck.has_licence = IsTrue(data, "eulacheck");
   precheck.licence = TextOf(data, "eulacheck_content");
-  precheck.has_findings = BoolOf(data, "precheck");
+  precheck.has_findings = IsTrue(data, "precheck");
   if (!precheck.has_findings) return precheck;
   const Json::Value& info = data["precheck_info"];
-  precheck.can_continue = BoolOf(info, "can_continue");
+  precheck.can_continue = IsTrue(info, "can_continue");
   precheck.note = TextOf(info, "leading_note");
   precheck.message = TextOf(info, "message");
   return precheck;

@@ -4,13 +4,6 @@
 #include "programs/kalo-mesh/terminal.h"
 
 namespace kalo::cli {
-namespace {
-
-bool IsTrue(const Json::Value& data, const char* key) {
-  return data.isObject() && data[key].isBool() && data[key].asBool();
-}
-
-}  // namespace
 
 Json::Value CheckForUpdate(ApiClient& client, bool is_auto) {
   Json::Value params(Json::objectValue);

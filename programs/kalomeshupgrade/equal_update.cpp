@@ -13,7 +13,6 @@
 #include "host/core/log.h"
 #include "host/update/download/fetch_patch.h"
 #include "host/update/feed/feed_client.h"
-#include "host/update/patch_format/version_text.h"
 #include "platform/core/file.h"
 #include "platform/core/key_value.h"
 #include "platform/mesh/client.h"
@@ -70,18 +69,6 @@ void EmptyStore(const char* folder) {
   if (KALOFSMkdirP(folder, 0, 1, -1, -1) < 0 || !RemoveContents(folder)) {
     throw EqualUpdateError(std::string(folder) + ": " + std::strerror(errno));
   }
-}
-
-const feed::Release& FindRelease(const feed::ReleaseList& list, const std::string& version,
-                                 bool small) {
-  const auto numbers = patch::ParseVersionText(version);
-  const auto found =
-      std::find_if(list.releases.begin(), list.releases.end(), [&](const feed::Release& release) {
-        return numbers && release.build == numbers->build && release.nano == numbers->nano &&
-               release.IsSmall() == small;
-      });
-  if (found != list.releases.end()) return *found;
-  throw EqualUpdateError(version + " for " + list.unique + " is not in the maker's list");
 }
 
 }  // namespace
@@ -144,18 +131,20 @@ std::string EqualUpdate::Fetch(const WantedPatch& patch, const ModelGroup& group
   Log(LOG_NOTICE, "%s for %s", patch.version.c_str(), group.unique.c_str());
   const auto list = feed::FetchReleaseList(group.unique);
   if (!list) throw EqualUpdateError("no list of releases for " + group.unique);
-  const bool small = patch.store == paths::kNanoStore;
-  const feed::Release& release = FindRelease(*list, patch.version, small);
+  const feed::Release* release = feed::FindRelease(*list, patch.version);
+  if (release == nullptr) {
+    throw EqualUpdateError(patch.version + " for " + group.unique + " is not in the maker's list");
+  }
   std::string pure;
-  (void)GroupUpdate().ConvertVersion(release.version, pure);
+  (void)GroupUpdate().ConvertVersion(release->version, pure);
   std::string path = patch.store;
   path += "/" + group.unique + "_" + pure + ".pat";
-  const auto size = static_cast<double>(release.file.size);
+  const auto size = static_cast<double>(release->file.size);
   const download::TransferHooks hooks{
       [this] { return !IsStopAsked(); },
       [this, size](std::uint64_t bytes) { ShowFraction(static_cast<double>(bytes) / size); }};
   try {
-    download::FetchPatch(group.unique, release, path, hooks);
+    download::FetchPatch(group.unique, *release, path, hooks);
   } catch (const download::DownloadError& e) {
     if (e.GetCause() == download::DownloadError::Cause::kCancelled) throw Stopped();
     throw;

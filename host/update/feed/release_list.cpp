@@ -149,6 +149,23 @@ std::string WriteReleaseList(const ReleaseList& list) {
   return root.toStyledString();
 }
 
+bool NamesSmallUpdate(const std::string& version) {
+  const auto numbers = patch::ParseVersionText(version);
+  return version.find(kSmallUpdateMark) != std::string::npos || (numbers && numbers->nano > 0);
+}
+
+const Release* FindRelease(const ReleaseList& list, const std::string& version) {
+  const auto numbers = patch::ParseVersionText(version);
+  if (!numbers) return nullptr;
+  const bool small = NamesSmallUpdate(version);
+  const auto found =
+      std::find_if(list.releases.begin(), list.releases.end(), [&](const Release& release) {
+        return release.build == numbers->build && release.nano == numbers->nano &&
+               release.IsSmall() == small;
+      });
+  return found != list.releases.end() ? &*found : nullptr;
+}
+
 void SortReleaseList(ReleaseList& list) {
   std::sort(list.releases.begin(), list.releases.end(), IsBefore);
   for (std::vector<std::int32_t>* builds : {&list.stones, &list.field_builds}) {

@@ -51,6 +51,14 @@ struct ReleaseList {
 /// @return the document, ending in a line end: what is signed.
 [[nodiscard]] std::string WriteReleaseList(const ReleaseList& list);
 
+/// @param version a version text in any of its forms; with " Update " or a number of its own it
+///                names a small update
+/// @return null when the list has no such release.
+[[nodiscard]] const Release* FindRelease(const ReleaseList& list, const std::string& version);
+
+/// @return whether a version text names a small update, whose number may be 0.
+[[nodiscard]] bool NamesSmallUpdate(const std::string& version);
+
 /// Brings releases, stones and builds into their order.
 void SortReleaseList(ReleaseList& list);
 
