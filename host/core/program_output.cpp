@@ -6,7 +6,6 @@
 
 #include <array>
 #include <cerrno>
-#include <utility>
 
 #include "host/core/guest_program.h"
 #include "host/core/spawn.h"
@@ -35,7 +34,8 @@ UniqueFd Collect(pid_t pid, const UniqueFd& output) {
   return {};
 }
 
-std::FILE* ToStream(UniqueFd fd, pid_t pid) {
+// Takes the descriptor over on success.
+std::FILE* ToStream(UniqueFd& fd, pid_t pid) {
   if (!fd || !Remember(fd.Get(), pid)) return nullptr;
   std::FILE* stream = fdopen(fd.Get(), "r");
   if (stream != nullptr) (void)fd.Release();
@@ -60,7 +60,8 @@ std::FILE* OpenProgramOutput(const std::vector<std::string>& argv, const std::st
   const pid_t pid = Spawn(argv, options);
   if (pid < 0) return nullptr;
   write_end.Reset();
-  std::FILE* stream = ToStream(is_guest ? Collect(pid, read_end) : std::move(read_end), pid);
+  if (is_guest) read_end = Collect(pid, read_end);
+  std::FILE* stream = ToStream(read_end, pid);
   if (stream != nullptr) return stream;
   const int error = errno;
   read_end.Reset();  // so that a program of ours does not wait for a reader for ever
@@ -71,7 +72,7 @@ std::FILE* OpenProgramOutput(const std::vector<std::string>& argv, const std::st
 
 int CloseProgramOutput(std::FILE* stream) {
   const pid_t pid = Recall(fileno(stream));
-  (void)std::fclose(stream);
+  (void)std::fclose(stream);  // NOLINT(cppcoreguidelines-owning-memory): as the C interface has it
   const ProcessEnd end = WaitForEnd(pid);
   if (!end.by_signal) return end.number;
   errno = ECANCELED;
