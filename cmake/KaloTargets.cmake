@@ -87,10 +87,10 @@ function(kalo_program name)
   endif()
 endfunction()
 
-# kalo_test(NAME sources…  [NO_ROOT] [CROSS] [CROSS_FILTER filter]  [LIBS libraries…]  [TIMEOUT seconds]): one test
-# program, run whole as one ctest in a private root of its own; NO_ROOT for tests that touch no fixed
-# path, CROSS for those that start no program of ours, which an emulator could not, CROSS_FILTER for
-# the test cases that it can run.
+# kalo_test(NAME sources…  [NO_ROOT] [CROSS] [CROSS_FILTER filter]  [LIBS libraries…]
+# [TIMEOUT seconds]): one test program, run whole as one ctest in a private root of its own; NO_ROOT
+# for tests that touch no fixed path, CROSS for those that start no program of ours, which an emulator
+# could not, CROSS_FILTER for the test cases that it can run.
 function(kalo_test name)
   cmake_parse_arguments(ARG "NO_ROOT;CROSS" "TIMEOUT;CROSS_FILTER" "LIBS" ${ARGN})
   if(NOT ARG_TIMEOUT)

@@ -66,9 +66,10 @@ bool Page(const std::string& text) {
   return status >= 0 && status != kNotFound;
 }
 
-void ShowLicence(const std::string& licence, std::ostream& out) {
+// A pager waits for its reader: not where everything was agreed to beforehand.
+void ShowLicence(const std::string& licence, bool is_read, std::ostream& out) {
   const std::string text = PrintableLines(licence);
-  const bool is_shown = IsTerminal() && &out == &std::cout && Page(text);
+  const bool is_shown = is_read && IsTerminal() && &out == &std::cout && Page(text);
   if (!is_shown) out << text;
 }
 
@@ -118,7 +119,7 @@ bool PassPrecheck(const Precheck& precheck, const Consent& consent, std::ostream
     }
   }
   if (!precheck.has_licence) return true;
-  ShowLicence(precheck.licence, out);
+  ShowLicence(precheck.licence, !consent.accepts_licence, out);
   return consent.accepts_licence ||
          Agrees("Do you agree to the licence? [y/N] ", "say --accept-licence to agree to it");
 }

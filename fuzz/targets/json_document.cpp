@@ -1,4 +1,4 @@
-// The documents of the version-2 feed, as the module reads what a program fetched.
+// JSON from outside, as every program but the module itself reads it.
 
 #include "fuzz/fuzz_target.h"
 #include "host/core/strict_json.h"
