@@ -35,10 +35,11 @@ int KLIBCFileUnlockByFile(int fd) {
     errno = EBADF;
     return -1;
   }
-  // LOCK_UN first: closing alone would leave the lock with a process that shares it.
-  if (flock(fd, LOCK_UN) != 0) return -1;
+  // LOCK_UN first: closing alone would leave the lock with a process that shares it. Closing frees
+  // it from this process whatever that says.
+  const bool is_free = flock(fd, LOCK_UN) == 0;
   close(fd);
-  return 0;
+  return is_free ? 0 : -1;
 }
 
 int KLIBCSysRename(const char* from, const char* to) {

@@ -20,6 +20,16 @@ bool Remove(const std::string& path) {
   throw std::system_error(errno, std::generic_category(), "cannot remove " + path);
 }
 
+// A file that could not be looked at may be the good one: it stays, and nobody may go on with it.
+int TroubleLooking(const kalo::patch::VerifyResult& result, const kalo::patch::KeyRing& keys) {
+  using kalo::patch::VerifyOutcome;
+  if (result.outcome == VerifyOutcome::kNoKey || result.outcome == VerifyOutcome::kBadSignature) {
+    return keys.TroubleReading();
+  }
+  const int error = result.error_number;
+  return error == ENOENT || error == ENOTDIR || error == ELOOP ? 0 : error;
+}
+
 }  // namespace
 
 PatchInfo Patch::ParsePatchInfo(const std::string& path) {
@@ -28,6 +38,10 @@ PatchInfo Patch::ParsePatchInfo(const std::string& path) {
   PatchInfo info;
   info.path = path;
   if (!result.IsValid()) {
+    const int trouble = TroubleLooking(result, keys);
+    if (trouble != 0) {
+      throw std::system_error(trouble, std::generic_category(), "cannot read " + path);
+    }
     if (Remove(path)) {
       kalo::Log(LOG_ERR, "removed %s, which is no valid patch: %s", path.c_str(),
                 result.reason.c_str());

@@ -8,10 +8,13 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include "host/core/file_lock.h"
+#include "host/core/key_value_file.h"
 #include "host/core/log.h"
+#include "host/update/download/recovery.h"
 #include "platform/core/key_value.h"
 #include "platform/core/process.h"
 #include "platform/paths.h"
@@ -61,6 +64,19 @@ void RemoveDownloadProgress() {
   }
 }
 
+bool LacksPercentage(const std::optional<KeyValueText>& text) {
+  return text && !text->Get("step").value_or("").empty() &&
+         text->Get("percent").value_or("").empty();
+}
+
+bool MendPercentage(const char* path) {
+  if (!LacksPercentage(ReadKeyValueFile(path))) return true;
+  const auto edit = KeyValueEdit::Begin(path);
+  if (!edit || !LacksPercentage(edit->Found())) return edit.has_value();
+  KeyValueText text = *edit->Found();
+  return text.Set("percent", "0") && edit->Commit(text);
+}
+
 }  // namespace
 
 void StateFileKeeper::Keep(const UpdateRecord& record) {
@@ -74,8 +90,12 @@ void StateFileKeeper::Keep(const UpdateRecord& record) {
     const bool finished = record.state == UpdateState::kFinished;
     written = WriteProgress(finished ? "finished" : "failed", finished ? 100 : 0);
   }
+  for (const char* path : {paths::kDownloadProgress, paths::kUpgradeProgress}) {
+    written = MendPercentage(path) && written;
+  }
+  download::RecoverDownload();
   if (!written && !complained_) {
-    Log(LOG_ERR, "cannot write %s: %s", paths::kUpgradeProgress, std::strerror(errno));
+    Log(LOG_ERR, "cannot write the progress files: %s", std::strerror(errno));
   }
   complained_ = !written;
 }

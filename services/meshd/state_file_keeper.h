@@ -14,6 +14,9 @@ namespace kalo::meshd {
 ///    update runs. So it becomes "finished" 100 or "failed" 0, as the last update ended, and the
 ///    download's progress file goes too unless a download or an upload holds the patch lock.
 ///  - Any other word is somebody else's and stays.
+///  - Either progress file has a step and no percentage: who wrote it died, or could not write, in
+///    between, and every request would refuse the file from then on. It gets the percentage 0; one
+///    who is about to write it still does, behind that.
 class StateFileKeeper {
  public:
   /// Looks once. To be called at every tick, and after an update began or ended.

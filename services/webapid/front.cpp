@@ -50,7 +50,8 @@ void Front::Begin(Request& request, const std::string& method, const std::string
   if (method == MHD_HTTP_METHOD_GET && path == "/" && request.Port() == PortKind::kAdmin) {
     return request.Answer(Page());
   }
-  const int error = Accept(request, method, path);
+  const int error =
+      request.TellsItsEnd() ? Accept(request, method, path) : webapi::kMalformedRequest;
   if (error != 0) request.Answer(ErrorReply(error));
 }
 

@@ -151,9 +151,11 @@ MHD_Result Listener::Begin(Request& request, const char* method, const char* pat
   if (!request.GetReply()) return MHD_YES;
   request.receive_limit = kReadOver;
   // A body of usual size is read over and answered at its end; the connection stays good. Before a
-  // longer one, or one that the client holds back until it is asked for, the answer comes at once.
+  // longer one, one without a clear end, or one that the client holds back until it is asked for,
+  // the answer comes at once.
   const bool held_back = !request.Header(MHD_HTTP_HEADER_EXPECT).empty();
-  if (!held_back && request.ContentLength().value_or(0) <= kReadOver) return MHD_YES;
+  if (!held_back && request.TellsItsEnd() && request.ContentLength().value_or(0) <= kReadOver)
+    return MHD_YES;
   return QueueReply(request.Connection(), *request.GetReply());
 }
 

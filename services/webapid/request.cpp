@@ -1,5 +1,7 @@
 #include "services/webapid/request.h"
 
+#include <strings.h>
+
 #include <charconv>
 #include <utility>
 
@@ -27,6 +29,23 @@ std::optional<std::uint64_t> Request::ContentLength() const {
   const char* end = text.data() + text.size();
   if (text.empty() || std::from_chars(text.data(), end, length).ptr != end) return std::nullopt;
   return length;
+}
+
+bool Request::TellsItsEnd() const {
+  struct Count {
+    int lengths = 0;
+    int encodings = 0;
+  } count;
+  const auto look = [](void* found, MHD_ValueKind, const char* name, const char*) {
+    auto& numbers = *static_cast<Count*>(found);
+    if (strcasecmp(name, MHD_HTTP_HEADER_CONTENT_LENGTH) == 0) ++numbers.lengths;
+    if (strcasecmp(name, MHD_HTTP_HEADER_TRANSFER_ENCODING) == 0) ++numbers.encodings;
+    return MHD_YES;
+  };
+  MHD_get_connection_values(connection_, MHD_HEADER_KIND, look, &count);
+  if (count.encodings == 0) return count.lengths <= 1;
+  return count.encodings == 1 && count.lengths == 0 &&
+         strcasecmp(Header(MHD_HTTP_HEADER_TRANSFER_ENCODING).c_str(), "chunked") == 0;
 }
 
 void Request::Answer(Reply reply) {

@@ -67,7 +67,10 @@ WorkerPool::WorkerRef WorkerPool::Start() {
   worker->channel = std::move(channel.front);
   worker->watch = loop_.Watch(worker->channel.Get(), [this, worker] { OnReadable(worker); });
   // The pool may be gone when the last worker is.
-  children_.Expect(pid, [pid](int status) { LogDeath(pid, status); });
+  children_.Expect(pid, [pid, gone = options_.on_gone](int status) {
+    LogDeath(pid, status);
+    if (gone && status != 0) gone();
+  });
   return worker;
 }
 
@@ -131,7 +134,7 @@ void WorkerPool::LetGo(WorkerRef worker, bool retired) {
   loop_.Cancel(worker->timer);
   loop_.Forget(worker->watch);
   if (retired) {
-    children_.Expect(worker->pid, [pid = worker->pid, gone = options_.on_retired](int status) {
+    children_.Expect(worker->pid, [pid = worker->pid, gone = options_.on_gone](int status) {
       LogDeath(pid, status);
       if (gone) gone();
     });

@@ -32,7 +32,9 @@ class WorkerPool {
   struct Options {
     std::string program;  ///< absolute path of the worker
     std::size_t limit = 2;
-    std::function<void()> on_retired;  ///< a worker whose request forked has gone
+    /// A worker whose request forked has gone, or one that did not end by itself: what it worked at
+    /// may be half done.
+    std::function<void()> on_gone;
   };
 
   /// @param loop, children borrowed; outlive the pool

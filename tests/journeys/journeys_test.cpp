@@ -93,9 +93,11 @@ TEST_F(Journey, AVersionThatRunsAlreadyIsNothingToDo) {
 
 TEST_F(Journey, AStartWhileADownloadRunsIsComplainedOfAndRuns) {
   mesh_.UploadNext();
+  // One that nobody runs would be ended: somebody holds the lock until the CAP restarts.
   ASSERT_EQ(mesh_
                 .Exec(0, {"sh", "-c",
-                          R"(printf 'step="downloading"\npercent="10"\n' >/tmp/mesh_download)"})
+                          R"(flock -n /run/lock/mesh_patch.lock sleep 1000 >/dev/null 2>&1 &
+                             printf 'step="downloading"\npercent="10"\n' >/tmp/mesh_download)"})
                 .status,
             0);
   ASSERT_TRUE(mesh_.WaitForStatus("downloading"));

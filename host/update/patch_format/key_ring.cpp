@@ -4,10 +4,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
+#include <system_error>
 
 #include "host/core/file_io.h"
 #include "host/core/log.h"
@@ -19,9 +19,8 @@ namespace {
 
 constexpr std::size_t kLargestKeyFile = 16UL * 1024;
 
-std::vector<fs::path> PemFiles(const std::string& folder) {
+std::vector<fs::path> PemFiles(const std::string& folder, std::error_code& error) {
   std::vector<fs::path> files;
-  std::error_code error;
   for (auto entry = fs::directory_iterator(folder, error); !error && entry != fs::end(entry);
        entry.increment(error)) {
     if (entry->path().extension() == ".pem") files.push_back(entry->path());
@@ -35,9 +34,15 @@ std::vector<fs::path> PemFiles(const std::string& folder) {
 
 KeyRing KeyRing::Load(const std::string& folder) {
   KeyRing ring;
-  for (const fs::path& file : PemFiles(folder)) {
+  std::error_code error;
+  const std::vector<fs::path> files = PemFiles(folder, error);
+  if (error != std::errc::no_such_file_or_directory) ring.trouble_ = error.value();
+  for (const fs::path& file : files) {
     try {
       ring.AddFile(file);
+    } catch (const std::system_error& e) {
+      ring.trouble_ = e.code().value();
+      Log(LOG_WARNING, "patch key left out: %s", e.what());
     } catch (const std::runtime_error& e) {
       Log(LOG_WARNING, "patch key left out: %s", e.what());
     }
@@ -47,7 +52,7 @@ KeyRing KeyRing::Load(const std::string& folder) {
 
 void KeyRing::AddFile(const std::string& path) {
   const std::optional<std::string> pem = ReadFile(path, kLargestKeyFile);
-  if (!pem) throw std::runtime_error(path + ": " + std::strerror(errno));
+  if (!pem) throw std::system_error(errno, std::generic_category(), path);
   AddPem(*pem, path);
 }
 

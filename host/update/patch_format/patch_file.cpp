@@ -59,9 +59,12 @@ VerifyResult VerifyPatch(const std::string& path, const KeyRing& keys, FileTrust
   } catch (const PatchError& e) {
     failed.outcome = e.Outcome();
     failed.reason = e.what();
+    failed.error_number = e.ErrorNumber();
   } catch (const std::exception& e) {
+    // Not one that speaks of the file: there was no memory, or no hash.
     failed.outcome = VerifyOutcome::kCannotRead;
     failed.reason = e.what();
+    failed.error_number = ENOMEM;
   }
   return failed;
 }

@@ -29,6 +29,7 @@ enum class FileTrust {
 struct VerifyResult {
   VerifyOutcome outcome = VerifyOutcome::kCannotRead;
   std::string reason;            ///< what is wrong, with the member's name; empty when valid
+  int error_number = 0;          ///< of the system call that failed; 0 when the file is at fault
   PatchDescription description;  ///< only when valid, as the rest
   bool is_signed = false;        ///< a signature is there; who gives keys has it checked, too
   std::uint64_t payload_bytes = 0;

@@ -81,6 +81,11 @@ TarReader::TarReader(int fd) : fd_(fd), archive_(archive_read_new()) {
 
 void TarReader::FailReading(const std::string& doing) const {
   const char* cause = archive_error_string(archive_.get());
+  // EILSEQ, EINVAL and -1 stand for what the library finds wrong with the archive itself.
+  const int error = archive_errno(archive_.get());
+  if (error > 0 && error != EILSEQ && error != EINVAL) {
+    throw PatchError(VerifyOutcome::kCannotRead, std::strerror(error), error);
+  }
   Fail(doing + (cause == nullptr ? "" : std::string(": ") + cause));
 }
 
@@ -115,10 +120,9 @@ void TarReader::CheckChecksum(std::uint64_t header) const {
   constexpr std::size_t kField = 148;
   constexpr std::size_t kFieldSize = 8;
   std::array<char, kBlock> bytes{};
-  if (::pread(fd_, bytes.data(), bytes.size(), static_cast<off_t>(header)) !=
-      static_cast<ssize_t>(bytes.size())) {
-    Fail("the file is cut off");
-  }
+  const ssize_t count = ::pread(fd_, bytes.data(), bytes.size(), static_cast<off_t>(header));
+  if (count < 0) throw PatchError(VerifyOutcome::kCannotRead, std::strerror(errno), errno);
+  if (count != static_cast<ssize_t>(bytes.size())) Fail("the file is cut off");
   const std::string_view written(bytes.data() + kField, kFieldSize);
   unsigned int sum = kFieldSize * ' ';  // the field itself counts as blanks
   for (std::size_t i = 0; i < bytes.size(); ++i) {

@@ -7,6 +7,7 @@
 
 #include "host/core/file_lock.h"
 #include "host/core/key_value_file.h"
+#include "host/update/download/left_files.h"
 #include "platform/paths.h"
 
 namespace kalo::download {
@@ -72,6 +73,25 @@ TEST_F(DownloadRecovery, ADownloadWhoseNodesAreReadyIsFinished) {
     EXPECT_EQ(Get("step"), "finished");
     EXPECT_EQ(Get("percent"), "100");
     EXPECT_EQ(Get("version"), "kept");
+  }
+}
+
+TEST_F(DownloadRecovery, FilesThatKilledProcessesLeftGoWhenTheyAreOld) {
+  const fs::path folder = "/tmp/left";
+  fs::remove_all(folder);
+  fs::create_directories(folder / ".kalo-folder");
+  for (const char* name : {".kalo-0a1b", "rss_v2_1.json", "rss_v2_1.txt", "mesh_download"}) {
+    std::ofstream(folder / name) << "x";
+    fs::last_write_time(folder / name, fs::file_time_type::clock::now() - 2 * kLeftFileAge);
+  }
+  fs::create_symlink("mesh_download", folder / ".kalo-link");
+  std::ofstream(folder / ".kalo-young") << "x";
+  SweepLeftFiles(folder);
+  SweepLeftFiles("/tmp/none");
+  for (const char* name : {".kalo-0a1b", "rss_v2_1.json"}) EXPECT_FALSE(fs::exists(folder / name));
+  for (const char* name :
+       {"rss_v2_1.txt", "mesh_download", ".kalo-link", ".kalo-young", ".kalo-folder"}) {
+    EXPECT_TRUE(fs::exists(folder / name)) << name;
   }
 }
 

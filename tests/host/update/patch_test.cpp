@@ -1,10 +1,12 @@
 #include "platform/update/patch.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <system_error>
 
 #include "platform/paths.h"
 #include "tests/host/update/patch_format/raw_patch.h"
@@ -95,6 +97,18 @@ TEST_F(PatchTest, WhatCannotBeRemovedThrows) {
   const std::string path = folder_.Path("a-folder");
   fs::create_directory(path);
   EXPECT_THROW((void)Patch::ParsePatchInfo(path), std::exception);
+}
+
+// As many open descriptors as the process may have: neither file nor keys can be opened.
+TEST_F(PatchTest, WhatCannotBeLookedAtThrowsAndStays) {
+  const std::string path = Store(GoodPatch());
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit none{3, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  EXPECT_THROW((void)Patch::ParsePatchInfo(path), std::system_error);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+  EXPECT_TRUE(Patch::ParsePatchInfo(path).valid);
 }
 
 }  // namespace

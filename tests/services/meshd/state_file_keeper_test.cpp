@@ -192,6 +192,27 @@ TEST_F(StateFileKeeperTest, TheEqualUpdateEndsItsOwnFile) {
   ExpectFile("finished", "100");
 }
 
+TEST_F(StateFileKeeperTest, ADownloadThatNobodyRunsIsEnded) {
+  Write(paths::kDownloadProgress, "step=downloading\npercent=10\n");
+  {
+    const UniqueFd held = Hold(paths::kPatchLock);
+    keeper_.Keep(Record(UpdateState::kFailed));
+    EXPECT_EQ(Value(paths::kDownloadProgress, "step"), "downloading");
+  }
+  keeper_.Keep(Record(UpdateState::kFailed));
+  EXPECT_EQ(Value(paths::kDownloadProgress, "step"), "failed");
+}
+
+TEST_F(StateFileKeeperTest, AStepThatCameWithoutItsPercentageGetsOne) {
+  for (const char* path : {paths::kDownloadProgress, paths::kUpgradeProgress}) {
+    Write(path, "# kept\nstep=\"canceled\"\n");
+    StateFileKeeper().Keep(UpdateRecord());
+    std::ifstream file(path);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}),
+              "# kept\nstep=\"canceled\"\npercent=\"0\"\n");
+  }
+}
+
 TEST_F(StateFileKeeperTest, AHeldPatchLockProtectsTheDownloadsFile) {
   Write(paths::kUpgradeProgress, "step=upgrading\npercent=20\n");
   Write(paths::kDownloadProgress, "step=downloading\npercent=10\n");

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/services/webapid/http_client.h"
 #include "tests/services/webapid/test_authority.h"
+#include "tests/support/http_client.h"
 #include "tests/support/log_socket.h"
 
 namespace kalo::test {

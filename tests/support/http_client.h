@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 #include <json/value.h>
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <string>
@@ -40,6 +41,8 @@ class HttpClient {
 
   /// Signs in with each request from now on.
   void SetSession(std::string cookie, std::string token);
+  /// How long an answer may take; 15 seconds when nothing is said.
+  void SetPatience(std::chrono::seconds patience) { patience_ = patience; }
   /// PEM files of a client certificate.
   void SetCertificate(std::string certificate, std::string key);
 
@@ -67,6 +70,7 @@ class HttpClient {
   std::string authority_;
   std::string certificate_;
   std::string key_;
+  std::chrono::seconds patience_{15};
 };
 
 }  // namespace kalo::test

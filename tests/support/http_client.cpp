@@ -1,4 +1,4 @@
-#include "tests/services/webapid/http_client.h"
+#include "tests/support/http_client.h"
 
 #include <algorithm>
 #include <cctype>
@@ -7,8 +7,6 @@
 
 namespace kalo::test {
 namespace {
-
-constexpr long kPatience = 15;
 
 struct FreeList {
   void operator()(curl_slist* list) const { curl_slist_free_all(list); }
@@ -75,7 +73,9 @@ HttpClient::Handle HttpClient::Prepare(const std::string& path) const {
   const std::string url = "https://" + host_ + ":" + std::to_string(port_) + path;
   curl_easy_setopt(handle.get(), CURLOPT_URL, url.c_str());
   curl_easy_setopt(handle.get(), CURLOPT_CAINFO, authority_.c_str());
-  curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT, kPatience);
+  // Else the library reads every authority of the machine, for each request.
+  curl_easy_setopt(handle.get(), CURLOPT_CAPATH, nullptr);
+  curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT, static_cast<long>(patience_.count()));
   curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
   if (!certificate_.empty()) {
     curl_easy_setopt(handle.get(), CURLOPT_SSLCERT, certificate_.c_str());

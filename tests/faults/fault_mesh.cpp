@@ -1,0 +1,155 @@
+#include "tests/faults/fault_mesh.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+#include "host/core/strict_json.h"
+#include "host/core/unique_fd.h"
+#include "platform/paths.h"
+#include "tests/support/wait.h"
+
+namespace kalo::faults {
+namespace fs = std::filesystem;
+namespace {
+
+constexpr const char* kShim = FAULT_SHIM;
+constexpr int kNodes = 2;
+constexpr std::chrono::seconds kReady{30};
+// A node that stands still is given up after a time; the request that waits for it is answered
+// then.
+constexpr std::chrono::seconds kAnswer{60};
+
+std::string ReadAll(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+FaultControl* MakeControl(const fs::path& path) {
+  const UniqueFd fd(open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+  if (!fd || ftruncate(fd.Get(), sizeof(FaultControl)) != 0) {
+    throw std::runtime_error("cannot make " + path.native());
+  }
+  void* page = mmap(nullptr, sizeof(FaultControl), PROT_READ | PROT_WRITE, MAP_SHARED, fd.Get(), 0);
+  if (page == MAP_FAILED) throw std::runtime_error("cannot map " + path.native());
+  return static_cast<FaultControl*>(page);
+}
+
+}  // namespace
+
+std::string FirstVersion(int node) {
+  return node == 0 ? journeys::kFirst : "VXM 1.4.0-76005";
+}
+
+FaultMesh::FaultMesh(const std::string& name)
+    : state_(fs::path(KALO_BUILD) / "journeys" / name),
+      box_(std::make_unique<journeys::MeshBox>(
+          name, std::vector<std::string>{"--nodes", std::to_string(kNodes), "--node-version",
+                                         "1=" + FirstVersion(1)})) {
+  box_->Publish({"kalo_m1-offer-76005"});
+  box_->Publish({"kalo_m1-offer-76010"});
+  // A beta release is not in its model's regular list: so the second feed is asked too.
+  box_->Publish({"kalo_m2-offer-76010"}, {"--phase", "Beta"});
+  for (int id = 0; id < kNodes; ++id) {
+    nodes_.emplace_back(state_ / "nodes" / std::to_string(id));
+    patches_.push_back(ReadAll(fs::path(KALO_BUILD) / "journeys/patches" /
+                               ("kalo_m" + std::to_string(id + 1) + "-offer-76010.patch")));
+    console_read_.push_back(0);
+  }
+  LoadShim();
+  const Json::Value box = ParseStrictJson(ReadAll(state_ / "box.json")).value_or(Json::Value());
+  const std::string address = box["address"].asString();
+  const int port = std::stoi(address.substr(address.rfind(':') + 1));
+  client_ = std::make_unique<test::HttpClient>("127.0.0.1", port, box["ca"].asString());
+  client_->SetPatience(kAnswer);
+  if (!test::WaitFor(
+          [&] { return client_->Login("admin", box["password"].asString()).status == 200; },
+          kReady) ||
+      !WaitUntilReady()) {
+    throw std::runtime_error("the mesh does not come up with the shim: " + state_.native());
+  }
+  for (int id = 0; id < kNodes; ++id) (void)NewWords(id);
+}
+
+// Every program of a node loads it from its next boot on.
+void FaultMesh::LoadShim() {
+  for (int id = 0; id < kNodes; ++id) {
+    const fs::path etc = state_ / "nodes" / std::to_string(id) / "etc";
+    controls_.push_back(MakeControl(etc / "fault-control"));
+    fs::copy_file(kShim, etc / "fault-shim.so", fs::copy_options::overwrite_existing);
+    std::ofstream(etc / "ld.so.preload") << "/etc/fault-shim.so\n";
+  }
+  for (int id = kNodes - 1; id >= 0; --id) {
+    const fs::path old = nodes_[static_cast<std::size_t>(id)].Root();
+    box_->Event(id, "offline");
+    box_->Event(id, "online");
+    if (!test::WaitFor([&] {
+          const fs::path now = nodes_[static_cast<std::size_t>(id)].Root();
+          return !now.empty() && now != old;
+        })) {
+      throw std::runtime_error("a node does not start with the shim");
+    }
+  }
+}
+
+std::string FaultMesh::NewWords(int node) {
+  const std::string words = ReadAll(state_ / "nodes" / std::to_string(node) / "box/console");
+  std::size_t& read = console_read_.at(static_cast<std::size_t>(node));
+  const std::string fresh = words.substr(std::min(read, words.size()));
+  read = words.size();
+  return fresh;
+}
+
+void FaultMesh::Arm(const FaultPoint& point) {
+  armed_ = point.target.node;
+  FaultControl& control = *controls_.at(static_cast<std::size_t>(armed_));
+  control.program = {};
+  std::strncpy(control.program.data(), point.target.program.c_str(), control.program.size() - 1);
+  control.side = point.target.side;
+  control.action = point.action;
+  control.error = point.error;
+  control.nth = point.nth;
+  control.count = 0;
+  control.fired = 0;
+  control.armed.store(1, std::memory_order_release);
+}
+
+std::uint32_t FaultMesh::Disarm() {
+  FaultControl& control = *controls_.at(static_cast<std::size_t>(armed_));
+  control.armed.store(0, std::memory_order_release);
+  return control.count;
+}
+
+std::string FaultMesh::HitCall() const {
+  const FaultControl& control = *controls_.at(static_cast<std::size_t>(armed_));
+  return control.fired != 0 ? control.call.data() : "";
+}
+
+std::string FaultMesh::StatusWord() {
+  const test::HttpAnswer answer = client_->Post("KALO.Mesh.Upgrade/2/status");
+  const Json::Value data = answer.Data();
+  if (data.isObject() && data["status"].isString()) return data["status"].asString();
+  return "- " + std::to_string(answer.status) + " " + answer.body;
+}
+
+bool FaultMesh::WaitUntilReady() {
+  return test::WaitFor(
+      [&] {
+        const auto serves = [](const NodeView& node) {
+          return std::filesystem::exists(node.In(KALO::paths::kLocalSocket));
+        };
+        if (!std::all_of(nodes_.begin(), nodes_.end(), serves)) return false;
+        const std::string word = StatusWord();
+        // "none" is said when something is ready of which a later check found nothing more.
+        return word == "mesh_version_not_equal" || word == "ready_upgrade" || word == "none";
+      },
+      kReady);
+}
+
+}  // namespace kalo::faults

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/faults/fault_control.h"
+#include "tests/faults/fault_point.h"
+#include "tests/faults/node_view.h"
+#include "tests/journeys/support/mesh_box.h"
+#include "tests/support/http_client.h"
+
+namespace kalo::faults {
+
+/// @return what a node runs: the CAP lags behind, so that there is something to bring to one
+/// version.
+[[nodiscard]] std::string FirstVersion(int node);
+
+/// A mesh of two nodes, of two models, in each of whose programs a fault can be made to happen. A
+/// newer version for both is published and at hand.
+class FaultMesh {
+ public:
+  /// @throws std::runtime_error
+  explicit FaultMesh(const std::string& name);
+
+  [[nodiscard]] const NodeView& Node(int id) const {
+    return nodes_.at(static_cast<std::size_t>(id));
+  }
+  [[nodiscard]] journeys::MeshBox& Box() { return *box_; }
+  /// A client with a session of its own; its requests end after a minute.
+  [[nodiscard]] test::HttpClient& Client() { return *client_; }
+  [[nodiscard]] const std::string& Patch(int node) const {
+    return patches_.at(static_cast<std::size_t>(node));
+  }
+  /// What the node's programs wrote to their standard error since the last call.
+  [[nodiscard]] std::string NewWords(int node);
+
+  /// Lets the next fault happen there, and begins to count.
+  void Arm(const FaultPoint& point);
+  /// No more faults. @return the calls that were counted.
+  std::uint32_t Disarm();
+  /// @return the name of the call that was hit; empty when none was.
+  [[nodiscard]] std::string HitCall() const;
+
+  /// @return whether the mesh is up and in sync before the deadline.
+  [[nodiscard]] bool WaitUntilReady();
+  /// @return the word of "status", or "-" and why there is none.
+  [[nodiscard]] std::string StatusWord();
+
+ private:
+  void LoadShim();
+
+  std::filesystem::path state_;
+  std::unique_ptr<journeys::MeshBox> box_;
+  std::unique_ptr<test::HttpClient> client_;
+  std::vector<NodeView> nodes_;
+  std::vector<std::string> patches_;
+  std::vector<FaultControl*> controls_;  ///< one mapped page a node, for the runner's whole life
+  std::vector<std::size_t> console_read_;
+  int armed_ = 0;
+};
+
+}  // namespace kalo::faults

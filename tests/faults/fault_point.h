@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tests/faults/fault_control.h"
+
+namespace kalo::faults {
+
+/// A program of a node whose calls are hit, in one journey.
+struct Target {
+  std::string journey;
+  int node = 0;
+  std::string program;
+  Side side = Side::kParent;
+
+  [[nodiscard]] std::string Text() const;
+  /// Each hit costs the service's restart.
+  [[nodiscard]] bool IsSlow() const { return program == "meshd"; }
+};
+
+/// One fault: the n-th call of a target does not what it should.
+struct FaultPoint {
+  Target target;
+  Action action = Action::kFail;
+  int error = 0;
+  std::uint32_t nth = 1;
+  std::string condition;  ///< instead of a call: how things are all the time (Conditions)
+
+  /// As "upload 0 webapid-worker child fail EIO 12", which the runner's --only takes back.
+  [[nodiscard]] std::string Text() const;
+};
+
+/// @return the targets of all journeys.
+[[nodiscard]] std::vector<Target> AllTargets();
+
+/// @return the conditions under which journeys are gone, and the node of each.
+[[nodiscard]] std::vector<std::pair<std::string, int>> Conditions();
+
+/// @return the points that are no single call: every journey under every condition, answers that
+/// are
+///         spoiled on their way from a node, the CAP's plug pulled at one in twenty calls of a
+///         request.
+/// @param slow also those that wait until a node is given up
+[[nodiscard]] std::vector<FaultPoint> PointsBesideCalls(bool slow);
+
+/// @return every point of a target whose journey makes so many calls, failing and killed.
+[[nodiscard]] std::vector<FaultPoint> PointsOf(const Target& target, std::uint32_t calls);
+
+/// @return the point of a text that FaultPoint::Text made.
+/// @throws std::runtime_error
+[[nodiscard]] FaultPoint ParsePoint(const std::string& text);
+
+}  // namespace kalo::faults

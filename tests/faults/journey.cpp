@@ -1,0 +1,134 @@
+#include "tests/faults/journey.h"
+
+#include <stdexcept>
+
+#include "platform/paths.h"
+#include "tests/support/wait.h"
+
+namespace kalo::faults {
+namespace {
+
+using test::HttpAnswer;
+
+constexpr std::chrono::seconds kJobDeadline{120};
+
+std::string Staged(const char* file) {
+  return std::string(KALO::paths::kStagedPatch) + "/" + file;
+}
+
+// Notes an answer. No envelope at all is what may never be.
+bool Note(const std::string& what, const HttpAnswer& answer, Outcome& outcome) {
+  outcome.words += what + ": " + std::to_string(answer.status) + " " + answer.body + "; ";
+  if (answer.Code() < 0) outcome.broken = what + " got no answer: " + answer.body;
+  return answer.Code() == 0;
+}
+
+Outcome Upload(FaultMesh& mesh) {
+  Outcome outcome;
+  outcome.success = Note("upload",
+                         mesh.Client().PostForm("KALO.Mesh.Upgrade.Patch/1/upload",
+                                                {{"kalo_m1_file", mesh.Patch(0), "m1.pat"},
+                                                 {"kalo_m2_file", mesh.Patch(1), "m2.pat"}}),
+                         outcome);
+  for (int node = 0; outcome.success && node < 2; ++node) {
+    if (!HoldsPatch(mesh, node)) {
+      outcome.broken = "an upload was granted, and node " + std::to_string(node) + " has no patch";
+    }
+  }
+  return outcome;
+}
+
+// Follows a download until it says how it ended. "finished" is said when the last patch is fetched;
+// the nodes have theirs when the upgrade's file says so.
+void Follow(FaultMesh& mesh, Outcome& outcome) {
+  std::string step;
+  const bool ended = test::WaitFor(
+      [&] {
+        const HttpAnswer answer = mesh.Client().Post("KALO.Mesh.Upgrade.Download/1/progress");
+        if (answer.Code() < 0) outcome.broken = "progress got no answer: " + answer.body;
+        step = answer.Data().isObject() ? answer.Data()["status"].asString() : "";
+        if (answer.Code() != 0 || step == "downloading") return false;
+        return step != "finished" || mesh.Node(0).Count(kChildName) == 0;
+      },
+      kJobDeadline);
+  outcome.words += "ended as " + step + "; ";
+  if (!ended) outcome.broken = "a download does not end";
+  const std::string nodes = mesh.Node(0).Read(KALO::paths::kUpgradeProgress);
+  outcome.success = step == "finished" && nodes.find("ready_upgrade") != std::string::npos;
+  // A node whose list could not be asked is left out by the check.
+  const std::string found = mesh.Node(0).Read(KALO::paths::kPatchInformation);
+  for (int node = 0; outcome.success && node < 2; ++node) {
+    const std::string model = "kalo_m" + std::to_string(node + 1) + "  " + std::to_string(node);
+    if (found.find(model) != std::string::npos && !HoldsPatch(mesh, node)) {
+      outcome.broken = "a download finished, and node " + std::to_string(node) + " has no patch";
+    }
+  }
+}
+
+Outcome Download(FaultMesh& mesh) {
+  Outcome outcome;
+  const HttpAnswer check = mesh.Client().Post("KALO.Mesh.Upgrade.Patch/2/check");
+  if (!Note("check", check, outcome)) return outcome;
+  if (check.Data()["promotion_version"] != journeys::kNext) return outcome;
+  if (Note("start",
+           mesh.Client().Post("KALO.Mesh.Upgrade.Download/1/start", R"({"is_promotion": true})"),
+           outcome)) {
+    Follow(mesh, outcome);
+  }
+  return outcome;
+}
+
+Outcome Precheck(FaultMesh& mesh) {
+  Outcome outcome;
+  const HttpAnswer answer =
+      mesh.Client().Post("KALO.Mesh.Upgrade/1/precheck", R"({"lang": "enu"})");
+  outcome.success = Note("precheck", answer, outcome) && answer.Data()["eulacheck"] == true &&
+                    !answer.Data()["eulacheck_content"].asString().empty();
+  return outcome;
+}
+
+Outcome Equal(FaultMesh& mesh) {
+  Outcome outcome;
+  const HttpAnswer answer =
+      mesh.Client().Post("KALO.Mesh.Upgrade.Patch.Check/1/equal", R"({"nodes": [0, 1]})");
+  outcome.success = Note("equal", answer, outcome) && answer.Data()["available"] == true &&
+                    answer.Data()["version"] == FirstVersion(1);
+  return outcome;
+}
+
+Outcome Clean(FaultMesh& mesh) {
+  Outcome outcome;
+  // A node that does not answer keeps what it has, and that is no failure; here each one answers
+  // unless it was hit.
+  outcome.success = Note("clean", mesh.Client().Post("KALO.Mesh.Upgrade.Patch/1/clean"), outcome) &&
+                    mesh.Node(0).Read(Staged("info")).empty() &&
+                    mesh.Node(1).Read(Staged("info")).empty();
+  return outcome;
+}
+
+}  // namespace
+
+bool HoldsPatch(const FaultMesh& mesh, int node) {
+  return !mesh.Node(node).Read(Staged("info")).empty() &&
+         mesh.Node(node).Read(Staged("patch.pat")) == mesh.Patch(node);
+}
+
+std::string Prepare(FaultMesh& mesh, const std::string& journey) {
+  if (journey != "precheck" && journey != "clean") return "";
+  // The CAP's restart takes the locator, not the patch.
+  const bool located = !mesh.Node(0).Read(KALO::paths::kFullPatchLocator).empty();
+  if (located && HoldsPatch(mesh, 0) && HoldsPatch(mesh, 1)) return "";
+  const Outcome outcome = Upload(mesh);
+  return outcome.success ? outcome.broken : "cannot hand in a patch: " + outcome.words;
+}
+
+Outcome Go(FaultMesh& mesh, const std::string& journey) {
+  if (journey == "upload") return Upload(mesh);
+  if (journey == "download") return Download(mesh);
+  if (journey == "precheck") return Precheck(mesh);
+  if (journey == "equal") return Equal(mesh);
+  if (journey == "clean") return Clean(mesh);
+  throw std::runtime_error("there is no journey " + journey);
+}
+
+}  // namespace kalo::faults

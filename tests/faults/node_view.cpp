@@ -1,0 +1,159 @@
+#include "tests/faults/node_view.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <charconv>
+#include <csignal>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+#include "host/core/unique_fd.h"
+
+namespace kalo::faults {
+namespace fs = std::filesystem;
+namespace {
+
+constexpr const char* kFirstProcess = "node-init";
+// What of a node can change. Everything else is read-only or made anew at its boot.
+constexpr const char* kRoots[] = {"/etc", "/etc.defaults", "/root",   "/run",
+                                  "/tmp", "/var",          "/volume1"};
+
+fs::path Proc(pid_t pid, const char* entry) {
+  return fs::path("/proc") / std::to_string(pid) / entry;
+}
+
+// Whatever can be read: a process may end meanwhile.
+std::string ReadAll(const fs::path& path) {
+  const std::ifstream file(path, std::ios::binary);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+std::string NameOf(pid_t pid) {
+  std::string name = ReadAll(Proc(pid, "comm"));
+  if (!name.empty()) name.pop_back();
+  return name;
+}
+
+std::string NamespaceOf(pid_t pid) {
+  std::error_code error;
+  return fs::read_symlink(Proc(pid, "ns/pid"), error).native();
+}
+
+bool IsZombie(pid_t pid) {
+  const std::string stat = ReadAll(Proc(pid, "stat"));
+  const std::size_t end = stat.rfind(") ");
+  return end == std::string::npos || stat[end + 2] == 'Z';
+}
+
+std::vector<pid_t> AllProcesses() {
+  std::vector<pid_t> pids;
+  for (const auto& entry : fs::directory_iterator("/proc")) {
+    const std::string name = entry.path().filename();
+    pid_t pid = 0;
+    const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), pid);
+    if (error == std::errc() && end == name.data() + name.size()) pids.push_back(pid);
+  }
+  return pids;
+}
+
+bool IsSame(const fs::path& a, const fs::path& b) {
+  struct stat one {};
+  struct stat other {};
+  return stat(a.c_str(), &one) == 0 && stat(b.c_str(), &other) == 0 && one.st_dev == other.st_dev &&
+         one.st_ino == other.st_ino;
+}
+
+std::size_t CountEntries(const fs::path& folder) {
+  std::error_code error;
+  const fs::directory_iterator begin(folder, error);
+  return error ? 0 : static_cast<std::size_t>(std::distance(begin, fs::directory_iterator()));
+}
+
+void Collect(const fs::path& root, const fs::path& path, std::map<std::string, FileState>& files) {
+  struct stat state {};
+  if (lstat(path.c_str(), &state) != 0) return;
+  const std::string name = path.native().substr(root.native().size());
+  if (!S_ISDIR(state.st_mode)) {
+    files[name] = {state.st_mode, static_cast<std::uint64_t>(state.st_size),
+                   state.st_mtim.tv_sec * 1'000'000'000 + state.st_mtim.tv_nsec};
+    return;
+  }
+  files[name] = {state.st_mode, 0, 0};
+  std::error_code error;
+  for (fs::directory_iterator i(path, error); !error && i != fs::directory_iterator();
+       i.increment(error)) {
+    Collect(root, i->path(), files);
+  }
+}
+
+}  // namespace
+
+NodeView::NodeView(fs::path folder) : folder_(std::move(folder)) {}
+
+pid_t NodeView::FirstProcess() const {
+  const auto is_ours = [&](pid_t pid) {
+    return NameOf(pid) == kFirstProcess && IsSame(Proc(pid, "root") / "box", folder_ / "box");
+  };
+  if (first_ > 0 && is_ours(first_)) return first_;
+  const std::vector<pid_t> pids = AllProcesses();
+  const auto found = std::find_if(pids.begin(), pids.end(), is_ours);
+  first_ = found == pids.end() ? 0 : *found;
+  return first_;
+}
+
+fs::path NodeView::Root() const {
+  const pid_t first = FirstProcess();
+  return first > 0 ? Proc(first, "root") : fs::path();
+}
+
+fs::path NodeView::In(const std::string& path) const {
+  return Root().native() + path;
+}
+
+std::string NodeView::Read(const std::string& path) const {
+  return ReadAll(In(path));
+}
+
+std::vector<Process> NodeView::Processes() const {
+  std::vector<Process> processes;
+  const std::string space = NamespaceOf(FirstProcess());
+  if (space.empty()) return processes;
+  for (const pid_t pid : AllProcesses()) {
+    if (NamespaceOf(pid) != space || IsZombie(pid)) continue;
+    processes.push_back({pid, NameOf(pid), CountEntries(Proc(pid, "fd"))});
+  }
+  return processes;
+}
+
+std::size_t NodeView::Count(const std::string& name) const {
+  const std::vector<Process> processes = Processes();
+  return static_cast<std::size_t>(std::count_if(processes.begin(), processes.end(),
+                                                [&](const Process& p) { return p.name == name; }));
+}
+
+std::map<std::string, FileState> NodeView::Files() const {
+  std::map<std::string, FileState> files;
+  const fs::path root = Root();
+  if (root.empty()) return files;
+  for (const char* folder : kRoots) Collect(root, root.native() + folder, files);
+  return files;
+}
+
+bool NodeView::IsFree(const std::string& lock) const {
+  const UniqueFd fd(open(In(lock).c_str(), O_RDONLY | O_CLOEXEC));
+  return !fd || flock(fd.Get(), LOCK_EX | LOCK_NB) == 0;
+}
+
+void NodeView::Kill(const std::string& name) const {
+  for (const Process& process : Processes()) {
+    if (process.name == name) kill(process.pid, SIGKILL);
+  }
+}
+
+}  // namespace kalo::faults

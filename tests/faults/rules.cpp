@@ -1,0 +1,298 @@
+#include "tests/faults/rules.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <fstream>
+#include <sstream>
+#include <string_view>
+
+#include "platform/paths.h"
+#include "tests/support/wait.h"
+
+namespace kalo::faults {
+namespace {
+
+namespace paths = KALO::paths;
+
+constexpr std::chrono::seconds kJobsEnd{30};
+constexpr std::chrono::seconds kLockFree{1};
+constexpr std::chrono::seconds kDeadJobTold{5};
+constexpr std::chrono::seconds kBackToBase{10};
+constexpr std::size_t kMostWorkers = 16;
+constexpr int kNodes = 2;
+constexpr const char* kForeignLine = "somebody=\"else\"\n";
+
+// As the processes see it; through /proc the links of /var would lead to our own.
+constexpr const char* kPatchLockHere = "/run/lock/mesh_patch.lock";
+
+// Programs that run only while there is something to do.
+constexpr std::array<std::string_view, 6> kJobs = {kChildName,      "wget",    "kalomeshupgrade",
+                                                   "kaloappnotify", "updater", "kalo-download-r"};
+
+// Where a journey may leave something, or change it. Nothing else in a node may change.
+constexpr std::array<std::string_view, 23> kMayChange = {
+    "/etc/fault-control",
+    "/etc/kaloinfo.conf",
+    "/fullupgr@de.info",
+    "/run/customized_reason",
+    "/run/dbus/",
+    "/run/kalo/",
+    "/run/lock/mesh_patch.lock",
+    "/run/meshupdatetoequal.pid",
+    "/run/mount",
+    "/tmp/lock",
+    "/tmp/mesh_download",
+    "/tmp/mesh_patch",
+    "/tmp/mesh_upgrade",
+    "/tmp/patchtmp",
+    "/var/lib/kalo/feed",
+    "/var/lib/kalo/meshd/",
+    "/var/lib/kalo/notifications.json",
+    "/var/lib/kalo/sessions/",
+    "/var/log/messages",
+    "/volume1/@mesh_full",
+    "/volume1/@mesh_nano",
+    "/volume1/@node_patch",
+    "/volume1/@upload",
+};
+
+template <std::size_t N>
+bool IsBelow(const std::string& path, const std::array<std::string_view, N>& places) {
+  return std::any_of(places.begin(), places.end(),
+                     [&](std::string_view place) { return path.starts_with(place); });
+}
+
+// What a killed process may leave: it is swept when it is too old to belong to a living one.
+bool IsSwept(const std::string& path) {
+  return path.find("/.kalo-") != std::string::npos || path.starts_with("/tmp/rss_v2_");
+}
+
+// What is there only while something is written or received; a process that was killed meanwhile
+// leaves it to the next one.
+bool IsPassing(const std::string& path) {
+  return IsSwept(path) || path.find(".part") != std::string::npos ||
+         path.find("/@upload/") != std::string::npos || path.starts_with("/tmp/patchtmp");
+}
+
+bool IsFolder(const FileState& file) {
+  return (file.mode & 0170000) == 0040000;
+}
+
+std::string Lines(const std::string& text, std::string_view mark) {
+  std::istringstream lines(text);
+  std::string line;
+  std::string found;
+  while (std::getline(lines, line)) {
+    if (line.find(mark) != std::string::npos) found += line + "\n";
+  }
+  return found;
+}
+
+// The value of a line key="value" without escapes, which these files never need.
+std::string Value(const std::string& text, const std::string& key) {
+  const std::string line = Lines(text, key + "=\"");
+  const std::size_t begin = line.find('"');
+  if (begin == std::string::npos) return "";
+  return line.substr(begin + 1, line.find('"', begin + 1) - begin - 1);
+}
+
+// @return the first line that is no key="value"; empty when each one is.
+std::string FirstBadLine(const std::string& text) {
+  std::istringstream lines(text);
+  std::string line;
+  while (std::getline(lines, line)) {
+    const std::size_t equals = line.find("=\"");
+    const bool is_comment = line.empty() || line.front() == '#';
+    if (!is_comment && (equals == 0 || equals == std::string::npos || line.size() < equals + 3 ||
+                        line.back() != '"')) {
+      return line;
+    }
+  }
+  return text.empty() || text.back() == '\n' ? "" : "no end of line";
+}
+
+std::size_t DescriptorsOf(const NodeView& node, std::string_view name) {
+  std::size_t most = 0;
+  for (const Process& process : node.Processes()) {
+    if (process.name == name) most = std::max(most, process.descriptors);
+  }
+  return most;
+}
+
+// Each worker costs the front a few: those aside.
+std::size_t FrontDescriptors(const NodeView& node) {
+  const std::size_t workers = node.Count("webapid-worker");
+  const std::size_t all = DescriptorsOf(node, "webapid");
+  return all - std::min(all, 2 * workers);
+}
+
+}  // namespace
+
+Rules::Rules(FaultMesh& mesh) : mesh_(mesh) {
+  for (int id = 0; id < kNodes; ++id) {
+    files_.push_back(mesh_.Node(id).Files());
+    front_descriptors_.push_back(FrontDescriptors(mesh_.Node(id)));
+  }
+  // A line of somebody else in the file that a check rewrites most often.
+  const std::string found = mesh_.Node(0).Read(paths::kPatchInformation);
+  if (!found.empty() && found.find(kForeignLine) == std::string::npos) {
+    std::ofstream(mesh_.Node(0).In(paths::kPatchInformation), std::ios::app) << kForeignLine;
+  }
+  has_foreign_line_ = !found.empty();
+  service_descriptors_ = DescriptorsOf(mesh_.Node(0), "meshd");
+  configuration_ = mesh_.Node(0).Read(paths::kConfiguration);
+}
+
+void Rules::CheckAfterFault(bool restarted) {
+  CheckJobsEnd();
+  CheckLocks();
+  CheckStatusWord();
+  CheckProgressFile(paths::kDownloadProgress);
+  CheckProgressFile(paths::kUpgradeProgress);
+  CheckConfiguration(restarted);
+  for (int id = 0; id < kNodes; ++id) {
+    if (!restarted) CheckFiles(id, mesh_.Node(id).Files());
+    CheckNode(id);
+  }
+}
+
+void Rules::CheckJobsEnd() {
+  std::string running;
+  const bool ended = test::WaitFor(
+      [&] {
+        running.clear();
+        for (int id = 0; id < kNodes; ++id) {
+          for (const Process& process : mesh_.Node(id).Processes()) {
+            if (std::find(kJobs.begin(), kJobs.end(), process.name) != kJobs.end()) {
+              running += process.name + " ";
+            }
+          }
+        }
+        return running.empty();
+      },
+      kJobsEnd);
+  if (!ended) Break("a job does not end: " + running);
+}
+
+void Rules::CheckLocks() {
+  for (const char* lock : {kPatchLockHere, paths::kPrecheckLock}) {
+    if (!test::WaitFor([&] { return mesh_.Node(0).IsFree(lock); }, kLockFree)) {
+      Break(std::string(lock) + " is held after the last process of its job");
+    }
+  }
+}
+
+void Rules::CheckStatusWord() {
+  std::string word;
+  const bool told = test::WaitFor(
+      [&] {
+        word = mesh_.StatusWord();
+        return word != "downloading" && word != "upgrading";
+      },
+      kDeadJobTold);
+  if (!told) Break("five seconds after the last job the status is still " + word);
+}
+
+void Rules::CheckProgressFile(const char* path) {
+  static constexpr std::array<std::string_view, 8> kSteps = {
+      "", "none", "downloading", "ready_upgrade", "upgrading", "finished", "failed", "canceled"};
+  const std::string text = mesh_.Node(0).Read(path);
+  const std::string bad = FirstBadLine(text);
+  if (!bad.empty()) Break(std::string(path) + " has the line: " + bad);
+  const std::string step = Value(text, "step");
+  if (std::find(kSteps.begin(), kSteps.end(), step) == kSteps.end()) {
+    Break(std::string(path) + " has the step " + step);
+  }
+  const std::string percent = Value(text, "percent");
+  int number = 0;
+  const auto [end, error] =
+      std::from_chars(percent.data(), percent.data() + percent.size(), number);
+  if (!percent.empty() && (error != std::errc() || end != percent.data() + percent.size() ||
+                           number < 0 || number > 100)) {
+    Break(std::string(path) + " has the percentage " + percent);
+  }
+}
+
+void Rules::CheckConfiguration(bool restarted) {
+  if (restarted) has_foreign_line_ = false;
+  for (const char* path : {paths::kConfiguration, paths::kPatchInformation}) {
+    const std::string bad = FirstBadLine(mesh_.Node(0).Read(path));
+    if (!bad.empty()) Break(std::string(path) + " has the line: " + bad);
+  }
+  // What the mesh wrote before and somebody else's lines are still there.
+  const std::string now = mesh_.Node(0).Read(paths::kConfiguration);
+  const std::string patches = mesh_.Node(0).Read(paths::kPatchInformation);
+  if (has_foreign_line_ && patches.find(kForeignLine) == std::string::npos) {
+    Break("/tmp/mesh_patch lost a line of somebody else");
+  }
+  std::istringstream lines(configuration_);
+  std::string line;
+  while (std::getline(lines, line)) {
+    if (line.starts_with("patch_check_notified_version=")) continue;
+    if (Lines(now, line).empty()) Break("/etc/kaloinfo.conf lost the line: " + line);
+  }
+}
+
+void Rules::CheckFiles(int node, const Files& now) {
+  const Files& before = files_.at(static_cast<std::size_t>(node));
+  const std::string where = " at node " + std::to_string(node);
+  for (const auto& [path, state] : now) {
+    const auto old = before.find(path);
+    if (IsBelow(path, kMayChange) || IsPassing(path)) continue;
+    if (old == before.end()) Break(path + " appeared" + where);
+    if (old != before.end() && !(old->second == state)) Break(path + " was changed" + where);
+  }
+  for (const auto& [path, state] : before) {
+    if (!IsBelow(path, kMayChange) && !IsPassing(path) && !now.contains(path)) {
+      Break(path + " is gone" + where);
+    }
+  }
+}
+
+void Rules::CheckNode(int node) {
+  const NodeView& view = mesh_.Node(node);
+  const std::string where = " at node " + std::to_string(node);
+  const std::string version = Value(view.Read(paths::kRunningVersion), "version");
+  if (version != FirstVersion(node)) Break("the version is " + version + where);
+  const std::string staged = std::string(paths::kStagedPatch) + "/";
+  if (!view.Read(staged + "info").empty() && view.Read(staged + "patch.pat") != mesh_.Patch(node)) {
+    Break("what is staged is not what was published" + where);
+  }
+  const std::string words = mesh_.NewWords(node);
+  for (const char* mark : {"Sanitizer", "runtime error", "terminate called"}) {
+    const std::string found = Lines(words, mark);
+    if (!found.empty()) Break("a program broke" + where + ": " + found + words);
+  }
+}
+
+void Rules::CheckBaseLine() {
+  std::string why;
+  const bool is_back = test::WaitFor(
+      [&] {
+        why.clear();
+        for (int id = 0; id < kNodes; ++id) {
+          const NodeView& view = mesh_.Node(id);
+          const std::string where = " at node " + std::to_string(id) + "; ";
+          for (const auto& [path, state] : view.Files()) {
+            const bool is_known = files_.at(static_cast<std::size_t>(id)).contains(path);
+            const bool is_result = IsSwept(path) || (IsBelow(path, kMayChange) && !IsPassing(path));
+            if (!is_known && !is_result && !IsFolder(state)) why += path + " stays" + where;
+          }
+          if (view.Count("webapid") != 1) why += "there is not one front" + where;
+          if (view.Count("webapid-worker") > kMostWorkers) why += "too many workers" + where;
+          if (FrontDescriptors(view) > front_descriptors_.at(static_cast<std::size_t>(id)) + 2) {
+            why += "the front has more descriptors" + where;
+          }
+        }
+        if (mesh_.Node(0).Count("meshd") != 1) why += "there is not one mesh service; ";
+        if (DescriptorsOf(mesh_.Node(0), "meshd") > service_descriptors_ + 2) {
+          why += "the mesh service has more descriptors; ";
+        }
+        return why.empty();
+      },
+      kBackToBase);
+  if (!is_back) Break("not back to the base line: " + why);
+}
+
+}  // namespace kalo::faults

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tests/faults/fault_mesh.h"
+#include "tests/faults/node_view.h"
+
+namespace kalo::faults {
+
+/// What holds of a mesh whatever fails beneath it. One object watches one journey with its fault
+/// and the run after it.
+class Rules {
+ public:
+  /// Notes how things are before the fault. Every job must be over.
+  explicit Rules(FaultMesh& mesh);
+
+  /// Looks while and after what the fault began ends by itself.
+  /// @param restarted the CAP was: what lay in its memory is gone, on purpose
+  void CheckAfterFault(bool restarted);
+  /// Looks once everything was run again: nothing is left but what that run shall leave.
+  void CheckBaseLine();
+
+  /// Notes what another one saw.
+  void Break(const std::string& words) { broken_.push_back(words); }
+  /// @return every rule that did not hold; empty is well.
+  [[nodiscard]] const std::vector<std::string>& Broken() const { return broken_; }
+
+ private:
+  using Files = std::map<std::string, FileState>;
+  void CheckJobsEnd();
+  void CheckLocks();
+  void CheckStatusWord();
+  void CheckProgressFile(const char* path);
+  void CheckConfiguration(bool restarted);
+  void CheckFiles(int node, const Files& now);
+  void CheckNode(int node);
+
+  FaultMesh& mesh_;
+  std::vector<Files> files_;
+  std::vector<std::size_t> front_descriptors_;
+  std::size_t service_descriptors_ = 0;
+  std::string configuration_;
+  bool has_foreign_line_ = false;
+  std::vector<std::string> broken_;
+};
+
+}  // namespace kalo::faults
