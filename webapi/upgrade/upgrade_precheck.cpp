@@ -7,9 +7,9 @@
 
 #include <array>
 #include <cstdio>
-#include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "platform/core/file.h"
 #include "platform/core/key_value.h"
@@ -199,8 +199,22 @@ Json::Value Precheck(UpgradeHandler& handler, const std::string& language) {
   return RunUpdater(handler, language);
 }
 
-struct StreamCloser {
-  void operator()(std::FILE* stream) const { KLIBCPclose(stream); }
+// What a program says, closed whatever happens.
+class ProgramStream {
+ public:
+  explicit ProgramStream(std::FILE* stream) : stream_(stream) {}
+  ProgramStream(const ProgramStream&) = delete;
+  ProgramStream& operator=(const ProgramStream&) = delete;
+  ~ProgramStream() {
+    if (stream_ != nullptr) KLIBCPclose(stream_);
+  }
+
+  [[nodiscard]] std::FILE* Get() const { return stream_; }
+  // @return the program's exit status.
+  [[nodiscard]] int Close() { return KLIBCPclose(std::exchange(stream_, nullptr)); }
+
+ private:
+  std::FILE* stream_;
 };
 
 }  // namespace
@@ -254,19 +268,18 @@ std::string UpgradeHandler::GetEulaContent(const std::string& dir, const std::st
       Log(LOG_ERR, line::kNoUpdaterToPrint, "Updater program not found at: %s", updater.c_str());
       return "";
     }
-    std::unique_ptr<std::FILE, StreamCloser> stream(
-        KLIBCPopen(updater.c_str(), "r", "updater", "--print-eula-content", "-l", lang.c_str(),
-                   static_cast<char*>(nullptr)));
-    if (!stream) {
+    ProgramStream stream(KLIBCPopen(updater.c_str(), "r", "updater", "--print-eula-content", "-l",
+                                    lang.c_str(), static_cast<char*>(nullptr)));
+    if (stream.Get() == nullptr) {
       Log(LOG_ERR, line::kEulaNotRun, "Failed to execute updater with KLIBCPopen");
       return "";
     }
     std::string text;
     std::array<char, 4096> piece{};
-    while (fgets(piece.data(), static_cast<int>(piece.size()), stream.get()) != nullptr) {
+    while (fgets(piece.data(), static_cast<int>(piece.size()), stream.Get()) != nullptr) {
       text += piece.data();
     }
-    const int status = KLIBCPclose(stream.release());
+    const int status = stream.Close();
     if (status != 0) {
       Log(LOG_ERR, line::kEulaFailed, "Failed to get EULA content, command returned: %d", status);
       return "";

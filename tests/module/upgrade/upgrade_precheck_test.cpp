@@ -195,6 +195,14 @@ TEST_F(Precheck, TheFirstHandedInPatchThatCanBeMovedIsTaken) {
   EXPECT_THAT(Lines("parse_patch"), ElementsAre("parse_patch /tmp/FullUpgrade.pat"));
 }
 
+TEST_F(Precheck, APatchHandedInForNoModelOfTheMeshIsNotFound) {
+  HandIn("M9");
+  EXPECT_EQ(Answer(), R"(success {"eulacheck":false,"precheck":false})");
+  EXPECT_THAT(Lines("move"), IsEmpty());
+  EXPECT_THAT(Lines("log 6"), ElementsAre("log 6 1510 FullUpgrade.pat not found, treat as nano "
+                                          "precheck success"));
+}
+
 TEST_F(Precheck, NodesThatCannotBeAskedAreAFailure) {
   HandIn("M1");
   platform.node_infos.code = 1;
