@@ -17,7 +17,9 @@
 namespace kalo::webapid {
 namespace {
 
-constexpr std::size_t kConnectionMemory = std::size_t{128} << 10;
+// The library clears it before each request; headers need far less.
+constexpr std::size_t kConnectionMemory = std::size_t{32} << 10;
+constexpr MHD_UNSIGNED_LONG_LONG kMostWait = 60000;  // ms
 // What a refused request may still send so that it gets its answer on a healthy connection: closing
 // one on which bytes still come makes the client's system drop the answer.
 constexpr std::uint64_t kReadOver = std::uint64_t{8} << 20;
@@ -56,7 +58,7 @@ Listener::Listener(EventLoop& loop, RequestServer& server, UniqueFd socket, Port
   }
   (void)socket.Release();  // the library closes it
   const MHD_DaemonInfo* info = MHD_get_daemon_info(daemon_.get(), MHD_DAEMON_INFO_EPOLL_FD);
-  watch_ = loop_.Watch(info->epoll_fd, [] { /* the turn's Run serves it */ });
+  watch_ = loop_.Watch(info->epoll_fd, [this] { ready_ = true; });
 }
 
 Listener::~Listener() {
@@ -90,11 +92,19 @@ MHD_Daemon* Listener::Start(int socket) {
 }
 
 std::optional<std::chrono::milliseconds> Listener::Run() {
-  MHD_run(daemon_.get());
-  MHD_UNSIGNED_LONG_LONG wait = 0;
-  if (MHD_get_timeout(daemon_.get(), &wait) != MHD_YES) return std::nullopt;
-  constexpr MHD_UNSIGNED_LONG_LONG kMost = 60000;
-  return std::chrono::milliseconds(static_cast<long>(std::min(wait, kMost)));
+  using std::chrono::milliseconds;
+  const auto now = EventLoop::Clock::now();
+  // That a request was answered meanwhile the library learns only by being run.
+  const bool is_due = due_ && now >= *due_;
+  if (std::exchange(ready_, false) || !requests_.empty() || is_due) {
+    MHD_run(daemon_.get());
+    MHD_UNSIGNED_LONG_LONG wait = 0;
+    const bool waits = MHD_get_timeout(daemon_.get(), &wait) == MHD_YES;
+    due_.reset();
+    if (waits) due_ = now + milliseconds(static_cast<long>(std::min(wait, kMostWait)));
+  }
+  if (!due_) return std::nullopt;
+  return std::max(std::chrono::ceil<milliseconds>(*due_ - now), milliseconds(0));
 }
 
 void Listener::OnConnection(void* self, MHD_Connection* connection, void** /*context*/,

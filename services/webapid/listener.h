@@ -35,7 +35,7 @@ class Listener {
   /// No request may be suspended any more.
   ~Listener();
 
-  /// Lets the library do what is due. Call it each turn of the loop.
+  /// Lets the library do what is due, if anything is. Call it each turn of the loop.
   /// @return how long the next turn may wait at most; empty: any time
   [[nodiscard]] std::optional<std::chrono::milliseconds> Run();
 
@@ -68,6 +68,8 @@ class Listener {
   std::map<const void*, std::unique_ptr<Request>> requests_;
   std::unique_ptr<MHD_Daemon, Stop> daemon_;
   EventLoop::WatchId watch_ = 0;
+  bool ready_ = true;                                ///< something came for the library
+  std::optional<EventLoop::Clock::time_point> due_;  ///< when it wants to look by itself
 };
 
 }  // namespace kalo::webapid

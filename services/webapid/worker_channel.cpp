@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <optional>
 #include <system_error>
 #include <utility>
@@ -125,8 +126,9 @@ bool SendMessage(int fd, std::uint32_t flags, std::string_view body) {
 
 Received ReceiveMessage(int fd, ChannelMessage& result) {
   Header header{};
-  std::string body(kInlineBody, '\0');
-  std::array<iovec, 2> parts{iovec{&header, sizeof(header)}, iovec{body.data(), body.size()}};
+  // Most messages are short: what they leave of it is never touched.
+  const auto buffer = std::make_unique_for_overwrite<char[]>(kInlineBody);
+  std::array<iovec, 2> parts{iovec{&header, sizeof(header)}, iovec{buffer.get(), kInlineBody}};
   msghdr message{};
   message.msg_iov = parts.data();
   message.msg_iovlen = parts.size();
@@ -147,12 +149,11 @@ Received ReceiveMessage(int fd, ChannelMessage& result) {
   if ((header.flags & kInMemoryFile) != 0) {
     std::optional<std::string> in_file = ReadMemoryFile(file, header.size);
     if (!in_file) return Received::kBroken;
-    body = std::move(*in_file);
+    result = {header.flags & ~kInMemoryFile, std::move(*in_file)};
   } else {
     if (header.size != got - sizeof(header)) return Received::kBroken;
-    body.resize(header.size);
+    result = {header.flags, std::string(buffer.get(), header.size)};
   }
-  result = {header.flags & ~kInMemoryFile, std::move(body)};
   return Received::kMessage;
 }
 

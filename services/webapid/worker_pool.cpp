@@ -18,6 +18,9 @@
 namespace kalo::webapid {
 namespace {
 
+constexpr std::size_t kMostWaiting = 64;
+constexpr std::chrono::seconds kLongestWait{1};
+
 void LogDeath(pid_t pid, int status) {
   if (WIFSIGNALED(status)) {
     Log(LOG_WARNING, "worker %d was ended by signal %d", pid, WTERMSIG(status));
@@ -88,16 +91,35 @@ bool WorkerPool::Give(WorkerRef worker, Job& job) {
 }
 
 void WorkerPool::Submit(Job job) {
-  if (!MayTake(job.poll)) return job.done(webapi::kServerBusy, "");
+  if (MayTake(job.poll) && GiveToSomebody(job)) return;
+  if (job.poll && waiting_.size() < kMostWaiting) return Wait(std::move(job));
+  job.done(webapi::kServerBusy, "");
+}
+
+bool WorkerPool::GiveToSomebody(Job& job) {
   // An idle worker may have died unnoticed a moment ago; the next one then takes the job.
   for (auto idle = FindIdle(); idle != workers_.end(); idle = FindIdle()) {
-    if (Give(idle, job)) return;
+    if (Give(idle, job)) return true;
   }
-  if (workers_.size() < options_.limit) {
-    const WorkerRef started = Start();
-    if (started != workers_.end() && Give(started, job)) return;
+  if (workers_.size() >= options_.limit) return false;
+  const WorkerRef started = Start();
+  return started != workers_.end() && Give(started, job);
+}
+
+void WorkerPool::Wait(Job job) {
+  const auto waiting = waiting_.insert(waiting_.end(), Waiting{std::move(job), {}});
+  waiting->timer = loop_.At(EventLoop::Clock::now() + kLongestWait, [this, waiting] {
+    const Job late = std::move(waiting->job);
+    waiting_.erase(waiting);
+    late.done(webapi::kServerBusy, "");
+  });
+}
+
+void WorkerPool::ServeWaiting() {
+  while (!waiting_.empty() && GiveToSomebody(waiting_.front().job)) {
+    loop_.Cancel(waiting_.front().timer);
+    waiting_.pop_front();
   }
-  job.done(webapi::kServerBusy, "");
 }
 
 void WorkerPool::OnReadable(WorkerRef worker) {
@@ -109,6 +131,7 @@ void WorkerPool::OnReadable(WorkerRef worker) {
     worker->busy = false;
     loop_.Cancel(worker->timer);
     if ((answer.flags & kRetiring) != 0) LetGo(worker, true);
+    ServeWaiting();
     return job.done(0, std::move(answer.body));
   }
   // A worker that says something unasked is as broken as one that died.
@@ -127,6 +150,7 @@ void WorkerPool::Finish(WorkerRef worker, int code, std::string envelope) {
   const bool was_busy = worker->busy;
   const Job job = std::move(worker->job);
   LetGo(worker, false);
+  ServeWaiting();
   if (was_busy) job.done(code, std::move(envelope));
 }
 
@@ -143,6 +167,12 @@ void WorkerPool::LetGo(WorkerRef worker, bool retired) {
 }
 
 void WorkerPool::Stop() {
+  while (!waiting_.empty()) {
+    loop_.Cancel(waiting_.front().timer);
+    const Job job = std::move(waiting_.front().job);
+    waiting_.pop_front();
+    job.done(webapi::kServerBusy, "");
+  }
   while (!workers_.empty()) Finish(workers_.begin(), webapi::kServerBusy, "");
 }
 

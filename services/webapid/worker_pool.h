@@ -43,8 +43,9 @@ class WorkerPool {
   WorkerPool& operator=(const WorkerPool&) = delete;
   ~WorkerPool();
 
-  /// Gives the job to a worker. There is no queue: without a worker it is done at once with the
-  /// error "server busy".
+  /// Gives the job to a worker. Without a free one a poll waits for its turn, a second at most:
+  /// polls take moments, and many pages may ask at once. Every other job is done at once with the
+  /// error "server busy", as are polls beyond those that may wait.
   void Submit(Job job);
 
   /// Ends every job with "server busy" and lets the workers go; each ends after its request.
@@ -61,7 +62,17 @@ class WorkerPool {
   };
   using WorkerRef = std::list<Worker>::iterator;
 
+  /// A poll that waits for a worker.
+  struct Waiting {
+    Job job;
+    EventLoop::TimerId timer{};
+  };
+
   [[nodiscard]] bool MayTake(bool poll) const;
+  /// @return false when no worker takes it; the job then is still the caller's.
+  [[nodiscard]] bool GiveToSomebody(Job& job);
+  void Wait(Job job);
+  void ServeWaiting();
   [[nodiscard]] WorkerRef FindIdle();
   [[nodiscard]] WorkerRef Start();
   [[nodiscard]] bool Give(WorkerRef worker, Job& job);
@@ -74,6 +85,7 @@ class WorkerPool {
   ChildWatch& children_;
   Options options_;
   std::list<Worker> workers_;
+  std::list<Waiting> waiting_;
 };
 
 }  // namespace kalo::webapid

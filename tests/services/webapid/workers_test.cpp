@@ -34,12 +34,14 @@ class Workers : public ServerTest {
   }
 
   /// Starts requests that last until the FIFO is opened for writing, and waits until they run.
-  [[nodiscard]] std::vector<std::future<HttpAnswer>> StartHolding(std::ptrdiff_t count) const {
+  [[nodiscard]] std::vector<std::future<HttpAnswer>> StartHolding(
+      std::ptrdiff_t count, const std::string& method = "hold") const {
     EXPECT_EQ(mkfifo("/run/template.hold", 0600), 0);
     std::vector<std::future<HttpAnswer>> held;
     for (std::ptrdiff_t i = 0; i < count; ++i) {
-      held.push_back(std::async(std::launch::async,
-                                [client = Copy()]() mutable { return Call(client, "hold"); }));
+      held.push_back(std::async(std::launch::async, [client = Copy(), method]() mutable {
+        return Call(client, method);
+      }));
     }
     EXPECT_TRUE(WaitFor([count] {
       return std::count_if(std::filesystem::directory_iterator("/run"),
@@ -164,6 +166,26 @@ TEST_F(Workers, AFullPoolIsBusyAtOnceWhilePollsGoOn) {
     for (auto& answer : held) EXPECT_EQ(answer.get().Data().asString(), "held");
   }
   EXPECT_EQ(Call(client_, "echo").Code(), 0);
+}
+
+TEST_F(Workers, PollsWaitForTheirTurn) {
+  auto held = StartHolding(3);  // one worker is left for all of them
+  std::vector<std::future<HttpAnswer>> polls;
+  for (int i = 0; i < 20; ++i) {
+    polls.push_back(std::async(std::launch::async,
+                               [client = Copy()]() mutable { return Call(client, "poll"); }));
+  }
+  for (auto& poll : polls) EXPECT_EQ(poll.get().Code(), 0);
+  const UniqueFd release(open("/run/template.hold", O_RDWR | O_CLOEXEC));
+  for (auto& answer : held) EXPECT_EQ(answer.get().Code(), 0);
+}
+
+TEST_F(Workers, APollThatNobodyCanTakeIsToldSoAfterASecond) {
+  auto held = StartHolding(4, "hold_poll");
+  EXPECT_EQ(Call(client_, "poll").Code(), 7008);
+  const UniqueFd release(open("/run/template.hold", O_RDWR | O_CLOEXEC));
+  for (auto& answer : held) EXPECT_EQ(answer.get().Code(), 0);
+  EXPECT_EQ(Call(client_, "poll").Code(), 0);
 }
 
 TEST_F(Workers, TheTwoPortsHaveWorkersOfTheirOwn) {

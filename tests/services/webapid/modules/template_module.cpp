@@ -188,6 +188,7 @@ const KALO::APIRow gTable[] = {
     {"KALO.Test", 1, "segfault", Segfault},
     {"KALO.Test", 1, "hang", Hang},
     {"KALO.Test", 1, "hold", Hold},
+    {"KALO.Test", 1, "hold_poll", Hold},
     {"KALO.Test", 1, "fork_return", ForkAndReturn},
     {"KALO.Test", 1, "fork_throw", ForkAndThrow},
     {"KALO.Test", 1, "fork_lock", ForkWithLock},
