@@ -1,5 +1,5 @@
-// What a check costs the module itself, for meshes of one to a thousand nodes of one to twenty models,
-// on a platform that answers at once. The time must grow as the nodes do.
+// What a check costs the module itself, for meshes of one to a thousand nodes of one to twenty
+// models, on a platform that answers at once. The time must grow as the nodes do.
 #include <benchmark/benchmark.h>
 #include <json/value.h>
 

@@ -1,6 +1,6 @@
-// bench-fastcgi SOCKET: what a web server usually does for such a page: four processes behind nginx,
-// each building the same answer with the same library as the module's "progress" of a download does
-// when there is none.
+// bench-fastcgi SOCKET: what a web server usually does for such a page: four processes behind
+// nginx, each building the same answer with the same library as the module's "progress" of a
+// download does when there is none.
 #include <fcgiapp.h>
 #include <json/writer.h>
 #include <sys/wait.h>

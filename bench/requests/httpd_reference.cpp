@@ -1,5 +1,5 @@
-// bench-httpd PORT CERTIFICATE KEY: one process of the same HTTP library, which answers the same JSON
-// itself: as fast as it gets without sessions, workers and files.
+// bench-httpd PORT CERTIFICATE KEY: one process of the same HTTP library, which answers the same
+// JSON itself: as fast as it gets without sessions, workers and files.
 #include <arpa/inet.h>
 #include <json/writer.h>
 #include <microhttpd.h>
@@ -58,10 +58,10 @@ int main(int argc, char** argv) {
   address.sin_family = AF_INET;
   address.sin_port = htons(static_cast<std::uint16_t>(std::atoi(argv[1])));
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  MHD_Daemon* daemon = MHD_start_daemon(
-      MHD_USE_TLS | MHD_USE_EPOLL_INTERNAL_THREAD, 0, nullptr, nullptr, OnRequest, nullptr,
-      MHD_OPTION_SOCK_ADDR, &address, MHD_OPTION_HTTPS_MEM_CERT, certificate.c_str(),
-      MHD_OPTION_HTTPS_MEM_KEY, key.c_str(), MHD_OPTION_END);
+  MHD_Daemon* daemon =
+      MHD_start_daemon(MHD_USE_TLS | MHD_USE_EPOLL_INTERNAL_THREAD, 0, nullptr, nullptr, OnRequest,
+                       nullptr, MHD_OPTION_SOCK_ADDR, &address, MHD_OPTION_HTTPS_MEM_CERT,
+                       certificate.c_str(), MHD_OPTION_HTTPS_MEM_KEY, key.c_str(), MHD_OPTION_END);
   if (daemon == nullptr) return 1;
   while (true) pause();
 }

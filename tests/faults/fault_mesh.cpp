@@ -101,7 +101,7 @@ void FaultMesh::LoadShim() {
 std::string FaultMesh::NewWords(int node) {
   const std::string words = ReadAll(state_ / "nodes" / std::to_string(node) / "box/console");
   std::size_t& read = console_read_.at(static_cast<std::size_t>(node));
-  const std::string fresh = words.substr(std::min(read, words.size()));
+  std::string fresh = words.substr(std::min(read, words.size()));
   read = words.size();
   return fresh;
 }

@@ -161,6 +161,7 @@ struct sd_bus_error;
 extern "C" {
 
 // The checking run-time wants to stand first; behind this library it works as well.
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the name that it asks for.
 __attribute__((visibility("default"))) const char* __asan_default_options() {
   return "verify_asan_link_order=0";
 }

@@ -190,12 +190,9 @@ int RunAll(const Options& options) {
   return tally.lost == 0 ? 0 : 1;
 }
 
-}  // namespace
-}  // namespace kalo::faults
-
-int main(int argc, char** argv) {
+int Main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
-  kalo::faults::Options options;
+  Options options;
   CLI::App app(
       "Makes one thing after another go wrong in a running mesh, and looks whether it bears "
       "it");
@@ -209,8 +206,15 @@ int main(int argc, char** argv) {
   app.add_flag("--until-lost", options.until_lost, "End when something was lost");
   app.add_flag("--verbose", options.verbose, "Tell of every point");
   CLI11_PARSE(app, argc, argv);
+  return RunAll(options);
+}
+
+}  // namespace
+}  // namespace kalo::faults
+
+int main(int argc, char** argv) {
   try {
-    return kalo::faults::RunAll(options);
+    return kalo::faults::Main(argc, argv);
   } catch (const std::exception& trouble) {
     std::cerr << "fault-runner: " << trouble.what() << "\n";
     return 2;

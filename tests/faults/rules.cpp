@@ -240,12 +240,14 @@ void Rules::CheckFiles(int node, const Files& now) {
   for (const auto& [path, state] : now) {
     const auto old = before.find(path);
     if (IsBelow(path, kMayChange) || IsPassing(path)) continue;
-    if (old == before.end()) Break(path + " appeared" + where);
-    if (old != before.end() && !(old->second == state)) Break(path + " was changed" + where);
+    if (old == before.end()) Break(std::string(path).append(" appeared").append(where));
+    if (old != before.end() && !(old->second == state)) {
+      Break(std::string(path).append(" was changed").append(where));
+    }
   }
   for (const auto& [path, state] : before) {
     if (!IsBelow(path, kMayChange) && !IsPassing(path) && !now.contains(path)) {
-      Break(path + " is gone" + where);
+      Break(std::string(path).append(" is gone").append(where));
     }
   }
 }
@@ -262,7 +264,8 @@ void Rules::CheckNode(int node) {
   const std::string words = mesh_.NewWords(node);
   for (const char* mark : {"Sanitizer", "runtime error", "terminate called"}) {
     const std::string found = Lines(words, mark);
-    if (!found.empty()) Break("a program broke" + where + ": " + found + words);
+    if (found.empty()) continue;
+    Break(std::string("a program broke").append(where).append(": ").append(found).append(words));
   }
 }
 
@@ -277,12 +280,14 @@ void Rules::CheckBaseLine() {
           for (const auto& [path, state] : view.Files()) {
             const bool is_known = files_.at(static_cast<std::size_t>(id)).contains(path);
             const bool is_result = IsSwept(path) || (IsBelow(path, kMayChange) && !IsPassing(path));
-            if (!is_known && !is_result && !IsFolder(state)) why += path + " stays" + where;
+            if (!is_known && !is_result && !IsFolder(state))
+              why.append(path).append(" stays").append(where);
           }
-          if (view.Count("webapid") != 1) why += "there is not one front" + where;
-          if (view.Count("webapid-worker") > kMostWorkers) why += "too many workers" + where;
+          if (view.Count("webapid") != 1) why.append("there is not one front").append(where);
+          if (view.Count("webapid-worker") > kMostWorkers)
+            why.append("too many workers").append(where);
           if (FrontDescriptors(view) > front_descriptors_.at(static_cast<std::size_t>(id)) + 2) {
-            why += "the front has more descriptors" + where;
+            why.append("the front has more descriptors").append(where);
           }
         }
         if (mesh_.Node(0).Count("meshd") != 1) why += "there is not one mesh service; ";

@@ -150,7 +150,7 @@ AttackMaker::Body AttackMaker::MakeBody(const std::string& mark) {
       body.text = std::string(random_() % 3000, '[');
       break;
     case 5:
-      body.text = "\xff\xfe{\0}" + Hex(random_, random_() % 100);
+      body.text = "\xff\xfe{}" + Hex(random_, random_() % 100);
       break;
     case 6:
       body.text = "mark=" + mark + "&kalo_m1_file_tmp=/etc/kalo/users.json";

@@ -102,7 +102,8 @@ int RawClient::Answer(std::chrono::milliseconds deadline, bool has_body) {
     end = unread_.find("\r\n\r\n");
   }
   const std::string header = unread_.substr(0, end);
-  const int status = header.size() > 12 ? std::atoi(header.c_str() + 9) : 0;
+  const int status =
+      header.size() > 12 ? static_cast<int>(std::strtol(header.c_str() + 9, nullptr, 10)) : 0;
   if (status == 100) {  // the real one follows
     unread_.erase(0, end + 4);
     return Answer(deadline, has_body);

@@ -24,6 +24,7 @@ class RawClient {
   RawClient(int port, const ClientFiles& files);
   RawClient(const RawClient&) = delete;
   RawClient& operator=(const RawClient&) = delete;
+  ~RawClient() = default;
 
   /// @return whether the handshake went well and nobody closed since.
   [[nodiscard]] bool IsOpen() const { return open_; }

@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 extern "C" {
-void __gcov_dump();
+void __gcov_dump();  // NOLINT(bugprone-reserved-identifier): the run-time's name
 
 void _exit(int status) {
   __gcov_dump();

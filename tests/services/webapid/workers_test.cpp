@@ -170,8 +170,10 @@ TEST_F(Workers, AFullPoolIsBusyAtOnceWhilePollsGoOn) {
 
 TEST_F(Workers, PollsWaitForTheirTurn) {
   auto held = StartHolding(3);  // one worker is left for all of them
+  constexpr std::size_t kPolls = 20;
   std::vector<std::future<HttpAnswer>> polls;
-  for (int i = 0; i < 20; ++i) {
+  polls.reserve(kPolls);
+  for (std::size_t i = 0; i < kPolls; ++i) {
     polls.push_back(std::async(std::launch::async,
                                [client = Copy()]() mutable { return Call(client, "poll"); }));
   }
