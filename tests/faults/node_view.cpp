@@ -79,6 +79,8 @@ void Collect(const fs::path& root, const fs::path& path, std::map<std::string, F
   struct stat state {};
   if (lstat(path.c_str(), &state) != 0) return;
   const std::string name = path.native().substr(root.native().size());
+  // The build may lie below /tmp; a node sees it there, and all of its mesh's files in it.
+  if (name == KALO_BUILD) return;
   if (!S_ISDIR(state.st_mode)) {
     files[name] = {state.st_mode, static_cast<std::uint64_t>(state.st_size),
                    state.st_mtim.tv_sec * 1'000'000'000 + state.st_mtim.tv_nsec};
