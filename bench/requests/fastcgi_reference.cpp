@@ -2,33 +2,24 @@
 // nginx, each building the same answer with the same library as the module's "progress" of a
 // download does when there is none.
 #include <fcgiapp.h>
-#include <json/writer.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <string>
 
+#include "bench/requests/answer.h"
+
 namespace {
 
 constexpr int kProcesses = 4;
-
-std::string Answer() {
-  Json::Value answer(Json::objectValue);
-  answer["success"] = true;
-  answer["data"]["percent"] = 0;
-  answer["data"]["status"] = "none";
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  return Json::writeString(builder, answer);
-}
 
 int Serve(int listening) {
   FCGX_Request request;
   if (FCGX_InitRequest(&request, listening, 0) != 0) return 1;
   while (FCGX_Accept_r(&request) >= 0) {
     const std::string text =
-        "Content-Type: application/json\r\nCache-Control: no-store\r\n\r\n" + Answer();
+        "Content-Type: application/json\r\nCache-Control: no-store\r\n\r\n" + kalo::bench::Answer();
     FCGX_PutStr(text.data(), static_cast<int>(text.size()), request.out);
     FCGX_Finish_r(&request);
   }

@@ -1,7 +1,6 @@
 // bench-httpd PORT CERTIFICATE KEY: one process of the same HTTP library, which answers the same
 // JSON itself: as fast as it gets without sessions, workers and files.
 #include <arpa/inet.h>
-#include <json/writer.h>
 #include <microhttpd.h>
 #include <netinet/in.h>
 #include <unistd.h>
@@ -11,21 +10,13 @@
 #include <iterator>
 #include <string>
 
+#include "bench/requests/answer.h"
+
 namespace {
 
 std::string Read(const char* path) {
   std::ifstream file(path);
   return {std::istreambuf_iterator<char>(file), {}};
-}
-
-std::string Answer() {
-  Json::Value answer(Json::objectValue);
-  answer["success"] = true;
-  answer["data"]["percent"] = 0;
-  answer["data"]["status"] = "none";
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  return Json::writeString(builder, answer);
 }
 
 MHD_Result OnRequest(void*, MHD_Connection* connection, const char*, const char*, const char*,
@@ -39,7 +30,7 @@ MHD_Result OnRequest(void*, MHD_Connection* connection, const char*, const char*
     *size = 0;
     return MHD_YES;
   }
-  std::string text = Answer();
+  std::string text = kalo::bench::Answer();
   MHD_Response* response =
       MHD_create_response_from_buffer(text.size(), text.data(), MHD_RESPMEM_MUST_COPY);
   MHD_add_response_header(response, "Content-Type", "application/json");

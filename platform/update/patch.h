@@ -21,8 +21,7 @@ class Patch {
   /// that does not verify, or that others than root can write, is removed.
   /// @return the record; not valid for anything but a patch that verifies.
   /// @throws std::exception when a file that must go cannot be removed, and when file or keys
-  /// cannot
-  ///         be read although they are there: then the file stays.
+  ///         cannot be read although they are there: then the file stays.
   static PatchInfo ParsePatchInfo(const std::string& path);
 };
 

@@ -17,6 +17,8 @@ namespace kalo::meshd {
 ///  - Either progress file has a step and no percentage: who wrote it died, or could not write, in
 ///    between, and every request would refuse the file from then on. It gets the percentage 0; one
 ///    who is about to write it still does, behind that.
+///  - A download stands there that nobody runs: it is ended. The web API server does so when a
+///    process of its own died; this also ends what a request began and could not go on with.
 class StateFileKeeper {
  public:
   /// Looks once. To be called at every tick, and after an update began or ended.
