@@ -41,9 +41,7 @@ class Request {
   /// @return the announced size of the body; empty when there is none or it comes in chunks.
   [[nodiscard]] std::optional<std::uint64_t> ContentLength() const;
   /// @return whether the header says in one way only where the body ends. Two lengths, a length
-  /// beside
-  ///         a transfer encoding, or an odd encoding: others on the way may have read it
-  ///         differently.
+  ///         beside a transfer encoding, an odd encoding: others may have read it differently.
   [[nodiscard]] bool TellsItsEnd() const;
 
   /// Answers the request, now or after the body, and removes its uploads. The first answer counts.
