@@ -84,13 +84,15 @@ ModuleDescription ParseModuleDescription(const std::string& text, const fs::path
 }
 
 ModuleFolder ReadModuleFolder(const fs::path& folder) {
-  std::vector<fs::path> files;
-  std::error_code ignored;
-  for (const auto& entry : fs::directory_iterator(folder, ignored)) {
-    if (entry.path().extension() == ".json") files.push_back(entry.path());
-  }
-  std::sort(files.begin(), files.end());
   ModuleFolder result;
+  std::vector<fs::path> files;
+  std::error_code error;
+  for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
+       entry.increment(error)) {
+    if (entry->path().extension() == ".json") files.push_back(entry->path());
+  }
+  if (error) result.errors.push_back(folder.string() + ": " + error.message());
+  std::sort(files.begin(), files.end());
   for (const fs::path& file : files) {
     try {
       result.modules.push_back(ReadModuleDescription(file));

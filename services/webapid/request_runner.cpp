@@ -82,23 +82,23 @@ std::string SuccessEnvelope(const Json::Value& data) {
 
 }  // namespace
 
-std::string RunRequest(const webapi::ApiRegistry& registry, const ForkWatch& forks,
-                       const std::string& body) {
+RunResult RunRequest(const webapi::ApiRegistry& registry, const ForkWatch& forks,
+                     const std::string& body) {
   const std::optional<Call> call = ParseCall(body);
-  if (!call) return ErrorEnvelope(webapi::kMalformedRequest);
+  if (!call) return {ErrorEnvelope(webapi::kMalformedRequest)};
   const KALO::APIHandler handler = registry.Find(call->api, call->version, call->method);
   if (handler == nullptr) {
     Log(LOG_ERR, "%s is described but no module has it", call->Name().c_str());
-    return ErrorEnvelope(webapi::kUnknownApi);
+    return {ErrorEnvelope(webapi::kUnknownApi), true};
   }
   KALO::APIResponse response;
   Enter(handler, *call, forks, response);
   if (!response.HasAnswer()) {
     Log(LOG_ERR, "%s set no answer (%d: %s)", call->Name().c_str(), webapi::kNoAnswer,
         ErrorSentence(webapi::kNoAnswer));
-    return ErrorEnvelope(webapi::kGeneralFailure);
+    return {ErrorEnvelope(webapi::kGeneralFailure)};
   }
-  return response.IsSuccess() ? SuccessEnvelope(response.Data()) : FailureEnvelope(response);
+  return {response.IsSuccess() ? SuccessEnvelope(response.Data()) : FailureEnvelope(response)};
 }
 
 }  // namespace kalo::webapid

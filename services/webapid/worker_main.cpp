@@ -55,8 +55,9 @@ int Serve(const UniqueFd& channel) {
   const ForkWatch forks(channel.Get());
   ChannelMessage request;
   while (ReceiveMessage(channel.Get(), request) == Received::kMessage) {
-    const std::string answer = RunRequest(registry, forks, request.body);
-    if (!SendAnswer(channel.Get(), forks.Forked(), answer) || forks.Forked()) break;
+    const RunResult result = RunRequest(registry, forks, request.body);
+    const bool retiring = forks.Forked() || result.row_missing;
+    if (!SendAnswer(channel.Get(), retiring, result.envelope) || retiring) break;
   }
   webapi::InstallApiRegistry(nullptr);
   return 0;

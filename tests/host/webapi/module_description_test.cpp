@@ -79,7 +79,9 @@ TEST(ModuleDescription, AFolderGivesTheGoodOnesAndNamesTheBad) {
   ASSERT_EQ(read.modules.size(), 1U);
   EXPECT_EQ(read.modules[0].library, folder / "b.so");
   EXPECT_EQ(read.errors, std::vector<std::string>{"/tmp/modules/a.json: not well-formed JSON"});
-  EXPECT_TRUE(ReadModuleFolder("/tmp/none").modules.empty());
+  const ModuleFolder none = ReadModuleFolder("/tmp/none");
+  EXPECT_TRUE(none.modules.empty());
+  EXPECT_EQ(none.errors, std::vector<std::string>{"/tmp/none: No such file or directory"});
 }
 
 }  // namespace

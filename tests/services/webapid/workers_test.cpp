@@ -95,6 +95,21 @@ TEST_F(Workers, AnIdleWorkerThatDiesCostsNothing) {
   EXPECT_EQ(Call(client_, "echo").Code(), 0);
 }
 
+TEST_F(Workers, AModuleThatCouldNotBeReadOnceIsReadByTheNextWorker) {
+  const std::filesystem::path module = "/usr/kalo/webapi/template.so";
+  std::filesystem::rename(module, "/usr/kalo/aside.so");
+  EXPECT_EQ(Call(client_, "echo").Code(), 7002);
+  std::filesystem::rename("/usr/kalo/aside.so", module);
+  EXPECT_EQ(Call(client_, "echo").Code(), 0);
+}
+
+TEST_F(Workers, AFolderOfModulesThatCannotBeReadIsTold) {
+  EXPECT_EQ(Stop(), 0);
+  std::filesystem::rename("/usr/kalo/webapi", "/usr/kalo/aside");
+  Start();
+  EXPECT_TRUE(log_.WaitFor("/usr/kalo/webapi: No such file or directory"));
+}
+
 TEST_F(Workers, AHungRequestIsStoppedAtItsTimeLimit) {
   const HttpAnswer hung = Call(client_, "hang");
   EXPECT_EQ(hung.status, 504);
