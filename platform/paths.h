@@ -17,12 +17,14 @@ inline constexpr const char* kBootId = "/run/boot_id";
 inline constexpr const char* kInstallReport = "/run/kalo/install";
 inline constexpr const char* kInstallLock = "/run/kalo/install.lock";
 inline constexpr const char* kLocalSocket = "/run/kalo/webapid.sock";
+inline constexpr const char* kTransfers = "/run/kalo/transfers";
 inline constexpr const char* kKeyValueLocks = "/run/kalo/kv";
 inline constexpr const char* kNotificationLock = "/run/kalo/notifications.lock";
 inline constexpr const char* kAutoUpdateLock = "/run/kalo/auto_update.lock";
 
 // Kept over reboots.
 inline constexpr const char* kNotifications = "/var/lib/kalo/notifications.json";
+inline constexpr const char* kUpdateHistory = "/var/lib/kalo/meshd/history.json";
 inline constexpr const char* kFeedState = "/var/lib/kalo/feed";
 
 // Storage.
@@ -46,6 +48,7 @@ inline constexpr const char* kUsers = "/etc/kalo/users.json";
 // The installed firmware: the active slot.
 inline constexpr const char* kRunningVersion = "/usr/kalo/VERSION";
 inline constexpr const char* kModules = "/usr/kalo/webapi";
+inline constexpr const char* kPage = "/usr/kalo/web";
 inline constexpr const char* kRebootProgram = "/usr/kalo/sbin/reboot";
 inline constexpr const char* kFetchProgram = "/usr/kalo/bin/wget";
 inline constexpr const char* kNotifyProgram = "/usr/kalo/bin/kaloappnotify";

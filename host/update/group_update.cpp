@@ -14,6 +14,7 @@
 #include "host/update/download/fetch_patch.h"
 #include "host/update/feed/feed_client.h"
 #include "host/update/patch_format/version_text.h"
+#include "host/update/transfer_note.h"
 
 namespace KALO::MESH::SDK::Upgrade {
 namespace {
@@ -103,8 +104,12 @@ void GroupUpdate::Fetch(const std::string& folder, Target& target) {
                         target.version + " for " + target.unique + " is not in the maker's list");
   }
   const std::uint64_t size = release->file.size;
+  kalo::TransferNote note("download-" + target.unique);
   const kalo::download::TransferHooks hooks{[&] { return progress.IsWanted(); },
-                                            [&](std::uint64_t bytes) { ShowPercent(bytes, size); }};
+                                            [&](std::uint64_t bytes) {
+                                              note.Moved(bytes, size);
+                                              ShowPercent(bytes, size);
+                                            }};
   const std::string path =
       folder + "/" + target.unique + "_" + PureForm(release->version).value_or("") + ".pat";
   try {

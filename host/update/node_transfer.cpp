@@ -130,6 +130,7 @@ void NodeTransfer::SendForm(const Json::Value& params, const std::string& path,
 
 void NodeTransfer::AddFile(const std::string& path) {
   file_.emplace(path);
+  note_.emplace("node-" + std::to_string(node_id_));
   const std::string name = std::filesystem::path(path).filename();
   curl_mimepart* part = curl_mime_addpart(form_.get());
   curl_mime_name(part, "patch_file");
@@ -151,7 +152,9 @@ int NodeTransfer::OnFileSeek(void* self, curl_off_t offset, int origin) {
 
 int NodeTransfer::OnProgress(void* self, curl_off_t /*down_total*/, curl_off_t /*down*/,
                              curl_off_t up_total, curl_off_t up) {
-  return static_cast<NodeTransfer*>(self)->Stalls(up_total, up) ? 1 : 0;
+  auto* transfer = static_cast<NodeTransfer*>(self);
+  transfer->note_->Moved(static_cast<std::uint64_t>(up), static_cast<std::uint64_t>(up_total));
+  return transfer->Stalls(up_total, up) ? 1 : 0;
 }
 
 // The library's own low-speed limit would also count the time in which the node checks what it has

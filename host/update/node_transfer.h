@@ -11,6 +11,7 @@
 
 #include "host/update/curl_handle.h"
 #include "host/update/node_client.h"
+#include "host/update/transfer_note.h"
 #include "host/update/upload_file.h"
 #include "platform/update/response.h"
 
@@ -76,6 +77,7 @@ class NodeTransfer {
   List headers_;
   std::unique_ptr<curl_mime, MimeDeleter> form_;
   std::optional<UploadFile> file_;
+  std::optional<TransferNote> note_;
   std::chrono::milliseconds stall_{0};
   std::chrono::steady_clock::time_point moved_at_;
   curl_off_t moved_to_ = 0;

@@ -34,6 +34,7 @@ RowDescription ParseRow(const Json::Value& value, const std::string& name) {
       std::chrono::seconds(reader.Integer("timeout_s", 1, kLongestTimeout, kDefaultTimeout));
   row.poll = reader.Boolean("poll", false);
   row.files = reader.Boolean("files", false);
+  row.stream = reader.Boolean("stream", false);
   reader.Finish();
   if (row.api.empty()) reader.Fail("api", "is empty");
   if (row.method.empty()) reader.Fail("method", "is empty");

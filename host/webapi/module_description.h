@@ -23,6 +23,7 @@ struct RowDescription {
   std::chrono::seconds timeout{60};  ///< a worker that takes longer is killed
   bool poll = false;                 ///< cheap and frequent: one worker is kept free for these
   bool files = false;                ///< may carry file parts
+  bool stream = false;  ///< can be listened to: asked again and again, each change is told
 };
 
 /// The description file beside a module. Rows of a module that stand in none cannot be called.

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
@@ -8,8 +9,10 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "host/core/file_io.h"
 #include "host/update/patch_format/patch_file.h"
 #include "host/update/patch_format/sha256.h"
 #include "programs/kalo-patch/commands.h"
@@ -28,6 +31,7 @@ struct Options {
   std::string key_file;
   std::string groups = "0-9";
   std::string phase;
+  std::vector<std::string> notes;
   std::vector<std::string> models;
   std::vector<std::int32_t> field_builds;
   bool stone = false;
@@ -78,6 +82,22 @@ struct NewRelease {
   feed::Release release;
 };
 
+// "ger=notes.de.txt" becomes that language's text.
+std::map<std::string, std::string> ReadNotes(const std::vector<std::string>& options) {
+  std::map<std::string, std::string> notes;
+  for (const std::string& option : options) {
+    const std::size_t equals = option.find('=');
+    if (equals == 0 || equals == std::string::npos) {
+      throw UsageError("--notes " + option + " is no LANGUAGE=FILE, like enu=notes.txt");
+    }
+    const std::string path = option.substr(equals + 1);
+    const auto text = ReadFile(path, feed::kLongestNotes);
+    if (!text) throw std::runtime_error(path + ": " + std::strerror(errno));
+    notes.insert_or_assign(option.substr(0, equals), *text);
+  }
+  return notes;
+}
+
 NewRelease Describe(const std::string& path, const patch::KeyRing& keys, const std::string& groups,
                     const std::string& phase) {
   const patch::VerifyResult result = patch::VerifyPatch(path, keys, patch::FileTrust::kAnyOwner);
@@ -110,7 +130,9 @@ void Take(feed::ReleaseList& list, const NewRelease& entry) {
         entry.from.native() + ": " + same->version +
         " is published already with other contents; give it a new build number");
   }
+  const auto notes = std::move(same->notes);
   *same = entry.release;  // other groups, another phase
+  if (same->notes.empty()) same->notes = notes;
 }
 
 // Routers always take a small update along with a full one below this build.
@@ -144,12 +166,14 @@ void Run(const Options& options) {
     throw UsageError("name patch files, or models whose lists are to be signed anew (--unique)");
   }
   const std::string groups = ParseGroups(options.groups);
+  const auto notes = ReadNotes(options.notes);
   const patch::SigningKey key = patch::SigningKey::Load(options.key_file);
   patch::KeyRing keys;
   keys.AddPem(key.PublicPem(), options.key_file);
   std::vector<NewRelease> entries;
   for (const std::string& path : options.patches) {
     entries.push_back(Describe(path, keys, groups, options.phase));
+    entries.back().release.notes = notes;
   }
   const FeedTree tree(options.feed);
   Lists lists;
@@ -184,6 +208,8 @@ void AddPublish(CLI::App& app) {
       ->capture_default_str();
   command->add_option("--phase", options->phase, "Beta, or nothing for a finished release")
       ->check(CLI::IsMember({"Beta"}));
+  command->add_option("--notes", options->notes,
+                      "what is new, for owners: LANGUAGE=FILE, like enu=notes.txt");
   command->add_flag("--stone", options->stone,
                     "every update from below must stop at these full releases");
   command->add_option("--field-build", options->field_builds,

@@ -2,14 +2,28 @@
 
 #include <syslog.h>
 
+#include <ctime>
 #include <utility>
 
 #include "host/core/log.h"
+#include "platform/core/process.h"
+#include "platform/paths.h"
+#include "platform/update/update_util.h"
 
 namespace kalo::meshd {
 namespace {
 
 using mesh::MeshCode;
+
+std::int64_t Seconds() {
+  return static_cast<std::int64_t>(std::time(nullptr));
+}
+
+// Who asks for an update says nothing of himself; what runs meanwhile does.
+const char* CauseNow() {
+  if (KLIBCReadPidFile(KALO::paths::kEqualUpdatePid) > 0) return "equal";
+  return KALO::MESH::SDK::Upgrade::UpdateUtil::IsAutoUpdating() ? "automatic" : "owner";
+}
 
 void LogChange(std::uint32_t id, NodeChange change) {
   switch (change) {
@@ -30,8 +44,12 @@ void LogChange(std::uint32_t id, NodeChange change) {
 }  // namespace
 
 MeshCore::MeshCore(const std::vector<MeshNode>& nodes, NodeCommands& commands, UpdateStore& store,
-                   UpdateTiming timing, TimePoint now)
-    : commands_(commands), store_(store), registry_(nodes), driver_(store.Load(), timing, now) {
+                   UpdateHistory& history, UpdateTiming timing, TimePoint now)
+    : commands_(commands),
+      store_(store),
+      history_(history),
+      registry_(nodes),
+      driver_(store.Load(), timing, now) {
   if (driver_.Running()) Log(LOG_NOTICE, "update: goes on after a restart of the service");
 }
 
@@ -68,7 +86,7 @@ void MeshCore::BeginPending() {
 // What is not on disk would be forgotten in the CAP's own restart: no update begins without it.
 MeshCode MeshCore::Begin() {
   UpdateRecord previous = driver_.Record();
-  const MeshCode code = driver_.Begin(registry_);
+  const MeshCode code = driver_.Begin(registry_, {Seconds(), CauseNow()});
   if (code != MeshCode::kOk) return code;
   if (!store_.Save(driver_.Record())) {
     driver_.Abandon(std::move(previous));
@@ -84,6 +102,7 @@ void MeshCore::Tick(TimePoint now) {
   // On disk first: after a restart in between, a node must be known to have been told.
   static_cast<void>(store_.Save(driver_.Record()));
   for (const std::uint32_t id : starts) commands_.Start(id);
+  history_.Note(driver_.Record(), Seconds());
   keeper_.Keep(driver_.Record());
 }
 

@@ -12,6 +12,7 @@
 #include "services/meshd/node_registry.h"
 #include "services/meshd/state_file_keeper.h"
 #include "services/meshd/update_driver.h"
+#include "services/meshd/update_history.h"
 #include "services/meshd/update_store.h"
 
 namespace kalo::meshd {
@@ -42,9 +43,9 @@ class MeshCore {
   static constexpr std::chrono::milliseconds kRefresh{3000};
 
   /// Goes on with the update that the store holds.
-  /// @param commands, store borrowed
+  /// @param commands, store, history borrowed
   MeshCore(const std::vector<MeshNode>& nodes, NodeCommands& commands, UpdateStore& store,
-           UpdateTiming timing, TimePoint now);
+           UpdateHistory& history, UpdateTiming timing, TimePoint now);
 
   /// A heartbeat's outcome.
   /// @param round  of the last AskAll before the node was asked
@@ -76,6 +77,7 @@ class MeshCore {
 
   NodeCommands& commands_;
   UpdateStore& store_;
+  UpdateHistory& history_;
   NodeRegistry registry_;
   UpdateDriver driver_;
   StateFileKeeper keeper_;

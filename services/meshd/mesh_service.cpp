@@ -21,7 +21,9 @@ TimePoint Now() {
 
 MeshService::MeshService(const std::vector<MeshNode>& nodes, const MakeNodeApi& make_api,
                          const MeshServiceOptions& options)
-    : store_(options.state_folder), core_(nodes, *this, store_, options.timing, Now()) {
+    : store_(options.state_folder),
+      history_(options.state_folder),
+      core_(nodes, *this, store_, history_, options.timing, Now()) {
   NodeEvents& events = *this;
   const std::lock_guard guard(mutex_);
   for (const MeshNode& node : nodes) {

@@ -53,6 +53,7 @@ class MeshService final : private NodeCommands, private NodeEvents {
   mutable std::mutex mutex_;
   std::vector<std::function<void()>> answers_;  ///< to be given when the mutex is free
   UpdateStore store_;
+  UpdateHistory history_;
   MeshCore core_;
   std::map<std::uint32_t, std::unique_ptr<NodeWorker>> workers_;
   std::condition_variable_any stopping_;

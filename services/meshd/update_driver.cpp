@@ -30,6 +30,7 @@ UpdateNode PartOf(const KnownNode& known) {
   node.id = known.place.id;
   node.name = known.report->name;
   node.hops = known.place.hops;
+  node.from_version = known.report->version;
   node.wanted_version = known.report->staged_version;
   node.boot_id = known.report->boot_id;
   node.old_failure = known.report->install.step == "failed";
@@ -66,10 +67,12 @@ UpdateDriver::UpdateDriver(UpdateRecord record, UpdateTiming timing, TimePoint n
   for (const UpdateNode& node : record_.nodes) waits_[node.id].since = now;
 }
 
-MeshCode UpdateDriver::Begin(const NodeRegistry& registry) {
+MeshCode UpdateDriver::Begin(const NodeRegistry& registry, const UpdateOrigin& origin) {
   if (Running()) return MeshCode::kUpdateRunning;
   UpdateRecord record;
   record.state = UpdateState::kRunning;
+  record.begun = origin.begun;
+  record.cause = origin.cause;
   for (const auto& [id, known] : registry.Nodes()) {
     if (!known.report || known.report->staged_version.empty()) continue;
     record.nodes.push_back(PartOf(known));

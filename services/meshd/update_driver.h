@@ -21,6 +21,12 @@ struct UpdateTiming {
   std::chrono::milliseconds old_failure{10000};
 };
 
+/// When an update began and who wanted it, as UpdateRecord has it.
+struct UpdateOrigin {
+  std::int64_t begun = 0;
+  std::string cause;
+};
+
 /// Drives one update of the mesh: satellites first, farthest from the CAP first, those equally far
 /// at once, the CAP last. A parent that restarts cuts off what hangs on it, and the CAP's restart
 /// ends this very process.
@@ -38,7 +44,7 @@ class UpdateDriver {
 
   /// Begins an update of every node that has a patch staged.
   /// @return kOk; kUpdateRunning; kNothingStaged when no node that is online has one staged.
-  [[nodiscard]] mesh::MeshCode Begin(const NodeRegistry& registry);
+  [[nodiscard]] mesh::MeshCode Begin(const NodeRegistry& registry, const UpdateOrigin& origin = {});
   /// Takes Begin back, before any step.
   void Abandon(UpdateRecord previous) { record_ = std::move(previous); }
 

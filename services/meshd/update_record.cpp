@@ -52,11 +52,18 @@ auto ValueOf(const Table& table, const Json::Value& object, const char* key) {
   return row->value;
 }
 
+// What an older service did not write: an update may have begun under it and restarted the router
+// into this one.
+std::string OptionalText(const Json::Value& object, const char* key) {
+  return object.isMember(key) ? TextOf(object, key) : "";
+}
+
 Json::Value ToValue(const UpdateNode& node) {
   Json::Value value(Json::objectValue);
   value["id"] = node.id;
   value["name"] = node.name;
   value["hops"] = node.hops;
+  value["from_version"] = node.from_version;
   value["wanted_version"] = node.wanted_version;
   value["boot_id"] = node.boot_id;
   value["stage"] = WordOf(kStages, node.stage);
@@ -74,6 +81,7 @@ UpdateNode NodeFromValue(const Json::Value& value) {
   node.id = NumberOf(value, "id", kAny);
   node.name = TextOf(value, "name");
   node.hops = NumberOf(value, "hops", kAny);
+  node.from_version = OptionalText(value, "from_version");
   node.wanted_version = TextOf(value, "wanted_version");
   node.boot_id = TextOf(value, "boot_id");
   node.stage = ValueOf(kStages, value, "stage");
@@ -94,6 +102,8 @@ std::string ToJson(const UpdateRecord& record) {
   root["state"] = WordOf(kStates, record.state);
   root["step"] = record.step;
   root["total"] = record.total;
+  root["begun"] = Json::Int64{record.begun};
+  root["cause"] = record.cause;
   root["nodes"] = Json::Value(Json::arrayValue);
   for (const UpdateNode& node : record.nodes) root["nodes"].append(ToValue(node));
   return Json::writeString(Json::StreamWriterBuilder(), root) + "\n";
@@ -106,6 +116,8 @@ UpdateRecord UpdateRecordFromJson(const std::string& text) {
   record.state = ValueOf(kStates, root, "state");
   record.step = TextOf(root, "step");
   record.total = static_cast<std::int32_t>(NumberOf(root, "total", 100));
+  if (root["begun"].isInt64()) record.begun = root["begun"].asInt64();
+  record.cause = OptionalText(root, "cause");
   const Json::Value& nodes = MemberOf(root, "nodes");
   if (!nodes.isArray()) throw BadJson("\"nodes\" is no array");
   for (const Json::Value& node : nodes) record.nodes.push_back(NodeFromValue(node));

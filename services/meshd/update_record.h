@@ -29,6 +29,7 @@ struct UpdateNode {
   std::uint32_t id = 0;
   std::string name;
   std::uint32_t hops = 0;
+  std::string from_version;
   std::string wanted_version;
   std::string boot_id;  ///< of the boot in which it was told to install
   NodeStage stage = NodeStage::kWaiting;
@@ -44,6 +45,8 @@ struct UpdateRecord {
   UpdateState state = UpdateState::kNone;
   std::string step = "none";  ///< shown to users; never steps back
   std::int32_t total = 0;     ///< shown to users; never falls
+  std::int64_t begun = 0;     ///< seconds since 1970; 0: not known
+  std::string cause;          ///< who wanted it: "owner", "automatic", "equal"; empty: not known
   std::vector<UpdateNode> nodes;
 };
 

@@ -44,14 +44,29 @@ int Authentication::Identify(Request& request) {
     case SessionState::kValid:
       break;
   }
-  const std::optional<UserRecord> user = users_.Find(check.user);
-  if (!user || Sha256Hex(user->hash) != check.credential) {
-    // The user has gone, or has another password since.
+  const std::optional<UserRecord> user = UserOf(check);
+  if (!user) {
     sessions_.End(cookie);
     return webapi::kSessionEnded;
   }
   request.caller = User{check.user, user->groups};
   return 0;
+}
+
+std::string Authentication::SessionOf(const Request& request) {
+  return request.Cookie(kCookie);
+}
+
+bool Authentication::IsSignedIn(const std::string& session) const {
+  const SessionCheck check = sessions_.Look(session);
+  return check.state == SessionState::kValid && UserOf(check).has_value();
+}
+
+// Empty when the user has gone, or has another password since.
+std::optional<UserRecord> Authentication::UserOf(const SessionCheck& check) const {
+  std::optional<UserRecord> user = users_.Find(check.user);
+  if (user && Sha256Hex(user->hash) != check.credential) return std::nullopt;
+  return user;
 }
 
 void Authentication::Login(Request& request, const Json::Value& parameters) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "services/webapid/login_queue.h"
@@ -21,11 +22,17 @@ class Authentication {
   /// @return 0 with the caller set, or the error to answer with.
   [[nodiscard]] int Identify(Request& request);
 
+  /// @return the request's session as IsSignedIn takes it.
+  [[nodiscard]] static std::string SessionOf(const Request& request);
+  /// @return whether this session lives, which being asked does not prolong.
+  [[nodiscard]] bool IsSignedIn(const std::string& session) const;
+
   /// @param parameters {"user":…,"password":…}
   void Login(Request& request, const Json::Value& parameters);
   void Logout(Request& request);
 
  private:
+  [[nodiscard]] std::optional<UserRecord> UserOf(const SessionCheck& check) const;
   void Welcome(Request& request, const std::string& user);
 
   SessionStore& sessions_;

@@ -7,24 +7,18 @@
 #include <memory>
 #include <utility>
 
-#include "host/core/strict_json.h"
 #include "host/webapi/error_codes.h"
 #include "services/webapid/form_body.h"
 #include "services/webapid/json_body.h"
+#include "services/webapid/worker_message.h"
 
 namespace kalo::webapid {
 namespace {
 
 constexpr const char* kAuthApi = "KALO.Core.Auth";
+constexpr const char* kEventStream = "text/event-stream";
 constexpr std::size_t kBodyBeforeLogin = std::size_t{16} << 10;
 constexpr std::size_t kBody = std::size_t{1} << 20;
-
-Reply Page() {
-  return {MHD_HTTP_OK,
-          "The administration page is not built yet; use kalo-mesh.\n",
-          "text/plain; charset=utf-8",
-          {}};
-}
 
 bool IsAuth(const RowName& name, const char* method) {
   return name.api == kAuthApi && name.version == 1 && name.method == method;
@@ -47,8 +41,9 @@ std::string MediaType(const Request& request) {
 }  // namespace
 
 void Front::Begin(Request& request, const std::string& method, const std::string& path) {
-  if (method == MHD_HTTP_METHOD_GET && path == "/" && request.Port() == PortKind::kAdmin) {
-    return request.Answer(Page());
+  const bool reads = method == MHD_HTTP_METHOD_GET || method == MHD_HTTP_METHOD_HEAD;
+  if (reads && request.Port() == PortKind::kAdmin && !path.starts_with("/webapi/")) {
+    return request.Answer(parts_.page.Get(path, request.Header(MHD_HTTP_HEADER_IF_NONE_MATCH)));
   }
   const int error =
       request.TellsItsEnd() ? Accept(request, method, path) : webapi::kMalformedRequest;
@@ -138,17 +133,21 @@ void Front::Complete(Request& request) {
 
 void Front::Dispatch(Request& request, Json::Value parameters) {
   const webapi::RowDescription& row = *request.row;
-  Json::Value message(Json::objectValue);
-  message["api"] = row.api;
-  message["version"] = row.version;
-  message["method"] = row.method;
-  message["parameters"] = std::move(parameters);
+  if (row.stream && request.Header(MHD_HTTP_HEADER_ACCEPT) == kEventStream) return Listen(request);
   const bool mesh = request.Port() == PortKind::kMesh;
   WorkerPool& pool = mesh ? parts_.mesh_workers : parts_.admin_workers;
-  pool.Submit(
-      {WriteJson(message), row.timeout, row.poll, [&request](int code, std::string envelope) {
-         request.Answer(code == 0 ? EnvelopeReply(std::move(envelope)) : ErrorReply(code));
-       }});
+  pool.Submit({WorkerMessage(row, std::move(parameters)), row.timeout, row.poll,
+               [&request](int code, std::string envelope) {
+                 request.Answer(code == 0 ? EnvelopeReply(std::move(envelope)) : ErrorReply(code));
+               }});
+}
+
+// Listening is no activity: a page that nobody looks at any more does not stay signed in by it.
+void Front::Listen(Request& request) {
+  if (request.Port() != PortKind::kAdmin) return request.Answer(ErrorReply(webapi::kUnknownApi));
+  parts_.events.Open(request, [this, cookie = Authentication::SessionOf(request)] {
+    return parts_.authentication.IsSignedIn(cookie);
+  });
 }
 
 }  // namespace kalo::webapid

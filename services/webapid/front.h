@@ -5,6 +5,8 @@
 
 #include "services/webapid/authentication.h"
 #include "services/webapid/configuration.h"
+#include "services/webapid/event_hub.h"
+#include "services/webapid/page_files.h"
 #include "services/webapid/request.h"
 #include "services/webapid/row_table.h"
 #include "services/webapid/upload_store.h"
@@ -21,9 +23,11 @@ class Front : public RequestServer {
     const Configuration& configuration;
     const RowTable& rows;
     const UploadStore& uploads;
+    const PageFiles& page;
     Authentication& authentication;
     WorkerPool& admin_workers;
     WorkerPool& mesh_workers;
+    EventHub& events;
   };
   explicit Front(const Parts& parts) : parts_(parts) {}
 
@@ -40,6 +44,7 @@ class Front : public RequestServer {
   [[nodiscard]] static int AcceptSize(Request& request, std::uint64_t limit);
 
   void Dispatch(Request& request, Json::Value parameters);
+  void Listen(Request& request);
 
   Parts parts_;
 };

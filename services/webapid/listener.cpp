@@ -187,7 +187,7 @@ MHD_Result Listener::Proceed(Request& request) {
     }
   }
   // A request that still waits is suspended, so this is the end of it.
-  request.Client().SetDeadline(request_time_);
+  if (request.stream == nullptr) request.Client().SetDeadline(request_time_);
   return QueueReply(request.Connection(), *request.GetReply());
 }
 

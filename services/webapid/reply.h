@@ -8,12 +8,16 @@
 
 namespace kalo::webapid {
 
+class EventStream;
+
 /// One HTTP answer.
 struct Reply {
   unsigned status = 200;
   std::string body;
   std::string type = "application/json";
-  std::vector<std::pair<std::string, std::string>> headers;  ///< besides those every answer has
+  /// Besides those that every answer has, or instead of one of them.
+  std::vector<std::pair<std::string, std::string>> headers;
+  EventStream* stream = nullptr;  ///< the body comes from here, as long as it lasts
 };
 
 /// @return the envelope of one of the server's own errors, with its HTTP status.

@@ -11,6 +11,7 @@
 #include "services/webapid/body_reader.h"
 #include "services/webapid/caller.h"
 #include "services/webapid/client_connection.h"
+#include "services/webapid/event_stream.h"
 #include "services/webapid/reply.h"
 #include "services/webapid/row_table.h"
 #include "services/webapid/upload_store.h"
@@ -59,7 +60,8 @@ class Request {
   std::unique_ptr<BodyReader> body;  ///< none when the headers were refused
   std::uint64_t receive_limit = 0;   ///< beyond it the connection is cut
   std::uint64_t received = 0;
-  bool completed = false;  ///< the body is whole and the request under way
+  std::unique_ptr<EventStream> stream;  ///< when the answer is one
+  bool completed = false;               ///< the body is whole and the request under way
 
  private:
   MHD_Connection* connection_;

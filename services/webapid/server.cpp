@@ -62,6 +62,7 @@ Server::Server(const Configuration& configuration, int inherited)
       signals_(TakeSignals()),
       rows_(ReadRowTable(KALO::paths::kModules)),
       uploads_(KALO::paths::kUploads),
+      page_(KALO::paths::kPage),
       users_(KALO::paths::kUsers),
       sessions_({kSessions, configuration.session_idle, configuration.session_absolute,
                  [] { return static_cast<std::int64_t>(std::time(nullptr)); }}),
@@ -71,8 +72,10 @@ Server::Server(const Configuration& configuration, int inherited)
                      {kWorkerProgram, configuration.admin_workers, [this] { recovery_.Run(); }}),
       mesh_workers_(loop_, children_,
                     {kWorkerProgram, configuration.mesh_workers, [this] { recovery_.Run(); }}),
+      events_(loop_, admin_workers_),
       authentication_(sessions_, users_, logins_),
-      front_({configuration_, rows_, uploads_, authentication_, admin_workers_, mesh_workers_}) {
+      front_({configuration_, rows_, uploads_, page_, authentication_, admin_workers_,
+              mesh_workers_, events_}) {
   if (!uploads_.Prepare()) {
     Log(LOG_ERR, "%s cannot be used: %s", KALO::paths::kUploads, std::strerror(errno));
   }
@@ -139,6 +142,7 @@ void Server::End() {
   logins_.Stop();
   admin_workers_.Stop();
   mesh_workers_.Stop();
+  events_.Stop();
   (void)Turn();
   (void)Turn();
 }

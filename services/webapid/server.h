@@ -7,10 +7,12 @@
 #include "services/webapid/authentication.h"
 #include "services/webapid/child_watch.h"
 #include "services/webapid/configuration.h"
+#include "services/webapid/event_hub.h"
 #include "services/webapid/event_loop.h"
 #include "services/webapid/front.h"
 #include "services/webapid/listener.h"
 #include "services/webapid/login_queue.h"
+#include "services/webapid/page_files.h"
 #include "services/webapid/recovery.h"
 #include "services/webapid/row_table.h"
 #include "services/webapid/session_store.h"
@@ -43,12 +45,14 @@ class Server {
   ChildWatch children_;
   RowTable rows_;
   UploadStore uploads_;
+  PageFiles page_;
   UserStore users_;
   SessionStore sessions_;
   Recovery recovery_;
   LoginQueue logins_;
   WorkerPool admin_workers_;
   WorkerPool mesh_workers_;
+  EventHub events_;
   Authentication authentication_;
   Front front_;
   std::list<Listener> listeners_;

@@ -139,6 +139,12 @@ SessionCheck SessionStore::Check(const std::string& cookie, const std::string& t
   return {SessionState::kValid, session.user, session.credential};
 }
 
+SessionCheck SessionStore::Look(const std::string& cookie) const {
+  const auto found = sessions_.find(Sha256Hex(cookie));
+  if (found == sessions_.end() || !Lives(found->second)) return {SessionState::kEnded, "", ""};
+  return {SessionState::kValid, found->second.user, found->second.credential};
+}
+
 void SessionStore::End(const std::string& cookie) {
   const auto session = sessions_.find(Sha256Hex(cookie));
   if (session != sessions_.end()) Remove(session);

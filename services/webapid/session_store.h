@@ -51,6 +51,9 @@ class SessionStore {
   /// @param cookie, token as the client sent them; empty when it did not
   [[nodiscard]] SessionCheck Check(const std::string& cookie, const std::string& token);
 
+  /// As Check, but no activity: for those who only listen.
+  [[nodiscard]] SessionCheck Look(const std::string& cookie) const;
+
   void End(const std::string& cookie);
 
  private:

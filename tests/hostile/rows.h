@@ -12,7 +12,7 @@ struct Row {
 };
 
 /// Every row of the router's modules; a test compares them with the modules' descriptions.
-inline constexpr std::array<Row, 25> kRows = {{
+inline constexpr std::array<Row, 29> kRows = {{
     {"KALO.Mesh.Upgrade", 1, "start"},
     {"KALO.Mesh.Upgrade", 1, "status"},
     {"KALO.Mesh.Upgrade", 2, "status"},
@@ -31,6 +31,10 @@ inline constexpr std::array<Row, 25> kRows = {{
     {"KALO.Mesh.Upgrade.Download", 1, "progress"},
     {"KALO.Mesh.Upgrade.Download", 2, "progress"},
     {"KALO.Core.Mesh", 1, "nodes"},
+    {"KALO.Core.Mesh", 1, "events"},
+    {"KALO.Core.Mesh", 1, "history"},
+    {"KALO.Core.Mesh", 1, "releases"},
+    {"KALO.Core.Mesh", 1, "diagnosis"},
     {"KALO.Core.Notification", 1, "list"},
     {"KALO.Core.Notification", 1, "dismiss"},
     {"KALO.Core.Upgrade", 1, "info"},

@@ -2,6 +2,9 @@
 
 #include <ctime>
 #include <filesystem>
+#include <fstream>
+#include <map>
+#include <string>
 
 #include "host/core/strict_json.h"
 #include "host/update/feed/list_check.h"
@@ -78,6 +81,22 @@ TEST_F(PublishTest, WritesTheSignedListThePatchAndTheDocuments) {
   }
   EXPECT_FALSE(Feed("v2/empty.json").empty());
   EXPECT_EQ(ModeOf(Path("feed/v1/kalo_x1/list.json")), 0644U);
+}
+
+TEST_F(PublishTest, TellsWhatIsNewInEachLanguage) {
+  const std::string patch = Patch("a.patch", "VXM 1.4.0-76010");
+  std::ofstream(Path("en.txt")) << "Faster.";
+  std::ofstream(Path("de.txt")) << "Schneller.";
+  ASSERT_EQ(Publish({patch, "--notes", "enu=" + Path("en.txt"), "--notes", "ger=" + Path("de.txt")})
+                .status,
+            0);
+  const std::map<std::string, std::string> both = {{"enu", "Faster."}, {"ger", "Schneller."}};
+  EXPECT_EQ(List().releases[0].notes, both);
+  // Widening a rollout does not take them away.
+  ASSERT_EQ(Publish({patch, "--groups", "0-4"}).status, 0);
+  EXPECT_EQ(List().releases[0].notes, both);
+  EXPECT_EQ(Publish({patch, "--notes", "notes.txt"}).status, 2);
+  EXPECT_EQ(Publish({patch, "--notes", "enu=/none"}).status, 1);
 }
 
 TEST_F(PublishTest, StagesARolloutByGroupsAndWidensIt) {

@@ -84,10 +84,18 @@ HttpClient::Handle HttpClient::Prepare(const std::string& path) const {
   return handle;
 }
 
-HttpAnswer HttpClient::Perform(const Handle& handle, std::vector<std::string> headers) const {
+HttpAnswer HttpClient::Perform(const Handle& handle,
+                               const std::vector<std::string>& headers) const {
   HttpAnswer answer;
+  PerformInto(answer, handle, headers);
+  return answer;
+}
+
+void HttpClient::PerformInto(HttpAnswer& answer, const Handle& handle,
+                             std::vector<std::string> headers) const {
   if (!cookie.empty()) headers.push_back("Cookie: kalo_session=" + cookie);
   if (!token.empty()) headers.push_back("X-KALO-Token: " + token);
+  if (!header_.empty()) headers.push_back(header_);
   List header_list;
   for (const std::string& header : headers) Add(header_list, header);
   List addresses;
@@ -100,7 +108,6 @@ HttpAnswer HttpClient::Perform(const Handle& handle, std::vector<std::string> he
   curl_easy_setopt(handle.get(), CURLOPT_HEADERDATA, &answer.headers);
   (void)curl_easy_perform(handle.get());
   curl_easy_getinfo(handle.get(), CURLINFO_RESPONSE_CODE, &answer.status);
-  return answer;
 }
 
 HttpAnswer HttpClient::Get(const std::string& path) {
@@ -113,6 +120,27 @@ HttpAnswer HttpClient::Post(const std::string& row, const std::string& body,
   curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
   curl_easy_setopt(handle.get(), CURLOPT_COPYPOSTFIELDS, body.c_str());
   return Perform(handle, {"Content-Type: " + type});
+}
+
+HttpAnswer HttpClient::Listen(const std::string& row,
+                              const std::function<bool(const std::string&)>& go_on) {
+  struct Heard {
+    HttpAnswer answer;
+    const std::function<bool(const std::string&)>& go_on;
+  } heard{{}, go_on};
+  const Handle handle = Prepare("/webapi/" + row);
+  curl_easy_setopt(handle.get(), CURLOPT_COPYPOSTFIELDS, "{}");
+  const auto look = [](void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+    const auto& so_far = *static_cast<Heard*>(self);
+    return so_far.go_on(so_far.answer.body) ? 0 : 1;
+  };
+  curl_easy_setopt(handle.get(), CURLOPT_NOPROGRESS, 0L);
+  curl_easy_setopt(handle.get(), CURLOPT_XFERINFOFUNCTION,
+                   static_cast<curl_xferinfo_callback>(look));
+  curl_easy_setopt(handle.get(), CURLOPT_XFERINFODATA, &heard);
+  PerformInto(heard.answer, handle,
+              {"Content-Type: application/json", "Accept: text/event-stream"});
+  return heard.answer;
 }
 
 HttpAnswer HttpClient::PostForm(const std::string& row, const std::vector<FormPart>& parts) {

@@ -4,6 +4,7 @@
 #include <json/value.h>
 
 #include <chrono>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -46,11 +47,18 @@ class HttpClient {
   /// PEM files of a client certificate.
   void SetCertificate(std::string certificate, std::string key);
 
+  /// Sends this line with each request from now on.
+  void SetHeader(std::string header) { header_ = std::move(header); }
+
   [[nodiscard]] HttpAnswer Get(const std::string& path);
   /// Posts to /webapi/<row>.
   [[nodiscard]] HttpAnswer Post(const std::string& row, const std::string& body = "{}",
                                 const std::string& type = "application/json");
   [[nodiscard]] HttpAnswer PostForm(const std::string& row, const std::vector<FormPart>& parts);
+  /// Listens to a row's events until the server ends them.
+  /// @param go_on gets all that came so far, whenever something came; false ends it
+  [[nodiscard]] HttpAnswer Listen(const std::string& row,
+                                  const std::function<bool(const std::string&)>& go_on);
   /// Signs in and keeps cookie and token.
   [[nodiscard]] HttpAnswer Login(const std::string& user, const std::string& password);
 
@@ -63,13 +71,17 @@ class HttpClient {
   };
   using Handle = std::unique_ptr<CURL, Cleanup>;
   [[nodiscard]] Handle Prepare(const std::string& path) const;
-  [[nodiscard]] HttpAnswer Perform(const Handle& handle, std::vector<std::string> headers) const;
+  [[nodiscard]] HttpAnswer Perform(const Handle& handle,
+                                   const std::vector<std::string>& headers) const;
+  void PerformInto(HttpAnswer& answer, const Handle& handle,
+                   std::vector<std::string> headers) const;
 
   std::string host_;
   int port_;
   std::string authority_;
   std::string certificate_;
   std::string key_;
+  std::string header_;
   std::chrono::seconds patience_{15};
 };
 

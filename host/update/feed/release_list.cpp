@@ -47,6 +47,19 @@ ListedFile ReadFileMember(const Json::Value& value, const std::string& name) {
   return file;
 }
 
+std::map<std::string, std::string> ReadNotes(ObjectReader& reader) {
+  std::map<std::string, std::string> notes;
+  const Json::Value& object = reader.Object("notes");
+  for (const std::string& language : object.getMemberNames()) {
+    const Json::Value& text = object[language];
+    if (!text.isString() || text.asString().size() > kLongestNotes) {
+      reader.Fail("notes", "must hold texts of at most 8191 bytes");
+    }
+    notes.emplace(language, text.asString());
+  }
+  return notes;
+}
+
 Release ReadRelease(const Json::Value& value, const std::string& name) {
   ObjectReader reader(value, name);
   Release release;
@@ -65,6 +78,7 @@ Release ReadRelease(const Json::Value& value, const std::string& name) {
     reader.Fail("groups", "must be ascending digits");
   }
   release.file = ReadFileMember(reader.Object("file"), name + ": file");
+  release.notes = ReadNotes(reader);
   return release;
 }
 
@@ -93,6 +107,7 @@ Json::Value WriteRelease(const Release& release) {
   value["file"]["path"] = release.file.path;
   value["file"]["size"] = static_cast<Json::UInt64>(release.file.size);
   value["file"]["sha256"] = release.file.sha256;
+  for (const auto& [language, text] : release.notes) value["notes"][language] = text;
   return value;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,6 +25,7 @@ struct Release {
   std::string phase;   ///< "Beta", or empty for a finished release
   std::string groups;  ///< rollout groups that it has reached: digits, ascending, each once
   ListedFile file;
+  std::map<std::string, std::string> notes{};  ///< what is new, for people: language -> text
 
   /// @return whether it is a small update; its number may be 0.
   [[nodiscard]] bool IsSmall() const;
@@ -31,6 +33,7 @@ struct Release {
   [[nodiscard]] bool IsForAll() const;
 };
 
+inline constexpr std::size_t kLongestNotes = 8191;  ///< bytes, in one language
 inline constexpr std::string_view kBeta = "Beta";
 inline constexpr std::string_view kAllGroups = "0123456789";
 

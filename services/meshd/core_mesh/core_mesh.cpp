@@ -1,65 +1,53 @@
-// core-mesh.so: the administrators' view of the mesh's nodes.
+// core-mesh.so: the administrators' view of the mesh beside the upgrade module's own rows.
 
 #include <json/value.h>
 #include <syslog.h>
 
 #include <exception>
+#include <functional>
 
 #include "host/core/log.h"
-#include "host/mesh/mesh_details.h"
-#include "platform/mesh/client.h"
 #include "platform/webapi/api_request.h"
 #include "platform/webapi/api_response.h"
 #include "platform/webapi/api_table.h"
+#include "services/meshd/core_mesh/answers.h"
 
 #pragma GCC visibility push(default)
 extern "C" {
 
-extern const KALO::APIRow gTable[1];
+extern const KALO::APIRow gTable[5];
 const KALO::APIRow* GetAPITable();
 void WebapiCoreMeshNodes(KALO::APIRequest* request, KALO::APIResponse* response);
+void WebapiCoreMeshEvents(KALO::APIRequest* request, KALO::APIResponse* response);
+void WebapiCoreMeshHistory(KALO::APIRequest* request, KALO::APIResponse* response);
+void WebapiCoreMeshReleases(KALO::APIRequest* request, KALO::APIResponse* response);
+void WebapiCoreMeshDiagnosis(KALO::APIRequest* request, KALO::APIResponse* response);
 }
 #pragma GCC visibility pop
 
 namespace {
 
 constexpr int kGeneralFailure = 117;
+constexpr int kBadParameter = 403;
 
-Json::Value ToJson(const kalo::MeshNodeDetails& node) {
-  Json::Value value(Json::objectValue);
-  value["id"] = node.id;
-  value["name"] = node.name;
-  value["model"] = node.model;
-  value["version"] = node.version;
-  value["role"] = node.role;
-  value["online"] = node.online;
-  value["boot_id"] = node.boot_id;
-  value["step"] = node.step;
-  value["percent"] = node.percent;
-  value["staged_version"] = node.staged_version;
-  value["error"] = node.error;
-  return value;
-}
-
-void AnswerNodes(KALO::APIResponse& response) {
-  const kalo::MeshDetails details = kalo::GetMeshDetails();
-  if (details.code != 0) {
-    kalo::Log(LOG_ERR, "the mesh's nodes are not known: %s",
-              KALO::MESH::SDK::Client::ErrorCodeToSemanticString(details.code).c_str());
+void Answer(KALO::APIResponse& response, const char* what,
+            const std::function<Json::Value()>& make) {
+  try {
+    response.SetSuccess(make());
+  } catch (const std::exception& e) {
+    kalo::Log(LOG_ERR, "%s: %s", what, e.what());
     response.SetError(kGeneralFailure, Json::Value());
-    return;
   }
-  Json::Value answer(Json::objectValue);
-  answer["update_running"] = details.update_running;
-  answer["nodes"] = Json::Value(Json::arrayValue);
-  for (const kalo::MeshNodeDetails& node : details.nodes) answer["nodes"].append(ToJson(node));
-  response.SetSuccess(answer);
 }
 
 }  // namespace
 
-const KALO::APIRow gTable[1] = {
+const KALO::APIRow gTable[5] = {
     {"KALO.Core.Mesh", 1, "nodes", WebapiCoreMeshNodes},
+    {"KALO.Core.Mesh", 1, "events", WebapiCoreMeshEvents},
+    {"KALO.Core.Mesh", 1, "history", WebapiCoreMeshHistory},
+    {"KALO.Core.Mesh", 1, "releases", WebapiCoreMeshReleases},
+    {"KALO.Core.Mesh", 1, "diagnosis", WebapiCoreMeshDiagnosis},
 };
 
 const KALO::APIRow* GetAPITable() {
@@ -67,10 +55,24 @@ const KALO::APIRow* GetAPITable() {
 }
 
 void WebapiCoreMeshNodes(KALO::APIRequest* /*request*/, KALO::APIResponse* response) {
-  try {
-    AnswerNodes(*response);
-  } catch (const std::exception& e) {
-    kalo::Log(LOG_ERR, "the mesh's nodes are not known: %s", e.what());
-    response->SetError(kGeneralFailure, Json::Value());
-  }
+  Answer(*response, "the mesh's nodes", kalo::core_mesh::Nodes);
+}
+
+void WebapiCoreMeshEvents(KALO::APIRequest* /*request*/, KALO::APIResponse* response) {
+  Answer(*response, "the mesh's state", kalo::core_mesh::State);
+}
+
+void WebapiCoreMeshHistory(KALO::APIRequest* /*request*/, KALO::APIResponse* response) {
+  Answer(*response, "the history of updates", kalo::core_mesh::History);
+}
+
+void WebapiCoreMeshReleases(KALO::APIRequest* request, KALO::APIResponse* response) {
+  const Json::Value version = request->GetParam("version", Json::Value());
+  if (!version.isString()) return response->SetError(kBadParameter, Json::Value());
+  Answer(*response, "the maker's releases",
+         [&] { return kalo::core_mesh::Releases(version.asString()); });
+}
+
+void WebapiCoreMeshDiagnosis(KALO::APIRequest* /*request*/, KALO::APIResponse* response) {
+  Answer(*response, "the diagnosis", kalo::core_mesh::Diagnosis);
 }

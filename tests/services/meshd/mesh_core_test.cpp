@@ -2,14 +2,21 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <deque>
 #include <filesystem>
 #include <memory>
 
+#include "host/core/file_lock.h"
+#include "host/core/object_reader.h"
+#include "host/core/pid_file.h"
 #include "platform/core/key_value.h"
 #include "platform/paths.h"
 #include "tests/services/meshd/fake_node.h"
+#include "tests/support/wait.h"
 
 namespace kalo::meshd {
 namespace {
@@ -46,7 +53,9 @@ class MeshCoreTest : public ::testing::Test {
   void Restart() {
     core_.reset();
     store_ = std::make_unique<UpdateStore>(kFolder);
-    core_ = std::make_unique<MeshCore>(FourNodes(), commands_, *store_, UpdateTiming{}, now_);
+    history_ = std::make_unique<UpdateHistory>(kFolder);
+    core_ = std::make_unique<MeshCore>(FourNodes(), commands_, *store_, *history_, UpdateTiming{},
+                                       now_);
   }
   void Report(std::uint64_t round) {
     for (std::uint32_t id = 0; id < 4; ++id) core_->Reported(id, round, nodes_[id].Info(), now_);
@@ -63,6 +72,7 @@ class MeshCoreTest : public ::testing::Test {
   TimePoint now_{};
   FakeCommands commands_;
   std::unique_ptr<UpdateStore> store_;
+  std::unique_ptr<UpdateHistory> history_;
   std::unique_ptr<MeshCore> core_;
   std::vector<MeshCode> answers_;
 };
@@ -169,6 +179,49 @@ TEST_F(MeshCoreTest, TheCapsOwnRestartInTheMiddle) {
   Report(0);
   EXPECT_TRUE(FileSays("finished", "100"));
   EXPECT_EQ(core_->Record().state, UpdateState::kFinished);
+}
+
+TEST_F(MeshCoreTest, AnUpdateThatHasEndedStandsInTheHistory) {
+  nodes_[0].Stage(kNewVersion);
+  Request();
+  Report(1);
+  core_->StartAnswered(0, nodes_[0].Start(), now_);
+  EXPECT_FALSE(fs::exists(std::string(kFolder) + "/history.json"));
+  nodes_[0].Boot(kNewVersion);
+  Restart();
+  Report(0);
+  const auto updates = ReadJsonFile(std::string(kFolder) + "/history.json");
+  ASSERT_EQ(updates.size(), 1U);
+  EXPECT_EQ(updates[0]["cause"].asString(), "owner");
+  EXPECT_EQ(updates[0]["result"].asString(), "finished");
+  EXPECT_EQ(updates[0]["nodes"][0]["from"].asString(), kOldVersion);
+  EXPECT_EQ(updates[0]["nodes"][0]["wanted"].asString(), kNewVersion);
+}
+
+TEST_F(MeshCoreTest, TheHistoryKnowsWhoWantedAnUpdate) {
+  const auto update = [this] {
+    nodes_[0].Stage(kNewVersion);
+    Request();
+    Report(commands_.rounds.back());
+    return core_->Record().cause;
+  };
+  {
+    const auto updater = FileLock::TryTake(paths::kAutoUpdateLock);
+    EXPECT_EQ(update(), "automatic");
+  }
+  fs::remove_all(kFolder);
+  Restart();
+  Report(0);
+  const pid_t equal = fork();  // its lock shows to other processes only
+  if (equal == 0) {
+    const auto file = PidFile::TryTake(paths::kEqualUpdatePid);
+    pause();
+    _exit(0);
+  }
+  EXPECT_TRUE(test::WaitFor([&] { return PidFile::Running(paths::kEqualUpdatePid) == equal; }));
+  EXPECT_EQ(update(), "equal");
+  kill(equal, SIGKILL);
+  waitpid(equal, nullptr, 0);
 }
 
 }  // namespace

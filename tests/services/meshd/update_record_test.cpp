@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "host/core/strict_json.h"
 #include "services/meshd/json_members.h"
 
 namespace kalo::meshd {
@@ -12,12 +13,15 @@ UpdateRecord Full() {
   record.state = UpdateState::kRunning;
   record.step = "waiting_remote_upgrading";
   record.total = 42;
+  record.begun = 1763740000;
+  record.cause = "automatic";
   for (const NodeStage stage : {NodeStage::kWaiting, NodeStage::kStarting, NodeStage::kInstalling,
                                 NodeStage::kDone, NodeStage::kFailed, NodeStage::kLeftOut}) {
     UpdateNode node;
     node.id = static_cast<std::uint32_t>(record.nodes.size());
     node.name = "küche \"1\"";
     node.hops = 2;
+    node.from_version = "VXM 1.4.0-76000";
     node.wanted_version = "VXM 1.4.0-76010 Update 3";
     node.boot_id = "abc";
     node.stage = stage;
@@ -43,6 +47,19 @@ TEST(UpdateRecord, ComesBackWholeInEveryStageAndState) {
     EXPECT_TRUE(back.nodes[2].old_failure);
     EXPECT_EQ(ToJson(back), ToJson(record));
   }
+}
+
+// The update that brings this service in was begun by the one before it.
+TEST(UpdateRecord, OneOfAServiceWithoutAHistoryIsTakenOver) {
+  Json::Value old = ParseDocument(ToJson(Full()));
+  old.removeMember("begun");
+  old.removeMember("cause");
+  for (Json::Value& node : old["nodes"]) node.removeMember("from_version");
+  const UpdateRecord record = UpdateRecordFromJson(WriteJson(old));
+  EXPECT_EQ(record.state, UpdateState::kRunning);
+  EXPECT_EQ(record.begun, 0);
+  EXPECT_EQ(record.cause, "");
+  EXPECT_EQ(record.nodes.at(2).from_version, "");
 }
 
 TEST(UpdateRecord, EveryPrefixOfTheTextIsRefused) {

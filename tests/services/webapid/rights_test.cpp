@@ -78,15 +78,5 @@ TEST_F(Rights, ASessionIsNothingOnTheMeshPort) {
   EXPECT_EQ(Call(node, "echo").Code(), 7006);
 }
 
-TEST_F(Rights, ThePageSaysWhereToGoAndIsLocked) {
-  HttpClient anyone = Admin();
-  const HttpAnswer page = anyone.Get("/");
-  EXPECT_EQ(page.status, 200);
-  EXPECT_NE(page.body.find("kalo-mesh"), std::string::npos);
-  EXPECT_EQ(page.headers.at("content-security-policy"),
-            "default-src 'none'; frame-ancestors 'none'");
-  EXPECT_EQ(page.headers.at("x-content-type-options"), "nosniff");
-}
-
 }  // namespace
 }  // namespace kalo::test

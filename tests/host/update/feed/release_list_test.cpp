@@ -55,8 +55,16 @@ TEST(ReleaseList, ABetaOrAStagedReleaseIsNotForAll) {
 TEST(ReleaseList, PassesOverMembersThatItDoesNotKnow) {
   Json::Value root = *ParseStrictJson(WriteReleaseList(Full()));
   root["later"] = 1;
-  root["releases"][0]["notes"] = "text";
+  root["releases"][0]["colour"] = "blue";
   EXPECT_EQ(ParseReleaseList(WriteJson(root), "list").releases.size(), 3U);
+}
+
+TEST(ReleaseList, KeepsWhatIsNewInEachLanguage) {
+  ReleaseList list = Full();
+  list.releases[0].notes = {{"enu", "Faster.\nSafer."}, {"ger", "Schneller."}};
+  const ReleaseList back = ParseReleaseList(WriteReleaseList(list), "list");
+  EXPECT_EQ(back.releases[0].notes, list.releases[0].notes);
+  EXPECT_TRUE(back.releases[1].notes.empty());
 }
 
 struct Damage {
@@ -99,6 +107,12 @@ INSTANTIATE_TEST_SUITE_P(
                [](Json::Value& r) { r["releases"][0]["file"]["path"] = "@other:8/x?y"; }},
         Damage{"SizeZero", [](Json::Value& r) { r["releases"][0]["file"]["size"] = 0; }},
         Damage{"HashTooShort", [](Json::Value& r) { r["releases"][0]["file"]["sha256"] = "abc"; }},
+        Damage{"NotesNoObject", [](Json::Value& r) { r["releases"][0]["notes"] = "text"; }},
+        Damage{"NotesNoText", [](Json::Value& r) { r["releases"][0]["notes"]["enu"] = 1; }},
+        Damage{
+            "NotesTooLong",
+            [](Json::Value&
+                   r) { r["releases"][0]["notes"]["enu"] = std::string(kLongestNotes + 1, 'x'); }},
         Damage{"StoneNoNumber", [](Json::Value& r) { r["stones"][0] = "9346"; }},
         Damage{"StoneNegative", [](Json::Value& r) { r["stones"][0] = -1; }}),
     [](const auto& test) { return std::string(test.param.name); });

@@ -136,6 +136,13 @@ void Pid(APIRequest* /*request*/, APIResponse* response) {
   response->SetSuccess(Json::Value(getpid()));
 }
 
+// What can be listened to: what a file says. Each question leaves a byte in another.
+void Watched(APIRequest* /*request*/, APIResponse* response) {
+  std::ofstream("/run/template.asked", std::ios::app) << '.';
+  std::ifstream file("/run/template.watched");
+  response->SetSuccess(Json::Value(std::string(std::istreambuf_iterator<char>(file), {})));
+}
+
 void Nested(APIRequest* /*request*/, APIResponse* response) {
   Json::Value known;
   Json::Value unknown;
@@ -198,6 +205,7 @@ const KALO::APIRow gTable[] = {
     {"KALO.Test", 1, "nested", Nested},
     {"KALO.Test", 1, "upload", Upload},
     {"KALO.Test", 1, "poll", Echo},
+    {"KALO.Test", 1, "watched", Watched},
     {"KALO.Test", 1, "undescribed", Echo},
     {"KALO.Test", 1, "nobody", Echo},
     {"KALO.Test", 1, "node_0", Echo},

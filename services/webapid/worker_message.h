@@ -1,0 +1,14 @@
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+
+#include "host/webapi/module_description.h"
+
+namespace kalo::webapid {
+
+/// @return the request message that RunRequest reads in the worker.
+[[nodiscard]] std::string WorkerMessage(const webapi::RowDescription& row, Json::Value parameters);
+
+}  // namespace kalo::webapid
