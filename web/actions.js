@@ -2,12 +2,13 @@
 
 import { ApiError, call, session, signIn, signOut, upload } from "./api.js";
 import { describePatch, sha256 } from "./patch_file.js";
-import { isInstalling, isTransferring, nodeName, offerOf, shortVersion } from "./state.js";
+import { hasStaged, isInstalling, isTransferring, nodeName, offerOf, shortVersion } from "./state.js";
 import { firmwareLanguage, list, t } from "./text.js";
 import { modelsOf } from "./views/hand.js";
 
 const kMesh = "KALO.Mesh.Upgrade";
 const kPatience = 30_000;
+const kNodesTell = 10_000;  // what they hold
 
 export class Actions {
   #model;
@@ -164,7 +165,7 @@ export class Actions {
 
     async check() {
       Object.assign(this.#local, { offer: null, nothing: null, releases: null,
-        downloadSeen: false });
+        downloadSeen: false, canceled: false });
       const answer = await call(`${kMesh}.Patch`, 2, "check");
       this.#local.offer = offerOf(answer);
       if (this.#local.offer === null) {
@@ -175,6 +176,7 @@ export class Actions {
     },
 
     async download() {
+      this.#local.canceled = false;
       const begun = this.#until((mesh) => isTransferring(mesh) || mesh.download.status === "failed");
       await call(`${kMesh}.Download`, 1, "start", { is_promotion: this.#local.offer.promotion });
       await begun;
@@ -184,6 +186,7 @@ export class Actions {
     async cancel() {
       const ended = this.#until((mesh) => !isTransferring(mesh));
       await call(`${kMesh}.Download`, 1, "cancel");
+      this.#local.canceled = true;
       await ended;
     },
 
@@ -260,6 +263,9 @@ export class Actions {
           this.#render();
         });
         hand.files = {};
+        this.#local.offer = null;
+        this.#local.dismissed = this.#model.mesh.last_update?.begun ?? 0;
+        await this.#until(hasStaged, kNodesTell);
       } finally {
         hand.sending = null;
       }

@@ -18,7 +18,7 @@ const model = {
   mesh: null,
   local: {
     busy: null, error: null, signedOut: null, lost: false, troubled: false, panel: null,
-    offer: null, nothing: null, releases: null, downloadSeen: false, rates: new Map(),
+    offer: null, nothing: null, releases: null, downloadSeen: false, canceled: false, rates: new Map(),
     precheck: null, ticked: false, agreed: false, goesOn: false, refused: false, capBoot: "",
     dismissed: Number(localStorage.getItem("kalo.dismissed")) || 0,
     hand: { files: {}, refused: [], sending: null },

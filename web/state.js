@@ -55,7 +55,7 @@ export function meshSentence(mesh) {
  */
 export function phaseOf(mesh, local) {
   if (isInstalling(mesh)) return "installing";
-  if (mesh.status_whatever_the_mesh?.status === "ready_upgrade") {
+  if (isReadyEverywhere(mesh)) {
     return local.precheck === null ? "ready" : "confirm";
   }
   if (isTransferring(mesh)) {
@@ -63,7 +63,18 @@ export function phaseOf(mesh, local) {
   }
   const last = mesh.last_update;
   if (last && last.begun > local.dismissed) return last.result === "finished" ? "done" : "failed";
-  return local.offer === null ? "idle" : "found";
+  if (local.offer !== null) return "found";
+  if (!hasStaged(mesh)) return "idle";
+  return local.precheck === null ? "ready" : "confirm";
+}
+
+/** Whether firmware stands ready on a node: after a download, by hand, or from a failed update. */
+export function hasStaged(mesh) {
+  return mesh.nodes.some((node) => node.online && node.staged_version !== "");
+}
+
+export function isReadyEverywhere(mesh) {
+  return mesh.status_whatever_the_mesh?.status === "ready_upgrade";
 }
 
 /** The steps in their order, and where a phase stands among them. */
@@ -111,9 +122,16 @@ export function transferBars(mesh) {
   return { fetches, nodes };
 }
 
-/** The nodes that an update would restart now, the main router last. */
+/**
+ * The nodes that an update would restart now, the main router last. What is ready on a node the
+ * router learns a moment later than that it sent it there.
+ */
 export function affectedNodes(mesh) {
-  return mesh.nodes.filter((node) => node.online && node.staged_version !== "")
+  const target = mesh.download?.version ||
+    mesh.nodes.map((node) => node.staged_version).find((version) => version !== "");
+  return mesh.nodes
+    .filter((node) => node.online &&
+      (node.staged_version !== "" || (target && node.version !== target)))
     .sort((a, b) => b.id - a.id);
 }
 

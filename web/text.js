@@ -17,6 +17,9 @@ export const language = chooseLanguage();
 export const firmwareLanguage =
   kFirmwareNames[(navigator.language ?? "en").slice(0, 2)] ?? kFirmwareNames.en;
 
+// "en-GB" lists and dates as its readers are used to.
+const locale = (navigator.languages ?? []).find((tag) => tag.startsWith(language)) ?? language;
+
 const texts = kLanguages[language];
 
 /** The text of a key, with {name} replaced by values.name. */
@@ -31,13 +34,13 @@ export function has(key) {
 
 /** "a, b and c" */
 export function list(words) {
-  return new Intl.ListFormat(language, { type: "conjunction" }).format(words);
+  return new Intl.ListFormat(locale, { type: "conjunction" }).format(words);
 }
 
 export function bytes(count) {
   const mebibytes = count / (1 << 20);
   const digits = mebibytes < 10 ? 1 : 0;
-  return `${mebibytes.toLocaleString(language, { maximumFractionDigits: digits })} MiB`;
+  return `${mebibytes.toLocaleString(locale, { maximumFractionDigits: digits })} MiB`;
 }
 
 export function percent(part) {
@@ -51,7 +54,7 @@ export function duration(seconds) {
 }
 
 export function moment(seconds) {
-  return new Date(seconds * 1000).toLocaleString(language, { dateStyle: "medium",
+  return new Date(seconds * 1000).toLocaleString(locale, { dateStyle: "medium",
     timeStyle: "short" });
 }
 

@@ -38,6 +38,7 @@ std::vector<std::string> Command(const Layout& layout, const RunningMesh::Option
   command.insert(command.end(), {"--tmp-mib", std::to_string(options.tmp_mib)});
   command.insert(command.end(), {"--auto-check", std::to_string(options.auto_check_s)});
   command.insert(command.end(), {"--auto-upgrade", std::to_string(options.auto_upgrade_s)});
+  command.insert(command.end(), {"--feed-rate", std::to_string(options.feed_rate_kib)});
   return command;
 }
 

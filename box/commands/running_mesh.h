@@ -24,6 +24,7 @@ class RunningMesh {
     std::uint64_t tmp_mib = 0;   ///< of each node's /tmp
     int auto_check_s = 0;        ///< how often the CAP looks for updates by itself; 0: never
     int auto_upgrade_s = 0;      ///< how often it installs what it finds; 0: never
+    int feed_rate_kib = 0;       ///< what the update feed gives a second; 0: what it can
   };
 
   /// Starts the mesh. Call it from the main thread, with no other thread running.

@@ -40,6 +40,7 @@ struct Options {
   std::vector<std::string> node_versions;
   int auto_check_s = 0;
   int auto_upgrade_s = 0;
+  int feed_rate_kib = 0;
   int nodes = 4;
   std::uint64_t disk_mib = 256;
   std::uint64_t tmp_mib = 64;
@@ -112,7 +113,7 @@ void Run(const Options& options, const Layout& layout, Detached& detached) {
                                 options.first_version, ReadNodeVersions(options.node_versions));
   RunningMesh running(layout,
                       {build, options.nodes, options.disk_mib, options.tmp_mib,
-                       options.auto_check_s, options.auto_upgrade_s},
+                       options.auto_check_s, options.auto_upgrade_s, options.feed_rate_kib},
                       listening.fd.Get());
   if (!running.WaitUntilHealthy(kHealthDeadline)) {
     throw std::runtime_error("the mesh did not come up; see " + layout.Log().native() +
@@ -169,6 +170,9 @@ void AddUp(CLI::App& app, int& status) {
   up->add_option("--auto-upgrade", options->auto_upgrade_s,
                  "Let the CAP install what it finds by itself, every so many seconds")
       ->check(CLI::Range(1, 86400));
+  up->add_option("--feed-rate", options->feed_rate_kib,
+                 "KiB a second that the update feed gives, as if the line were slow")
+      ->check(CLI::Range(1, 1 << 30));
   up->add_flag("--foreground", options->foreground, "Stay until the mesh ends");
   up->add_flag("--die-with-parent", options->die_with_parent,
                "With --foreground: end the mesh when the caller ends");

@@ -14,19 +14,24 @@ namespace {
 constexpr std::chrono::milliseconds kTick{50};
 constexpr std::chrono::seconds kEndDeadline{8};
 
-ServiceProgram FeedServer(const NodeBox::Setup& setup) {
+ServiceProgram FeedServer(const NodeBox::Setup& setup, int rate_kib) {
   const std::filesystem::path tls = setup.layout.FeedTls();
-  return {"feedd",
-          {setup.build / "services/feedd/feedd", "--root", setup.layout.Feed(), "--listen",
-           kFeedListen, "--cert", tls / "server.crt", "--key", tls / "server.key"}};
+  ServiceProgram program{
+      "feedd",
+      {setup.build / "services/feedd/feedd", "--root", setup.layout.Feed(), "--listen", kFeedListen,
+       "--cert", tls / "server.crt", "--key", tls / "server.key"}};
+  if (rate_kib > 0) {
+    program.argv.insert(program.argv.end(), {"--rate", std::to_string(rate_kib)});
+  }
+  return program;
 }
 
 }  // namespace
 
-Launcher::Launcher(const NodeBox::Setup& setup, int nodes)
+Launcher::Launcher(const NodeBox::Setup& setup, int nodes, int feed_rate_kib)
     : signals_({SIGTERM, SIGINT, SIGCHLD}),
       control_(ListenControl(setup.layout.LauncherControl())),
-      feed_(FeedServer(setup)) {
+      feed_(FeedServer(setup, feed_rate_kib)) {
   for (int id = 0; id < nodes; ++id) nodes_.emplace_back(id, setup);
   loop_.Add(signals_.Fd(), [this] { OnSignal(); });
   loop_.Add(control_.Get(), [this] { OnConnection(); });

@@ -22,7 +22,8 @@ namespace kalo::box {
 ///   {"op": "down"}                 switches all off; answered when they are
 class Launcher {
  public:
-  Launcher(const NodeBox::Setup& setup, int nodes);
+  /// @param feed_rate_kib what the feed gives a second; 0: what it can
+  Launcher(const NodeBox::Setup& setup, int nodes, int feed_rate_kib);
 
   /// Runs until told to end. No node runs any more then.
   void Run();

@@ -37,19 +37,21 @@ int Run(int argc, char** argv) {
   std::uint64_t tmp_mib = 0;
   int auto_check_s = 0;
   int auto_upgrade_s = 0;
+  int feed_rate_kib = 0;
   app.add_option("--state", state)->required();
   app.add_option("--build", build)->required();
   app.add_option("--nodes", nodes)->required();
   app.add_option("--tmp-mib", tmp_mib)->required();
   app.add_option("--auto-check", auto_check_s);
   app.add_option("--auto-upgrade", auto_upgrade_s);
+  app.add_option("--feed-rate", feed_rate_kib);
   app.add_option("--listen-fd", listen_fd);
   CLI11_PARSE(app, argc, argv);
   const kalo::box::Layout layout(state);
   InstallFirstFirmware(layout, nodes);
   const kalo::box::NodeBox::Setup setup{layout,       build,          tmp_mib << 20,
                                         auto_check_s, auto_upgrade_s, listen_fd};
-  kalo::box::Launcher(setup, nodes).Run();
+  kalo::box::Launcher(setup, nodes, feed_rate_kib).Run();
   return 0;
 }
 

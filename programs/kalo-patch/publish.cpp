@@ -208,8 +208,10 @@ void AddPublish(CLI::App& app) {
       ->capture_default_str();
   command->add_option("--phase", options->phase, "Beta, or nothing for a finished release")
       ->check(CLI::IsMember({"Beta"}));
-  command->add_option("--notes", options->notes,
-                      "what is new, for owners: LANGUAGE=FILE, like enu=notes.txt");
+  command
+      ->add_option("--notes", options->notes,
+                   "what is new, for owners: LANGUAGE=FILE, like enu=notes.txt")
+      ->allow_extra_args(false);
   command->add_flag("--stone", options->stone,
                     "every update from below must stop at these full releases");
   command->add_option("--field-build", options->field_builds,

@@ -16,6 +16,7 @@
 #include "services/feedd/byte_range.h"
 #include "services/feedd/feed_file.h"
 #include "services/feedd/feed_path.h"
+#include "services/feedd/slow_body.h"
 
 namespace kalo::feedd {
 namespace {
@@ -58,7 +59,18 @@ ByteRange RangeOf(MHD_Connection* connection, const FeedFile& file) {
   return ParseByteRange(stale ? "" : range, file.size);
 }
 
-MHD_Result SendFile(MHD_Connection* connection, const std::string& path, FeedFile file) {
+Response BodyOf(FeedFile& file, const ByteRange& range, std::uint64_t bytes_per_second) {
+  if (bytes_per_second > 0) {
+    return Response(SlowResponse(std::move(file.fd), range.first, range.length, bytes_per_second));
+  }
+  Response response(
+      MHD_create_response_from_fd_at_offset64(range.length, file.fd.Get(), range.first));
+  if (response) (void)file.fd.Release();  // the response closes it
+  return response;
+}
+
+MHD_Result SendFile(MHD_Connection* connection, const std::string& path, FeedFile file,
+                    std::uint64_t bytes_per_second) {
   const std::string type =
       path.ends_with(".json") ? "application/json" : "application/octet-stream";
   const std::string tag = file.ETag();
@@ -73,9 +85,7 @@ MHD_Result SendFile(MHD_Connection* connection, const std::string& path, FeedFil
     return SendNothing(connection, MHD_HTTP_RANGE_NOT_SATISFIABLE,
                        {{MHD_HTTP_HEADER_CONTENT_RANGE, "bytes */" + size}});
   }
-  const Response response(
-      MHD_create_response_from_fd_at_offset64(range.length, file.fd.Get(), range.first));
-  if (response) (void)file.fd.Release();  // the response closes it
+  const Response response = BodyOf(file, range, bytes_per_second);
   if (range.kind == ByteRange::Kind::kWhole) {
     return Send(connection, MHD_HTTP_OK, response,
                 {{MHD_HTTP_HEADER_CONTENT_TYPE, type},
@@ -109,7 +119,8 @@ MHD_OptionItem Option(MHD_OPTION option, std::intptr_t value, const void* pointe
 }  // namespace
 
 FeedServer::FeedServer(const FeedServerOptions& options)
-    : root_(::open(options.root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {
+    : root_(::open(options.root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)),
+      bytes_per_second_(options.bytes_per_second) {
   if (!root_) throw std::runtime_error(options.root + ": " + std::strerror(errno));
   const bool tls = !options.certificate.empty();
   const sockaddr_in address = AddressOf(options);
@@ -123,7 +134,9 @@ FeedServer::FeedServer(const FeedServerOptions& options)
     items.push_back(Option(MHD_OPTION_HTTPS_MEM_KEY, 0, options.key.c_str()));
   }
   items.push_back(Option(MHD_OPTION_END, 0));
-  unsigned flags = MHD_USE_EPOLL_INTERNAL_THREAD;
+  unsigned flags = bytes_per_second_ > 0
+                       ? MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD
+                       : MHD_USE_EPOLL_INTERNAL_THREAD;
   if (tls) flags |= MHD_USE_TLS;
   daemon_.reset(MHD_start_daemon(flags, 0, nullptr, nullptr, &OnRequest, this, MHD_OPTION_ARRAY,
                                  items.data(), MHD_OPTION_END));
@@ -176,7 +189,7 @@ MHD_Result FeedServer::Answer(MHD_Connection* connection, const std::string& pat
     file = FeedFile::Open(root_.Get(), *file_path);
   }
   if (!file) return SendNothing(connection, MHD_HTTP_NOT_FOUND);
-  return SendFile(connection, *file_path, std::move(*file));
+  return SendFile(connection, *file_path, std::move(*file), bytes_per_second_);
 }
 
 }  // namespace kalo::feedd

@@ -14,8 +14,9 @@ struct FeedServerOptions {
   std::string root;     ///< the feed's folder
   std::string address;  ///< numeric IPv4 address
   std::uint16_t port = 0;
-  std::string certificate;  ///< PEM text; empty: plain HTTP
-  std::string key;          ///< PEM text
+  std::string certificate;             ///< PEM text; empty: plain HTTP
+  std::string key;                     ///< PEM text
+  std::uint64_t bytes_per_second = 0;  ///< for each file, as if the line were slow; 0: no limit
 };
 
 /// Serves a feed's folder. Everything is looked up and sent by a thread of its own until the object
@@ -39,6 +40,7 @@ class FeedServer {
                                   const std::string& method) const;
 
   UniqueFd root_;
+  std::uint64_t bytes_per_second_;
   std::unique_ptr<MHD_Daemon, Stop> daemon_;
   std::string url_;
 };

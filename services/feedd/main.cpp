@@ -64,12 +64,16 @@ int main(int argc, char** argv) {
   app.add_option("--listen", listen, "ADDRESS:PORT; port 0: any")->required();
   auto* cert_option = app.add_option("--cert", certificate, "file with the server's certificate");
   app.add_option("--key", key, "file with its key")->needs(cert_option);
+  std::uint64_t rate_kib = 0;
+  app.add_option("--rate", rate_kib, "KiB a second for each file, to try a slow line")
+      ->check(CLI::Range(1, 1 << 30));
   app.footer(
       "Prints its address when it serves. Exit status: 0 ended by a signal, 1 failed, "
       "2 wrong usage.");
   try {
     app.parse(argc, argv);
     ReadListen(listen, options);
+    options.bytes_per_second = rate_kib * 1024;
     if (certificate.empty() != key.empty()) throw CLI::RequiredError("--cert and --key");
     if (!certificate.empty()) {
       options.certificate = ReadPem(certificate);

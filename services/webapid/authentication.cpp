@@ -57,9 +57,10 @@ std::string Authentication::SessionOf(const Request& request) {
   return request.Cookie(kCookie);
 }
 
-bool Authentication::IsSignedIn(const std::string& session) const {
+Caller Authentication::CallerOf(const std::string& session) const {
   const SessionCheck check = sessions_.Look(session);
-  return check.state == SessionState::kValid && UserOf(check).has_value();
+  const auto user = check.state == SessionState::kValid ? UserOf(check) : std::nullopt;
+  return user ? Caller(User{check.user, user->groups}) : Caller();
 }
 
 // Empty when the user has gone, or has another password since.

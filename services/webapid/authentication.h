@@ -22,10 +22,10 @@ class Authentication {
   /// @return 0 with the caller set, or the error to answer with.
   [[nodiscard]] int Identify(Request& request);
 
-  /// @return the request's session as IsSignedIn takes it.
+  /// @return the request's session as CallerOf takes it.
   [[nodiscard]] static std::string SessionOf(const Request& request);
-  /// @return whether this session lives, which being asked does not prolong.
-  [[nodiscard]] bool IsSignedIn(const std::string& session) const;
+  /// @return who has this session now, if it lives. Being asked does not prolong it.
+  [[nodiscard]] Caller CallerOf(const std::string& session) const;
 
   /// @param parameters {"user":…,"password":…}
   void Login(Request& request, const Json::Value& parameters);

@@ -59,6 +59,7 @@ void EventHub::Ask(Channel& channel) {
 }
 
 void EventHub::Tell(Channel& channel, const std::string& envelope) {
+  if (channel.listeners.empty()) return;  // all left meanwhile: who comes next knows nothing
   const bool is_new = envelope != channel.last;
   channel.silent = is_new ? 0 : channel.silent + 1;
   if (!is_new && channel.silent < kLongestSilence) return;

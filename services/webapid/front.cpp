@@ -145,9 +145,10 @@ void Front::Dispatch(Request& request, Json::Value parameters) {
 // Listening is no activity: a page that nobody looks at any more does not stay signed in by it.
 void Front::Listen(Request& request) {
   if (request.Port() != PortKind::kAdmin) return request.Answer(ErrorReply(webapi::kUnknownApi));
-  parts_.events.Open(request, [this, cookie = Authentication::SessionOf(request)] {
-    return parts_.authentication.IsSignedIn(cookie);
-  });
+  parts_.events.Open(request,
+                     [this, &row = *request.row, session = Authentication::SessionOf(request)] {
+                       return IsAllowed(row, parts_.authentication.CallerOf(session));
+                     });
 }
 
 }  // namespace kalo::webapid

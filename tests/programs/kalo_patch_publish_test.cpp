@@ -87,7 +87,7 @@ TEST_F(PublishTest, TellsWhatIsNewInEachLanguage) {
   const std::string patch = Patch("a.patch", "VXM 1.4.0-76010");
   std::ofstream(Path("en.txt")) << "Faster.";
   std::ofstream(Path("de.txt")) << "Schneller.";
-  ASSERT_EQ(Publish({patch, "--notes", "enu=" + Path("en.txt"), "--notes", "ger=" + Path("de.txt")})
+  ASSERT_EQ(Publish({"--notes", "enu=" + Path("en.txt"), "--notes", "ger=" + Path("de.txt"), patch})
                 .status,
             0);
   const std::map<std::string, std::string> both = {{"enu", "Faster."}, {"ger", "Schneller."}};

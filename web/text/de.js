@@ -81,7 +81,9 @@ export default {
   "distribute.text": "Jeder Knoten prüft die Unterschrift der Firmware selbst. Installiert wird noch nichts.",
 
   "ready.title": "Bereit zur Installation",
-  "ready.text": "Jeder Knoten hat seine Firmware. Als Nächstes sehen Sie die Lizenz und was im Weg steht, falls es etwas gibt.",
+  "ready.all": "Jeder Knoten hat seine Firmware.",
+  "ready.some": "Firmware liegt bereit: {names}.",
+  "ready.text": "Als Nächstes sehen Sie die Lizenz und was im Weg steht, falls es etwas gibt.",
   "ready.button": "Weiter",
   "ready.busy": "Die neue Firmware wird gefragt …",
   "ready.discard": "Verwerfen",

@@ -81,7 +81,9 @@ export default {
   "distribute.text": "Every node checks the firmware's signature itself. Nothing is installed yet.",
 
   "ready.title": "Ready to install",
-  "ready.text": "Every node has its firmware. Next you see its licence and what stands in the way, if anything does.",
+  "ready.all": "Every node has its firmware.",
+  "ready.some": "Firmware stands ready on {names}.",
+  "ready.text": "Next you see its licence and what stands in the way, if anything does.",
   "ready.button": "Continue",
   "ready.busy": "Asking the new firmware…",
   "ready.discard": "Discard it",
@@ -97,7 +99,7 @@ export default {
   "findings.recheck": "Check again",
 
   "confirm.title": "Install now?",
-  "confirm.rooms": "{names}: no Wi-Fi while it restarts.",
+  "confirm.rooms": "{names}: no Wi-Fi during the restart.",
   "confirm.cap": "The main router comes last: then the internet is away too, and this page loses its connection for a moment.",
   "confirm.time": "It takes about {time}.",
   "confirm.timeUnknown": "It takes a few minutes.",

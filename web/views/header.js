@@ -10,7 +10,7 @@ function opener(local, panel, label, content) {
 export function header({ mesh, local }) {
   const count = mesh?.notifications?.count ?? 0;
   return h("header", { "data-key": "header" },
-    h("h1", {}, t("title")),
+    h("h1", {}, h("img", { src: "/icon.svg", alt: "" }), t("title")),
     h("nav", {},
       opener(local, "bell", t("bell.count", { count }),
         [h("span", { class: "bell", "aria-hidden": "true" }),

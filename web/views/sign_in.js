@@ -4,7 +4,7 @@ import { session } from "../api.js";
 
 export function signIn({ local }) {
   return h("main", { class: "narrow", "data-key": "sign-in" },
-    h("h1", {}, t("signIn.title")),
+    h("h1", {}, h("img", { src: "/icon.svg", alt: "" }), t("signIn.title")),
     local.signedOut ? note(t(local.signedOut)) : h("p", {}, t("signIn.intro")),
     problem(local.error),
     h("form", { "data-submit": "signIn", "data-key": "sign-in-form" },

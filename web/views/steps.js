@@ -9,6 +9,6 @@ export function steps(phase, local) {
     h("li", { class: i < now ? "past" : i === now ? "now" : "", "data-key": step,
       "aria-current": i === now ? "step" : null },
       h("span", { class: "ball", "aria-hidden": "true" }, i < now ? "✓" : i + 1),
-      h("span", {}, t(`step.${step}`)),
+      h("span", { class: "label" }, t(`step.${step}`)),
       i < now ? h("span", { class: "unseen" }, ` (${t("steps.done")})`) : null)));
 }

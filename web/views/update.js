@@ -1,8 +1,8 @@
 // The way of an update, one view for each phase.
 
 import { h } from "../dom.js";
-import { affectedNodes, lastDuration, nodeName, nodeProgress, shortVersion, transferBars }
-  from "../state.js";
+import { affectedNodes, isReadyEverywhere, lastDuration, nodeName, nodeProgress, shortVersion,
+  transferBars } from "../state.js";
 import { bytes, duration, firmwareLanguage, list } from "../text.js";
 import { bar, button, facts, note, t } from "./parts.js";
 import { steps } from "./steps.js";
@@ -14,7 +14,8 @@ const kEndings = {
 
 // How the last download of this page ended, if not well.
 function ending({ mesh, local }) {
-  const key = kEndings[mesh.download?.status];
+  // A download that is cancelled may still say that it failed.
+  const key = local.canceled ? kEndings.canceled : kEndings[mesh.download?.status];
   if (!local.downloadSeen || key === undefined) return null;
   const space = key === "found.space";
   return [note(t(key), space || key === "found.failed" ? "bad" : "info"),
@@ -77,8 +78,11 @@ function transferring(model, phase) {
       : button(local, "cancel", t("download.cancel"), { busy: t("download.canceling") })];
 }
 
-function ready({ local }) {
-  return [h("h3", {}, t("ready.title")), h("p", {}, t("ready.text")),
+function ready({ mesh, local }) {
+  const names = list(mesh.nodes.filter((node) => node.staged_version !== "").map(nodeName));
+  return [h("h3", {}, t("ready.title")),
+    h("p", {}, isReadyEverywhere(mesh) ? t("ready.all") : t("ready.some", { names })),
+    h("p", {}, t("ready.text")),
     local.refused ? note(t("licence.refused"), "info") : null,
     h("p", { class: "row" },
       button(local, "precheck", t("ready.button"), { kind: "main", busy: t("ready.busy") }),

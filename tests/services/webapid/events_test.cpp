@@ -162,6 +162,28 @@ TEST_F(Events, EndWithTheSession) {
   EXPECT_EQ(page.answer.get().status, 200);  // its end
 }
 
+TEST_F(Events, WhoComesAfterAllHaveLeftHearsTheStateAtOnce) {
+  for (int i = 0; i < 5; ++i) {
+    Listener page;
+    StartListening(page);
+    EXPECT_TRUE(WaitFor([&] { return page.Heard(Event("one")); })) << i;
+    EXPECT_EQ(client_.Post("KALO.Core.Auth/1/logout").Code(), 0);
+    EXPECT_EQ(page.answer.get().status, 200);
+    client_ = SignedIn();
+  }
+}
+
+TEST_F(Events, EndWithTheRightToListen) {
+  Listener page;
+  StartListening(page);
+  EXPECT_TRUE(WaitFor([&] { return page.Heard(Event("one")); }));
+  std::string users = ReadTestFile("/etc/kalo/users.json");
+  users.replace(users.find("administrators"), 14, "visitors");
+  WriteTestFile("/etc/kalo/users.json", users);
+  EXPECT_EQ(page.answer.get().status, 200);
+  EXPECT_EQ(client_.Listen(kRow, [](const std::string&) { return true; }).Code(), 7006);
+}
+
 TEST_F(Events, ListeningDoesNotKeepASessionAlive) {
   EXPECT_EQ(Stop(), 0);
   Configure(R"(,"session":{"idle_s":3,"absolute_s":60})");
