@@ -4,6 +4,7 @@ import { session } from "./api.js";
 import { Actions } from "./actions.js";
 import { h, morph } from "./dom.js";
 import { Live } from "./live.js";
+import { freshLocal } from "./local.js";
 import { RateMeter } from "./rate.js";
 import { isBusy, isTransferring, phaseOf } from "./state.js";
 import { language, t } from "./text.js";
@@ -16,14 +17,7 @@ const kKeepAlive = 4 * 60_000;
 /** All that this page knows: the mesh as the router tells it, and what is only this page's own. */
 const model = {
   mesh: null,
-  local: {
-    busy: null, error: null, signedOut: null, lost: false, troubled: false, panel: null,
-    offer: null, nothing: null, releases: null, downloadSeen: false, canceled: false, rates: new Map(),
-    precheck: null, ticked: false, agreed: false, goesOn: false, refused: false, capBoot: "",
-    dismissed: Number(localStorage.getItem("kalo.dismissed")) || 0,
-    hand: { files: {}, refused: [], sending: null },
-    equal: null, equalNote: null, notifications: null, history: null,
-  },
+  local: freshLocal(Number(localStorage.getItem("kalo.dismissed")) || 0),
 };
 
 const meters = new Map();

@@ -27,6 +27,14 @@ struct StatusOptions {
   bool skip_mesh_state = false;
 };
 
+struct WatchOptions {
+  int count = 0;  ///< looks, a second apart; 0: until it is interrupted
+};
+
+struct DumpOptions {
+  std::string out;  ///< empty: standard output
+};
+
 struct ProgressOptions {
   bool version1 = false;
   bool download = false;
@@ -72,6 +80,10 @@ int RunLogin(const CommonOptions& common, const LoginOptions& options);
 int RunLogout(const CommonOptions& common);
 int RunStatus(const CommonOptions& common, const StatusOptions& options);
 int RunProgress(const CommonOptions& common, const ProgressOptions& options);
+int RunWatch(const CommonOptions& common, const WatchOptions& options);
+int RunHistory(const CommonOptions& common);
+int RunDoctor(const CommonOptions& common);
+int RunDump(const CommonOptions& common, const DumpOptions& options);
 int RunNodes(const CommonOptions& common);
 int RunCheck(const CommonOptions& common, const CheckOptions& options);
 int RunDownload(const CommonOptions& common, const DownloadOptions& options);

@@ -30,6 +30,8 @@ class Refusal : public Failure {
  public:
   Refusal(int code, const std::string& sentence);
   [[nodiscard]] int Code() const { return code_; }
+  /// @return whether signing in again is what it takes.
+  [[nodiscard]] bool EndsSession() const { return code_ >= 7003 && code_ <= 7006; }
 
  private:
   int code_;

@@ -19,6 +19,8 @@ struct Arguments {
   LoginOptions login;
   StatusOptions status;
   ProgressOptions progress;
+  WatchOptions watch;
+  DumpOptions dump;
   CheckOptions check;
   NotificationsOptions notifications;
   DownloadOptions download;
@@ -68,6 +70,21 @@ void AddQueries(CLI::App& app, Arguments& a) {
                  [](const auto& x) { return RunNotifications(x.common, x.notifications); });
   notifications->add_option("--dismiss", a.notifications.dismiss, "drop the one with this id")
       ->check(CLI::PositiveNumber);
+}
+
+void AddHelp(CLI::App& app, Arguments& a) {
+  CLI::App* watch = AddCommand(app, a, "watch", "show the mesh as it changes, until Ctrl-C",
+                               [](const auto& x) { return RunWatch(x.common, x.watch); });
+  watch->add_option("--count", a.watch.count, "end after so many looks, a second apart")
+      ->check(CLI::PositiveNumber);
+  AddCommand(app, a, "history", "tell which updates were installed, and what became of each node",
+             [](const auto& x) { return RunHistory(x.common); });
+  AddCommand(app, a, "doctor", "explain why the status is what it is, and what is odd",
+             [](const auto& x) { return RunDoctor(x.common); });
+  CLI::App* dump =
+      AddCommand(app, a, "dump", "collect what a report of a fault needs; no password, no key",
+                 [](const auto& x) { return RunDump(x.common, x.dump); });
+  dump->add_option("--out", a.dump.out, "file to write; standard output unless it is named");
 }
 
 void AddActions(CLI::App& app, Arguments& a) {
@@ -163,6 +180,7 @@ int Run(int argc, char** argv, Arguments& arguments) {
   app.fallthrough();
   AddLogin(app, arguments);
   AddQueries(app, arguments);
+  AddHelp(app, arguments);
   AddActions(app, arguments);
   AddEqual(app, arguments);
   try {

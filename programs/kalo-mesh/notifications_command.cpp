@@ -1,5 +1,3 @@
-#include <array>
-#include <ctime>
 #include <iostream>
 
 #include "host/core/strict_json.h"
@@ -8,22 +6,12 @@
 #include "programs/kalo-mesh/failure.h"
 #include "programs/kalo-mesh/mesh_view.h"
 #include "programs/kalo-mesh/table.h"
+#include "programs/kalo-mesh/time_text.h"
 
 namespace kalo::cli {
 namespace {
 
 constexpr const char* kApi = "KALO.Core.Notification";
-
-// Local time, to the minute.
-std::string TimeText(const Json::Value& value) {
-  if (!value.isInt64()) return "";
-  const std::time_t time = value.asInt64();
-  std::tm local{};
-  std::array<char, 32> text{};
-  if (localtime_r(&time, &local) == nullptr) return "";
-  const std::size_t length = std::strftime(text.data(), text.size(), "%F %R", &local);
-  return {text.data(), length};
-}
 
 void Print(const Json::Value& data) {
   const Json::Value& list = data["notifications"];

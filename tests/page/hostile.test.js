@@ -97,6 +97,7 @@ function show(scenesOfText, answers) {
     const { h, morph } = await import("/dom.js");
     const { page, announcement } = await import("/views/page.js");
     const { Actions } = await import("/actions.js");
+    const { freshLocal } = await import("/local.js");
     const real = globalThis.fetch;
     globalThis.fetch = async (url) => {
       const row = Object.keys(replies).find((name) => url.endsWith(name));
@@ -105,12 +106,7 @@ function show(scenesOfText, answers) {
         : { success: true, data: replies[row] }));
     };
     const showOne = async (wanted) => {
-      const model = { mesh: wanted.state, local: { busy: null, error: null, signedOut: null,
-        lost: false, troubled: false, panel: null, offer: null, nothing: null, releases: null,
-        downloadSeen: true, canceled: false, rates: new Map(), precheck: null, ticked: false,
-        agreed: false, goesOn: false, refused: false, capBoot: "", dismissed: 0,
-        hand: { files: {}, refused: [], sending: null }, equal: null, equalNote: null,
-        notifications: null, history: null } };
+      const model = { mesh: wanted.state, local: { ...freshLocal(0), downloadSeen: true } };
       const place = document.createElement("div");
       const render = () => morph(place, h("div", {}, page(model, true)));
       const actions = new Actions(model, { render, connection: { start() {}, stop() {} } });

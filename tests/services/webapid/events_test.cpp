@@ -1,10 +1,10 @@
 #include <signal.h>
 
 #include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <future>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 #include "tests/services/webapid/server_fixture.h"
@@ -95,11 +95,13 @@ TEST_F(Events, NobodyIsAskedForOnesThatNobodyHears) {
   EndListening(page);
   // The server learns that the client has left when it next has something to say.
   Say("two");
-  EXPECT_TRUE(WaitFor([before = Asked()]() mutable {
-    const bool quiet = Asked() == before;
-    before = Asked();
-    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
-    return quiet && Asked() == before;
+  using Clock = std::chrono::steady_clock;
+  EXPECT_TRUE(WaitFor([asked = Asked(), since = Clock::now()]() mutable {
+    if (const std::size_t now = Asked(); now != asked) {
+      asked = now;
+      since = Clock::now();
+    }
+    return Clock::now() - since > std::chrono::milliseconds(2500);
   }));
 }
 
