@@ -119,7 +119,7 @@ std::string WhyUpgrading(const Facts& facts) {
 std::string WhyNot(const Facts& facts) {
   for (const auto& [path, file] : {std::pair(paths::kUpgradeProgress, &facts.upgrade),
                                    std::pair(paths::kDownloadProgress, &facts.download)}) {
-    const std::string bad = BadFile(path, *file);
+    std::string bad = BadFile(path, *file);
     if (!bad.empty()) return bad;
   }
   return "the mesh service did not answer, or a file could not be read; the router's system log "

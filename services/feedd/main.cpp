@@ -51,20 +51,17 @@ int Serve(const kalo::feedd::FeedServerOptions& options) {
   return 0;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  openlog("feedd", 0, LOG_DAEMON);
+int Run(int argc, char** argv) {
   CLI::App app("Serves an update feed's folder over HTTPS or HTTP.", "feedd");
   kalo::feedd::FeedServerOptions options;
   std::string listen;
   std::string certificate;
   std::string key;
+  std::uint64_t rate_kib = 0;
   app.add_option("--root", options.root, "the feed's folder")->required();
   app.add_option("--listen", listen, "ADDRESS:PORT; port 0: any")->required();
   auto* cert_option = app.add_option("--cert", certificate, "file with the server's certificate");
   app.add_option("--key", key, "file with its key")->needs(cert_option);
-  std::uint64_t rate_kib = 0;
   app.add_option("--rate", rate_kib, "KiB a second for each file, to try a slow line")
       ->check(CLI::Range(1, 1 << 30));
   app.footer(
@@ -73,15 +70,24 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
     ReadListen(listen, options);
-    options.bytes_per_second = rate_kib * 1024;
     if (certificate.empty() != key.empty()) throw CLI::RequiredError("--cert and --key");
-    if (!certificate.empty()) {
-      options.certificate = ReadPem(certificate);
-      options.key = ReadPem(key);
-    }
-    return Serve(options);
   } catch (const CLI::ParseError& e) {
     return app.exit(e) == 0 ? 0 : kUsage;
+  }
+  options.bytes_per_second = rate_kib * 1024;
+  if (!certificate.empty()) {
+    options.certificate = ReadPem(certificate);
+    options.key = ReadPem(key);
+  }
+  return Serve(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  openlog("feedd", 0, LOG_DAEMON);
+  try {
+    return Run(argc, argv);
   } catch (const std::exception& e) {
     kalo::Log(LOG_ERR, "%s", e.what());
     std::cerr << "feedd: " << e.what() << "\n";

@@ -13,7 +13,7 @@
 namespace kalo::meshd {
 namespace {
 
-constexpr std::size_t kFileLimit = 1024 * 1024;
+constexpr std::size_t kFileLimit = std::size_t{1} << 20;
 constexpr mode_t kMode = 0600;
 constexpr Json::ArrayIndex kMost = 50;
 

@@ -181,6 +181,17 @@ test("the policy lets nothing run that is not the page's own", async () => {
   assert.ok(refused.failures.length >= 2, JSON.stringify(refused));
 });
 
+test("who does nothing for long is signed out, with a reason", async () => {
+  const left = await open(browser, mesh);
+  await left.clock.install();
+  await left.reload();
+  await signIn(left, mesh);
+  await left.clock.fastForward("16:00");
+  await left.getByText("You were signed out because nothing happened here for a while.").waitFor();
+  assert.equal(await left.evaluate(() => sessionStorage.getItem("kalo.token")), null);
+  await left.context().close();
+});
+
 test("a page that frames it shows nothing of it", async () => {
   const outside = await tab.context().newPage();
   await outside.setContent(`<iframe src="${mesh.address}/"></iframe>`);

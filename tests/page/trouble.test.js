@@ -51,9 +51,16 @@ test("nodes of different versions are brought to one", async () => {
   assert.equal(mesh.runningVersion(3), "1.4.0-76010");
 });
 
-test("a node that is away is named", async () => {
+test("a node that is away is named, also where there is no stream of events", async () => {
+  const polling = await open(browser, mesh);
+  await polling.route("**/events", (route) =>
+    route.continue({ headers: { ...route.request().headers(), accept: "application/json" } }));
+  await signIn(polling, mesh);
+  await heading(polling, "All 4 nodes run 1.4.0-76010.");
   mesh.event(3, "offline");
   await heading(tab, "Attic is offline.");
+  await heading(polling, "Attic is offline.");
+  await polling.context().close();
   await fits("a node away");
   mesh.event(3, "online");
   await heading(tab, "All 4 nodes run 1.4.0-76010.");

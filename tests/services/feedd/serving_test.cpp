@@ -158,6 +158,21 @@ TEST_F(Serving, GivesARestOfTheSameContentsOnly) {
   EXPECT_EQ(stale.body, whole.body);
 }
 
+TEST_F(Serving, ASlowLineGivesTheSameInItsTime) {
+  const std::string slow = "http://127.0.0.1:8081";
+  const pid_t feedd =
+      Start({FEEDD, "--root", "/srv/feed", "--listen", "127.0.0.1:8081", "--rate", "200"});
+  EXPECT_TRUE(test::WaitFor([&] { return Get(slow, {"/v2/empty.json"}).status == 200; }));
+  const auto begin = std::chrono::steady_clock::now();
+  const Answer whole = Get(slow, {"/patches/kalo_m1/76010.patch"});
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+  EXPECT_EQ(whole.body, Get(kFeedd, {"/patches/kalo_m1/76010.patch"}).body);
+  const Answer rest = Get(slow, {"/patches/kalo_m1/76010.patch", "GET", {"Range: bytes=299990-"}});
+  EXPECT_EQ(rest.status, 206);
+  EXPECT_EQ(rest.body, whole.body.substr(299990));
+  EXPECT_EQ(End(feedd), 0);
+}
+
 TEST_F(Serving, FollowsNoLinkOutOfTheFeed) {
   EXPECT_EQ(Get(kFeedd, {"/patches/link.patch"}).status, 404);
 }
