@@ -2,19 +2,33 @@
 
 import { ApiError, call, session, signIn, signOut, upload } from "./api.js";
 import { describePatch, sha256 } from "./patch_file.js";
-import { hasStaged, isInstalling, isTransferring, nodeName, offerOf, shortVersion } from "./state.js";
+import { freshLocal } from "./local.js";
+import { hasStaged, isInstalling, isReadyEverywhere, isTransferring, nodeName, offerOf, shortVersion } from "./state.js";
 import { firmwareLanguage, list, t } from "./text.js";
 import { modelsOf } from "./views/hand.js";
 
 const kMesh = "KALO.Mesh.Upgrade";
-const kPatience = 30_000;
+const kPatience = 10_000;   // until the router's state shows what was asked
+const kRound = 30 * 60_000;
+const kOwnFault = -1;       // of this page, not of the router
 const kNodesTell = 10_000;  // what they hold
+
+// A folder, or a file that has gone since, is no patch either.
+async function describe(file) {
+  try {
+    const found = await describePatch(file);
+    return found === null ? null : { ...found, sum: await sha256(file) };
+  } catch {
+    return null;
+  }
+}
 
 export class Actions {
   #model;
   #render;
   #connection;
   #waiting = new Set();
+  #uploading = null;
   #lastCall = Date.now();
 
   constructor(model, { render, connection }) {
@@ -43,24 +57,33 @@ export class Actions {
       await this.#long[name].call(this, element);
     } catch (error) {
       this.#fail(error);
+    } finally {
+      // Who left meanwhile may be about to sign in again.
+      if (this.#local.busy === name) this.#local.busy = null;
+      this.#render();
     }
-    this.#local.busy = null;
-    this.#render();
   }
 
   #fail(error) {
-    if (!(error instanceof ApiError)) throw error;
-    if (error.isEndOfSession) return this.leave("signIn.ended");
-    this.#local.error = error;
+    if (session.token === "" && this.#local.busy !== "signIn") return;  // all is over already
+    if (!(error instanceof ApiError)) {
+      console.error(error);
+      this.#local.error = new ApiError(kOwnFault, "");
+    } else if (error.isEndOfSession) {
+      this.leave("signIn.ended");
+    } else {
+      this.#local.error = error;
+    }
   }
 
-  /** Back to the sign-in, with the reason. */
-  leave(reason) {
+  /** Back to the sign-in, with the reason, or the error that is one. */
+  leave(reason, error = null) {
     session.forget();
     this.#connection.stop();
+    this.#uploading?.abort();
     this.#model.mesh = null;
-    Object.assign(this.#local, { signedOut: reason, error: null, panel: null, offer: null,
-      nothing: null, precheck: null, notifications: null, history: null, equal: null });
+    Object.assign(this.#local, freshLocal(this.#local.dismissed), { signedOut: reason, error });
+    for (const one of [...this.#waiting]) one.end(false);
     this.#render();
   }
 
@@ -82,22 +105,20 @@ export class Actions {
 
   /** Wakes who waits for a state of the mesh. */
   onState(mesh) {
-    for (const one of [...this.#waiting]) one(mesh);
+    for (const one of [...this.#waiting]) if (one.condition(mesh)) one.end(true);
   }
 
+  /** Waits for such a state; false when it did not come in time, or all is over. */
   #until(condition, patience = kPatience) {
     return new Promise((resolve) => {
-      const look = (mesh) => {
-        if (!condition(mesh)) return;
-        end(true);
-      };
       const end = (held) => {
         clearTimeout(timer);
-        this.#waiting.delete(look);
+        this.#waiting.delete(waiting);
         resolve(held);
       };
+      const waiting = { condition, end };
       const timer = setTimeout(() => end(false), patience);
-      this.#waiting.add(look);
+      this.#waiting.add(waiting);
     });
   }
 
@@ -176,8 +197,9 @@ export class Actions {
     },
 
     async download() {
-      this.#local.canceled = false;
-      const begun = this.#until((mesh) => isTransferring(mesh) || mesh.download.status === "failed");
+      const before = this.#model.mesh.download.status;
+      const begun = this.#until((mesh) => isTransferring(mesh) || isReadyEverywhere(mesh) ||
+        mesh.download.status !== before);
       await call(`${kMesh}.Download`, 1, "start", { is_promotion: this.#local.offer.promotion });
       await begun;
       this.#local.downloadSeen = true;
@@ -185,8 +207,9 @@ export class Actions {
 
     async cancel() {
       const ended = this.#until((mesh) => !isTransferring(mesh));
+      // What is finished stays; the nodes go on getting it.
+      this.#local.canceled = this.#model.mesh.download.status === "downloading";
       await call(`${kMesh}.Download`, 1, "cancel");
-      this.#local.canceled = true;
       await ended;
     },
 
@@ -207,7 +230,8 @@ export class Actions {
     },
 
     async install() {
-      const begun = this.#until(isInstalling);
+      const last = this.#model.mesh.last_update?.begun;
+      const begun = this.#until((mesh) => isInstalling(mesh) || mesh.last_update?.begun !== last);
       await call(kMesh, 1, "start");
       await begun;
     },
@@ -224,8 +248,8 @@ export class Actions {
       if (first === null) {
         this.#local.equalNote = "equal.none";
       } else {
+        await this.#startRound(first);
         this.#bringLevel(first);
-        await this.#until(isInstalling);
       }
     },
 
@@ -238,15 +262,17 @@ export class Actions {
       const models = modelsOf(this.#model.mesh);
       const { hand } = this.#local;
       hand.refused = [];
-      for (const file of element.files) {
-        const found = await describePatch(file);
+      const files = [...element.files];
+      element.value = "";  // so that the same file can be chosen once more
+      for (const file of files) {
+        const found = await describe(file);
         if (found === null) {
           hand.refused.push(t("hand.noPatch", { name: file.name }));
         } else if (!models.includes(found.model)) {
           hand.refused.push(t("hand.wrongModel", { name: file.name, model: found.model,
             models: list(models) }));
         } else {
-          hand.files[found.model] = { file, version: found.version, sum: await sha256(file) };
+          hand.files[found.model] = { file, version: found.version, sum: found.sum };
         }
         this.#render();
       }
@@ -257,16 +283,18 @@ export class Actions {
       const files = Object.fromEntries(
         Object.entries(hand.files).map(([model, { file }]) => [model, file]));
       hand.sending = { sent: 0, whole: 1 };
+      this.#uploading = new AbortController();
       try {
         await upload(files, (sent, whole) => {
           hand.sending = { sent, whole };
           this.#render();
-        });
+        }, this.#uploading.signal);
         hand.files = {};
         this.#local.offer = null;
-        this.#local.dismissed = this.#model.mesh.last_update?.begun ?? 0;
+        this.#local.dismissed = this.#model.mesh?.last_update?.begun ?? this.#local.dismissed;
         await this.#until(hasStaged, kNodesTell);
       } finally {
+        this.#uploading = null;
         hand.sending = null;
       }
     },
@@ -289,24 +317,26 @@ export class Actions {
     return offer.available === true ? offer : null;
   }
 
+  async #startRound(offer) {
+    await call(`${kMesh}.Equal`, 1, "start");
+    this.#local.equal = this.#describeRound(offer);
+  }
+
   // Round after round, until nobody lags behind. A round that changed nothing would change nothing
   // the next time either.
   async #bringLevel(first) {
     let offer = first;
     try {
-      while (offer !== null) {
-        this.#local.equal = this.#describeRound(offer);
-        const begun = this.#until(isInstalling);
-        await call(`${kMesh}.Equal`, 1, "start");
-        if (!await begun) break;
-        await this.#until((mesh) => !isInstalling(mesh) && mesh.status?.reason === undefined,
-          30 * 60_000);
+      while (offer !== null && await this.#until(isInstalling)) {
+        await this.#until((mesh) => !isInstalling(mesh) &&
+          mesh.status?.reason !== "mesh_status_syncing", kRound);
         if (this.#local.equal === null) return;  // cancelled
         const next = await this.#nextRound();
         if (JSON.stringify(next) === JSON.stringify(offer)) break;
+        if (next !== null) await this.#startRound(next);
         offer = next;
       }
-      if (offer !== null) this.#local.equalNote = "equal.failed";
+      if (offer !== null && this.#local.equal !== null) this.#local.equalNote = "equal.failed";
     } catch (error) {
       this.#fail(error);
     } finally {

@@ -2,6 +2,8 @@
 
 const kToken = "kalo.token";
 const kUser = "kalo.user";
+const kUse = "kalo.used";
+const kNotAllowed = 7006;
 const kSessionErrors = [7003, 7004, 7005];
 
 /** What the server answered instead of data. Code 0: it did not answer at all. */
@@ -15,18 +17,32 @@ export class ApiError extends Error {
   get isEndOfSession() {
     return kSessionErrors.includes(this.code);
   }
+
+  /** Whether asking again is no use. */
+  get isFinal() {
+    return this.isEndOfSession || this.code === kNotAllowed;
+  }
 }
 
-/** The session that this tab has: the cookie is the browser's, the token is ours to send. */
+/**
+ * The session: the cookie is the browser's, the token is ours to send. All tabs have the same one, as
+ * they have the same cookie; without it the token is good for nothing.
+ */
 export const session = {
-  get token() { return sessionStorage.getItem(kToken) ?? ""; },
-  get user() { return sessionStorage.getItem(kUser) ?? ""; },
+  get token() { return localStorage.getItem(kToken) ?? ""; },
+  get user() { return localStorage.getItem(kUser) ?? ""; },
+  /** When somebody last did something in any tab. */
+  get lastUse() { return Number(localStorage.getItem(kUse)) || 0; },
+  touch() {
+    localStorage.setItem(kUse, String(Date.now()));
+  },
   keep(user, token) {
-    sessionStorage.setItem(kUser, user);
-    sessionStorage.setItem(kToken, token);
+    localStorage.setItem(kUser, user);
+    localStorage.setItem(kToken, token);
+    this.touch();
   },
   forget() {
-    sessionStorage.removeItem(kToken);
+    localStorage.removeItem(kToken);
   },
 };
 
@@ -65,8 +81,8 @@ export function dataOf(text, retryAfter = 0) {
 }
 
 /** Calls a row and gives its data; throws ApiError. */
-export async function call(api, version, method, params = {}) {
-  const response = await post(api, version, method, params);
+export async function call(api, version, method, params = {}, options = {}) {
+  const response = await post(api, version, method, params, options);
   return dataOf(await response.text(), Number(response.headers.get("Retry-After")) || 0);
 }
 
@@ -91,8 +107,9 @@ export async function signOut() {
  * Uploads one patch file for each model.
  * @param files model -> File
  * @param onProgress called with bytes sent and bytes in all
+ * @param signal ends it
  */
-export function upload(files, onProgress) {
+export function upload(files, onProgress, signal) {
   const form = new FormData();
   for (const [model, file] of Object.entries(files)) form.append(`${model}_file`, file, "patch");
   return new Promise((resolve, reject) => {
@@ -107,7 +124,10 @@ export function upload(files, onProgress) {
         reject(error);
       }
     });
-    request.addEventListener("error", () => reject(new ApiError(0, "")));
+    for (const end of ["error", "abort"]) {
+      request.addEventListener(end, () => reject(new ApiError(0, "")));
+    }
+    signal.addEventListener("abort", () => request.abort());
     request.send(form);
   });
 }

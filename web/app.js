@@ -23,7 +23,6 @@ const model = {
 const meters = new Map();
 const root = document.getElementById("page");
 const live = document.getElementById("live");
-let lastUse = Date.now();
 
 function render() {
   const wanted = h("div", {}, page(model, session.token !== ""));
@@ -62,7 +61,10 @@ function reconcile(before, mesh) {
     Object.assign(local, { precheck: null, ticked: false, agreed: false, goesOn: false,
       refused: false });
   }
-  if (isTransferring(mesh)) local.downloadSeen = true;
+  if (isTransferring(mesh)) {
+    local.downloadSeen = true;
+    if (before !== null && !isTransferring(before)) local.canceled = false;
+  }
   const cap = mesh.nodes.find((node) => node.id === 0);
   if (phase !== "installing") local.capBoot = cap?.boot_id ?? "";
   if (phase === "installing" || phase === "done" || phase === "failed") {
@@ -91,8 +93,9 @@ const connection = new Live({
     model.local.troubled = true;
     render();
   },
-  ended() {
-    actions.leave("signIn.ended");
+  ended(error) {
+    if (error.isEndOfSession) actions.leave("signIn.ended");
+    else actions.leave(null, error);
   },
 });
 
@@ -119,7 +122,7 @@ root.addEventListener("drop", (event) => {
   actions.run("files", { files: event.dataTransfer.files });
 });
 for (const use of ["pointerdown", "keydown", "wheel"]) {
-  addEventListener(use, () => { lastUse = Date.now(); }, { passive: true });
+  addEventListener(use, () => session.touch(), { passive: true });
 }
 
 // Listening is no use of a session. Somebody who reads, or waits for what runs, stays signed in;
@@ -127,7 +130,7 @@ for (const use of ["pointerdown", "keydown", "wheel"]) {
 setInterval(() => {
   if (session.token === "") return;
   const busy = isBusy(model.mesh) || model.local.busy !== null;
-  if (!busy && Date.now() - lastUse > kIdle) {
+  if (!busy && Date.now() - session.lastUse > kIdle) {
     actions.signOut("signIn.idle");
   } else {
     actions.keepAlive(kKeepAlive);

@@ -21,6 +21,7 @@ export function h(tag, attributes = {}, ...children) {
 /**
  * Makes the children of `target` what those of `source` are, with as few changes as that takes: what
  * has the focus keeps it, what somebody typed stays, a screen reader hears of what is new alone.
+ * What has a data-key is the same thing wherever it stands; the rest goes by its place.
  */
 export function morph(target, source) {
   const wanted = [...source.childNodes];
@@ -28,21 +29,44 @@ export function morph(target, source) {
     const there = target.childNodes[i];
     if (there === undefined) {
       target.append(node);
-    } else if (!isAlike(there, node)) {
-      there.replaceWith(node);
-    } else if (node.nodeType === Node.TEXT_NODE) {
-      if (there.data !== node.data) there.data = node.data;
+    } else if (isAlike(there, node)) {
+      update(there, node);
     } else {
-      takeAttributes(there, node);
-      morph(there, node);
+      place(target, there, node);
     }
   });
   while (target.childNodes.length > wanted.length) target.lastChild.remove();
 }
 
+// Something else stands where the node is to be: the node may stand further on, or be new.
+function place(target, there, node) {
+  if (keyOf(node) === null) {
+    if (keyOf(there) === null) return there.replaceWith(node);
+    return target.insertBefore(node, there);
+  }
+  let later = there.nextSibling;
+  while (later !== null && !isAlike(later, node)) later = later.nextSibling;
+  if (later === null) return target.insertBefore(node, there);
+  while (later.previousSibling !== there) later.previousSibling.remove();
+  there.remove();
+  return update(later, node);
+}
+
+function update(there, node) {
+  if (node.nodeType === Node.TEXT_NODE) {
+    if (there.data !== node.data) there.data = node.data;
+    return;
+  }
+  takeAttributes(there, node);
+  morph(there, node);
+}
+
+function keyOf(node) {
+  return node.nodeType === Node.ELEMENT_NODE ? node.getAttribute("data-key") : null;
+}
+
 function isAlike(a, b) {
-  return a.nodeType === b.nodeType && a.nodeName === b.nodeName &&
-    (a.nodeType !== Node.ELEMENT_NODE || a.getAttribute("data-key") === b.getAttribute("data-key"));
+  return a.nodeType === b.nodeType && a.nodeName === b.nodeName && keyOf(a) === keyOf(b);
 }
 
 function takeAttributes(there, wanted) {
@@ -52,6 +76,6 @@ function takeAttributes(there, wanted) {
     if (!wanted.hasAttribute(name) && !own.includes(name)) there.removeAttribute(name);
   }
   for (const { name, value } of wanted.attributes) {
-    if (there.getAttribute(name) !== value) there.setAttribute(name, value);
+    if (!own.includes(name) && there.getAttribute(name) !== value) there.setAttribute(name, value);
   }
 }

@@ -6,6 +6,7 @@ import { ApiError, call, dataOf, post } from "./api.js";
 const kRow = ["KALO.Core.Mesh", 1, "events"];
 const kSilence = 30_000;    // the server says something every ten seconds
 const kPollEvery = 2_000;
+const kPatience = 10_000;   // for one answer
 const kPollsPerTry = 15;    // then the stream is tried again
 const kPauses = [300, 1_000, 2_000, 3_000];
 
@@ -52,9 +53,10 @@ export class Live {
         await this.#listen(signal);
       } catch (error) {
         if (signal.aborted) return;
-        if (error instanceof ApiError && error.isEndOfSession) return this.#handlers.ended(error);
-        if (error.code > 0) await this.#poll(signal);
-        if (!(error.code > 0)) this.#lose();
+        const answers = error instanceof ApiError && error.code > 0;
+        if (answers && error.isFinal) return this.#handlers.ended(error);
+        if (answers) await this.#poll(signal);
+        else this.#lose();
       }
       await pause(kPauses[Math.min(this.#failures, kPauses.length - 1)]);
     }
@@ -92,7 +94,7 @@ export class Live {
     try {
       this.#tell(dataOf(text));
     } catch (error) {
-      if (error.isEndOfSession) throw error;
+      if (error.isFinal) throw error;
       this.#handlers.troubled(error);
     }
   }
@@ -100,9 +102,9 @@ export class Live {
   async #poll(signal) {
     for (let i = 0; i < kPollsPerTry && !signal.aborted; ++i) {
       try {
-        this.#tell(await call(...kRow));
+        this.#tell(await call(...kRow, {}, { signal: AbortSignal.timeout(kPatience) }));
       } catch (error) {
-        if (error.isEndOfSession) return;  // the next listening tells
+        if (error.isFinal) return;  // the next listening tells
         if (error.code === 0) return this.#lose();
         this.#handlers.troubled(error);
       }

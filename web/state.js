@@ -54,7 +54,8 @@ export function meshSentence(mesh) {
  * @param local offer, precheck, dismissed (the `begun` of the last result that was put away)
  */
 export function phaseOf(mesh, local) {
-  if (isInstalling(mesh)) return "installing";
+  // Between two rounds nothing runs, but it goes on.
+  if (isInstalling(mesh) || local.equal !== null) return "installing";
   if (isReadyEverywhere(mesh)) {
     return local.precheck === null ? "ready" : "confirm";
   }
@@ -71,6 +72,11 @@ export function phaseOf(mesh, local) {
 /** Whether firmware stands ready on a node: after a download, by hand, or from a failed update. */
 export function hasStaged(mesh) {
   return mesh.nodes.some((node) => node.online && node.staged_version !== "");
+}
+
+/** How far a running update is in all. Before it runs, what is told is that of the one before. */
+export function totalOf(mesh) {
+  return (mesh.update_running ? mesh.update?.total_percentage : mesh.status?.percent) ?? 0;
 }
 
 export function isReadyEverywhere(mesh) {

@@ -66,6 +66,10 @@ int RunDoctor(const CommonOptions& common) {
                   "the mesh service does not answer: on the main router, see whether meshd runs, "
                   "and what its system log says");
   }
+  if (facts.isMember("error")) {
+    throw Failure(kFailed, "the router's state files could not be looked at: " +
+                               Printable(facts["message"].asString()));
+  }
   const Diagnosis diagnosis = Diagnose(state, facts);
   if (common.json) {
     Json::Value root(Json::objectValue);

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "host/webapi/error_codes.h"
+#include "services/webapid/error_sentences.h"
 #include "services/webapid/worker_message.h"
 
 namespace kalo::webapid {
@@ -47,6 +48,7 @@ void EventHub::Leave(Channel& channel, EventStream& stream) {
 void EventHub::Ask(Channel& channel) {
   channel.timer = loop_.At(EventLoop::Clock::now() + kAskEvery, [this, &channel] {
     ShowOut(channel);
+    BreakSilence(channel);
     if (!channel.listeners.empty()) Ask(channel);
   });
   if (channel.asking) return;
@@ -54,24 +56,24 @@ void EventHub::Ask(Channel& channel) {
   workers_.Submit({WorkerMessage(*channel.row, Json::Value(Json::objectValue)),
                    channel.row->timeout, true, [this, &channel](int code, const std::string& text) {
                      channel.asking = false;
-                     if (code == 0) Tell(channel, text);
+                     // A busy server has an answer in a moment.
+                     if (code == webapi::kServerBusy) return;
+                     Tell(channel, code == 0 ? text : ErrorEnvelope(code));
                    }});
 }
 
 void EventHub::Tell(Channel& channel, const std::string& envelope) {
   if (channel.listeners.empty()) return;  // all left meanwhile: who comes next knows nothing
-  const bool is_new = envelope != channel.last;
-  channel.silent = is_new ? 0 : channel.silent + 1;
-  if (!is_new && channel.silent < kLongestSilence) return;
-  channel.silent = 0;
+  if (envelope == channel.last) return;
   channel.last = envelope;
-  for (const Listener& listener : channel.listeners) {
-    if (is_new) {
-      listener.stream->Send(envelope);
-    } else {
-      listener.stream->SendComment();
-    }
-  }
+  channel.silent = 0;
+  for (const Listener& listener : channel.listeners) listener.stream->Send(envelope);
+}
+
+void EventHub::BreakSilence(Channel& channel) {
+  if (++channel.silent < kLongestSilence) return;
+  channel.silent = 0;
+  for (const Listener& listener : channel.listeners) listener.stream->SendComment();
 }
 
 // The stream leaves the list when the library is done with the request, which is later.

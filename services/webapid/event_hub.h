@@ -41,13 +41,14 @@ class EventHub {
     const webapi::RowDescription* row = nullptr;
     std::list<Listener> listeners;
     std::string last;  ///< envelope
-    int silent = 0;    ///< turns since something was sent
+    int silent = 0;    ///< turns of the timer since something was sent
     bool asking = false;
     EventLoop::TimerId timer{};
   };
 
   void Ask(Channel& channel);
   void Tell(Channel& channel, const std::string& envelope);
+  void BreakSilence(Channel& channel);
   void ShowOut(Channel& channel) const;
   void Leave(Channel& channel, EventStream& stream);
 

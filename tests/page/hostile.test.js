@@ -188,8 +188,42 @@ test("who does nothing for long is signed out, with a reason", async () => {
   await signIn(left, mesh);
   await left.clock.fastForward("16:00");
   await left.getByText("You were signed out because nothing happened here for a while.").waitFor();
-  assert.equal(await left.evaluate(() => sessionStorage.getItem("kalo.token")), null);
+  assert.equal(await left.evaluate(() => localStorage.getItem("kalo.token")), null);
   await left.context().close();
+});
+
+test("tabs share one session, and its end", async () => {
+  const other = await tab.context().newPage();
+  await other.goto(mesh.address);
+  await other.locator(".nodes").waitFor();
+  await tab.reload();
+  await tab.locator(".nodes").waitFor();
+  await other.getByRole("button", { name: "Sign out" }).click();
+  await other.locator("#password").waitFor();
+  await tab.locator("#page").getByText("Your session has ended.").waitFor();
+  await other.close();
+  await signIn(tab, mesh);
+});
+
+test("what stands further on stays when something comes before it", async () => {
+  const kept = await tab.evaluate(async () => {
+    const { h, morph } = await import("/dom.js");
+    const place = document.createElement("div");
+    const view = (note, panel) => h("div", {}, panel ? h("section", { "data-key": "panel" }) : null,
+      note ? h("p", {}, "note") : null, h("section", { "data-key": "a" }, h("input", {})),
+      h("details", { "data-key": "b" }, h("summary", {}, "x")));
+    morph(place, view(false, false));
+    const [input, details] = [place.querySelector("input"), place.querySelector("details")];
+    details.open = true;
+    const seen = [];
+    for (const [note, panel] of [[true, false], [true, true], [false, true], [false, false]]) {
+      morph(place, view(note, panel));
+      seen.push(place.querySelector("input") === input && place.querySelector("details") === details &&
+        details.open && place.childNodes.length === 2 + Number(note) + Number(panel));
+    }
+    return seen;
+  });
+  assert.deepEqual(kept, [true, true, true, true]);
 });
 
 test("a page that frames it shows nothing of it", async () => {

@@ -29,11 +29,11 @@ try {
     ...Object.entries(kNotes).flatMap(([language, text]) =>
       ["--notes", mesh.notesFile(language, text)]));
   await button(tab, "Check for updates").click();
-  await tab.getByText("What is new").waitFor();
+  await tab.locator("#page").getByText("What is new").waitFor();
   await picture("found");
   await button(tab, "Download").click();
   await heading(tab, "Downloading");
-  await tab.getByText(/a second,/).first().waitFor();
+  await tab.locator("#page").getByText(/a second,/).first().waitFor();
   await picture("downloading");
   await heading(tab, "Ready to install");
   await picture("ready");

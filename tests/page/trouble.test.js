@@ -42,7 +42,7 @@ test("nodes of different versions are brought to one", async () => {
   await fits("different versions");
   await button(tab, "Bring all nodes to one version").click();
   await heading(tab, "Installing");
-  await tab.getByText(/^Bringing .* to 1\.4\.0-76010/).waitFor();
+  await tab.locator("#page").getByText(/^Bringing .* to 1\.4\.0-76010/).waitFor();
   await fits("bringing level");
   await heading(tab, "Done");
   await tab.getByRole("cell", { name: "updated" }).first().waitFor();
@@ -67,20 +67,20 @@ test("a node that is away is named, also where there is no stream of events", as
 });
 
 test("a wrong file is refused before anything is sent", async () => {
-  await tab.getByText("Install a file by hand").click();
+  await tab.locator("#page").getByText("Install a file by hand").click();
   await tab.setInputFiles("#files", mesh.patch("keys/../../../page/trouble/box").replace(/\.patch$/, ".json"));
-  await tab.getByText("box.json is no patch file.").waitFor();
+  await tab.locator("#page").getByText("box.json is no patch file.").waitFor();
   assert.ok(await button(tab, "Send to the router").isHidden());
 });
 
 test("files by hand: model, version and checksum are shown, what is missing is named", async () => {
   await tab.setInputFiles("#files", mesh.patch("kalo_m1-76020"));
-  await tab.getByText(/kalo_m1-76020\.patch: 1\.4\.0-76020 for kalo_m1/).waitFor();
-  await tab.getByText(/SHA-256: [0-9a-f]{64}/).waitFor();
-  await tab.getByText("Still missing: a file for kalo_m2.").waitFor();
+  await tab.locator("#page").getByText(/kalo_m1-76020\.patch: 1\.4\.0-76020 for kalo_m1/).waitFor();
+  await tab.locator("#page").getByText(/SHA-256: [0-9a-f]{64}/).waitFor();
+  await tab.locator("#page").getByText("Still missing: a file for kalo_m2.").waitFor();
   assert.ok(await button(tab, "Send to the router").isDisabled());
   await tab.setInputFiles("#files", mesh.patch("kalo_m2-76010"));
-  await tab.getByText("The files are of different versions").waitFor();
+  await tab.locator("#page").getByText("The files are of different versions").waitFor();
   await fits("files by hand");
   await tab.setInputFiles("#files", mesh.patch("kalo_m2-76020"));
   await button(tab, "Send to the router").click();
@@ -101,8 +101,8 @@ test("a node that fails is named, with the reason, and nothing is lost", async (
   await heading(tab, "Installing");
   await fits("installing");
   await heading(tab, "The update failed");
-  await tab.getByText(/Attic.*could not install/).first().waitFor();
-  await tab.getByText("Nothing is lost").waitFor();
+  await tab.locator("#page").getByText(/Attic.*could not install/).first().waitFor();
+  await tab.locator("#page").getByText("Nothing is lost").waitFor();
   await fits("failed");
   mesh.event(3, "free-disk");
   assert.equal(mesh.runningVersion(3), "1.4.0-76010");
@@ -112,11 +112,11 @@ test("a node that fails is named, with the reason, and nothing is lost", async (
 test("a mesh service that is away is borne", async () => {
   await button(tab, "Close").click();
   await heading(tab, "Nodes run different versions.");
-  await tab.getByText("Last update failed").waitFor();
+  await tab.locator("#page").getByText("Last update failed").waitFor();
   mesh.event(0, "mesh-stop");
-  await tab.getByText("its mesh service does not yet").waitFor();
+  await tab.locator("#page").getByText("its mesh service does not yet").waitFor();
   mesh.event(0, "mesh-start");
-  await waitFor("the service again", () => tab.getByText("its mesh service does not yet").isHidden());
+  await waitFor("the service again", () => tab.locator("#page").getByText("its mesh service does not yet").isHidden());
 });
 
 test("a server that is away is told, and the page comes back", async () => {

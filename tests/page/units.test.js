@@ -4,16 +4,17 @@ import assert from "node:assert/strict";
 import { readdirSync, readFileSync } from "node:fs";
 import { test } from "node:test";
 
+import { freshLocal } from "../../web/local.js";
 import { memberText, valueOf } from "../../web/patch_file.js";
 import { RateMeter } from "../../web/rate.js";
 import { affectedNodes, lastDuration, meshSentence, nodeProgress, offerOf, phaseOf, shortVersion,
-  stepOf, transferBars } from "../../web/state.js";
+  stepOf, totalOf, transferBars } from "../../web/state.js";
 import de from "../../web/text/de.js";
 import en from "../../web/text/en.js";
 
 const kOld = "VXM 1.4.0-76000";
 const kNew = "VXM 1.4.0-76010";
-const kLocal = { precheck: null, offer: null, dismissed: 0, agreed: false };
+const kLocal = freshLocal(0);
 
 function node(id, change = {}) {
   return { id, name: ["Hall", "Kitchen", "Attic"][id], model: "kalo_m1", version: kOld, role: "cap",
@@ -56,6 +57,7 @@ test("the phase is what the router says, then what the page remembers", () => {
   assert.equal(phaseOf(ready, { ...kLocal, precheck: {} }), "confirm");
   assert.equal(phaseOf({ ...ready, update_running: true }, kLocal), "installing");
   assert.equal(phaseOf({ ...ready, status: { status: "upgrading" } }, kLocal), "installing");
+  assert.equal(phaseOf(mesh(), { ...kLocal, equal: {} }), "installing", "between two rounds");
   const last = { begun: 5, ended: 9, result: "finished", nodes: [] };
   assert.equal(phaseOf(mesh({ last_update: last }), kLocal), "done");
   assert.equal(phaseOf(mesh({ last_update: { ...last, result: "failed" } }), kLocal), "failed");
@@ -118,6 +120,12 @@ test("a node's progress stays between 0 and 100", () => {
   assert.deepEqual(nodeProgress(node(0)), { key: "waiting", percent: 0 });
   assert.deepEqual(nodeProgress(node(0, { step: "finish" })), { key: "finish", percent: 100 });
   assert.equal(nodeProgress(node(0, { step: "reboot", percent: 700 })).percent, 100);
+});
+
+test("before an update runs, the last one's percentage does not count", () => {
+  assert.equal(totalOf(mesh({ update: { total_percentage: 100 }, status: { percent: 3 } })), 3);
+  assert.equal(totalOf(mesh({ update: { total_percentage: 40 }, update_running: true })), 40);
+  assert.equal(totalOf(mesh({ update: { error: 117 }, update_running: true })), 0);
 });
 
 test("versions and durations", () => {

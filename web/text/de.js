@@ -15,7 +15,7 @@ export default {
   "signOut": "Abmelden",
 
   "lost": "Der Hauptrouter antwortet gerade nicht. Diese Seite versucht es weiter; Sie müssen nichts tun.",
-  "lost.installing": "Der Hauptrouter startet mit seiner neuen Firmware. Diese Seite kommt von selbst wieder. Schalten Sie ihn nicht aus.",
+  "lost.installing": "Ein Router startet mit seiner neuen Firmware. Diese Seite kommt von selbst wieder. Schalten Sie nichts aus.",
   "troubled": "Der Hauptrouter antwortet, sein Mesh-Dienst noch nicht. Diese Seite fragt weiter.",
 
   "mesh.installing": "Das Mesh wird aktualisiert.",
@@ -103,7 +103,8 @@ export default {
   "confirm.cap": "Der Hauptrouter kommt zuletzt: Dann ist auch das Internet weg, und diese Seite verliert kurz die Verbindung.",
   "confirm.time": "Es dauert ungefähr {time}.",
   "confirm.timeUnknown": "Es dauert einige Minuten.",
-  "confirm.offline": "{names} ist offline und behält seine Version. Sie können das später nachholen.",
+  "confirm.oneOffline": "{names} ist offline und behält seine Version. Sie können das später nachholen.",
+  "confirm.someOffline": "{names} sind offline und behalten ihre Version. Sie können das später nachholen.",
   "confirm.dont": "Schalten Sie inzwischen keinen Knoten aus.",
   "confirm.button": "Jetzt installieren",
   "confirm.busy": "Beginnt …",
@@ -113,6 +114,7 @@ export default {
   "install.auto": "Ein automatisches Update läuft.",
   "install.equal": "Alle Knoten werden auf eine Version gebracht.",
   "install.dont": "Schalten Sie keinen Knoten aus. Diese Seite dürfen Sie schließen: Das Update geht weiter.",
+  "install.stay": "Schalten Sie keinen Knoten aus und lassen Sie diese Seite offen: Sie macht den nächsten Schritt.",
   "install.whole": "Ganzes Mesh",
   "install.back": "Der Hauptrouter ist wieder da, neu gestartet.",
   "install.waiting": "wartet auf seine Reihe",
@@ -129,7 +131,7 @@ export default {
   "install.failed": "fehlgeschlagen",
 
   "done.title": "Fertig",
-  "done.text": "Jeder beteiligte Knoten hat seine neue Version. Es dauerte {time}.",
+  "done.text": "Jeder beteiligte Knoten hat seine neue Version.",
   "failed.title": "Das Update ist fehlgeschlagen",
   "failed.text": "Nichts ist verloren: Jeder Knoten hat entweder seine alte oder seine neue Version, vollständig.",
   "failed.do": "Sehen Sie nach, ob der Knoten Strom und Verbindung hat, suchen Sie dann nach Updates und versuchen Sie es noch einmal.",
@@ -140,6 +142,7 @@ export default {
   "result.done": "aktualisiert",
   "result.failed": "fehlgeschlagen",
   "result.left_out": "ausgelassen",
+  "result.took": "Es dauerte {time}.",
   "result.close": "Schließen",
 
   "equal.text": "Die Knoten haben verschiedene Versionen. Am besten arbeiten sie, wenn alle dieselbe haben.",
@@ -177,7 +180,8 @@ export default {
   "history.equal": "auf eine Version",
   "history.finished": "fertig",
   "history.failed": "fehlgeschlagen",
-  "history.line": "{time}, {cause}: {result} nach {duration}",
+  "history.line": "{time}, {cause}: {result}",
+  "history.took": " nach {duration}",
 
   "time.seconds": "{count} s",
   "time.minutes": "{count} min",

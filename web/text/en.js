@@ -15,7 +15,7 @@ export default {
   "signOut": "Sign out",
 
   "lost": "The main router does not answer at the moment. This page goes on trying; there is nothing for you to do.",
-  "lost.installing": "The main router is restarting with its new firmware. This page comes back by itself. Do not switch it off.",
+  "lost.installing": "A router is restarting with its new firmware. This page comes back by itself. Do not switch anything off.",
   "troubled": "The main router answers, but its mesh service does not yet. This page goes on asking.",
 
   "mesh.installing": "The mesh is being updated.",
@@ -103,7 +103,8 @@ export default {
   "confirm.cap": "The main router comes last: then the internet is away too, and this page loses its connection for a moment.",
   "confirm.time": "It takes about {time}.",
   "confirm.timeUnknown": "It takes a few minutes.",
-  "confirm.offline": "{names} is offline and stays at its version. You can bring it up later.",
+  "confirm.oneOffline": "{names} is offline and stays at its version. You can bring it up later.",
+  "confirm.someOffline": "{names} are offline and stay at their version. You can bring them up later.",
   "confirm.dont": "Do not switch any node off meanwhile.",
   "confirm.button": "Install now",
   "confirm.busy": "Starting…",
@@ -113,6 +114,7 @@ export default {
   "install.auto": "An automatic update is running.",
   "install.equal": "Bringing every node to one version.",
   "install.dont": "Do not switch any node off. You may close this page: the update goes on.",
+  "install.stay": "Do not switch any node off, and leave this page open: it takes the next step.",
   "install.whole": "Whole mesh",
   "install.back": "The main router is back, in a new boot.",
   "install.waiting": "waits for its turn",
@@ -129,7 +131,7 @@ export default {
   "install.failed": "failed",
 
   "done.title": "Done",
-  "done.text": "Every node of the update runs its new version. It took {time}.",
+  "done.text": "Every node of the update runs its new version.",
   "failed.title": "The update failed",
   "failed.text": "Nothing is lost: every node runs either its old or its new version, whole.",
   "failed.do": "Look whether the node has power and a connection, then check for updates and try again.",
@@ -140,6 +142,7 @@ export default {
   "result.done": "updated",
   "result.failed": "failed",
   "result.left_out": "left out",
+  "result.took": "It took {time}.",
   "result.close": "Close",
 
   "equal.text": "Nodes run different versions. They work best when all run the same.",
@@ -177,7 +180,8 @@ export default {
   "history.equal": "to one version",
   "history.finished": "finished",
   "history.failed": "failed",
-  "history.line": "{time}, {cause}: {result} after {duration}",
+  "history.line": "{time}, {cause}: {result}",
+  "history.took": " after {duration}",
 
   "time.seconds": "{count} s",
   "time.minutes": "{count} min",

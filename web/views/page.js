@@ -1,7 +1,7 @@
 // The whole page from what is known.
 
 import { h } from "../dom.js";
-import { phaseOf } from "../state.js";
+import { phaseOf, shortVersion, totalOf } from "../state.js";
 import { t } from "../text.js";
 import { equal } from "./equal.js";
 import { hand } from "./hand.js";
@@ -10,7 +10,7 @@ import { glance, sentenceText } from "./nodes.js";
 import { panel } from "./panels.js";
 import { note, problem } from "./parts.js";
 import { signIn } from "./sign_in.js";
-import { update } from "./update.js";
+import { confirmTitle, endingOf, update } from "./update.js";
 
 function connectionNote({ mesh, local }, phase) {
   if (local.lost) return note(t(phase === "installing" ? "lost.installing" : "lost"), "warn");
@@ -41,14 +41,18 @@ export function announcement({ mesh, local }) {
   if (mesh === null) return "";
   const phase = phaseOf(mesh, local);
   if (local.lost) return t(phase === "installing" ? "lost.installing" : "lost");
+  if (local.error !== null) return "";  // an alert speaks for itself
   const tenth = (part) => `${Math.floor(part / kCoarse) * kCoarse} %`;
   switch (phase) {
     case "downloading": return `${t("download.whole")}: ${tenth(mesh.download?.percent ?? 0)}`;
     case "distributing": return t("distribute.title", { version: mesh.download?.version ?? "" });
-    case "installing": return `${t("install.title")}: ${tenth(mesh.update?.total_percentage ?? 0)}`;
+    case "installing": return `${t("install.title")}: ${tenth(totalOf(mesh))}`;
+    case "found": return endingOf(mesh, local) ??
+      t("found.title", { version: shortVersion(local.offer.version) });
     case "ready": return t("ready.title");
+    case "confirm": return t(confirmTitle(local));
     case "done": return t("done.title");
     case "failed": return t("failed.title");
-    default: return sentenceText(mesh);
+    default: return local.nothing ? t(local.nothing) : endingOf(mesh, local) ?? sentenceText(mesh);
   }
 }

@@ -18,10 +18,10 @@ function bell(local) {
 function entry(update) {
   const seconds = lastDuration(update);
   const line = t("history.line", { time: moment(update.begun),
-    cause: t(`history.${update.cause || "owner"}`), result: t(`history.${update.result}`),
-    duration: duration(seconds ?? 1) });
+    cause: t(`history.${update.cause || "owner"}`), result: t(`history.${update.result}`) });
+  const took = seconds === null ? "" : t("history.took", { duration: duration(seconds) });
   return h("li", { "data-key": `update-${update.begun}` },
-    h("details", {}, h("summary", {}, line),
+    h("details", {}, h("summary", {}, line, took),
       h("div", { class: "scroll" },
         resultTable(update, (node) => (node.result === "done" ? node.wanted : "")))));
 }

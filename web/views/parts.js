@@ -6,10 +6,12 @@ import { errorText, percent, t } from "../text.js";
 /** A button; while its action runs it says so and cannot be pressed again. */
 export function button(local, action, text, options = {}) {
   const running = local.busy === action;
+  // The running one keeps the focus, so it is not disabled for the browser: others come instead of
+  // it, each with a key of its own, so that a second press is not theirs.
   return h("button", {
-    type: "button", "data-action": action, "data-value": options.value,
-    class: options.kind ?? "plain", disabled: local.busy !== null || options.disabled,
-    "aria-busy": running ? "true" : null, id: options.id,
+    type: "button", "data-action": action, "data-value": options.value, "data-key": action,
+    class: options.kind ?? "plain", disabled: (local.busy !== null && !running) || options.disabled,
+    "aria-disabled": running ? "true" : null, "aria-busy": running ? "true" : null,
   }, running && options.busy ? options.busy : text);
 }
 

@@ -24,9 +24,10 @@ export function resultTable(update, afterOf) {
 export function result({ mesh, local }) {
   const last = mesh.last_update;
   const good = last.result === "finished";
+  const seconds = lastDuration(last);
   return [h("h3", { class: good ? "good" : "bad" }, t(good ? "done.title" : "failed.title")),
-    h("p", {}, good ? t("done.text", { time: duration(lastDuration(last) ?? 1) })
-      : t("failed.text")),
+    h("p", {}, t(good ? "done.text" : "failed.text"),
+      seconds === null ? null : ` ${t("result.took", { time: duration(seconds) })}`),
     good ? null : h("p", {}, t("failed.do")),
     h("div", { class: "scroll" }, resultTable(last, (entry) => after(mesh, entry))),
     button(local, "putAway", t("result.close"), { kind: "main" })];

@@ -14,6 +14,6 @@ export function signIn({ local }) {
       h("label", { for: "password" }, t("signIn.password")),
       h("input", { id: "password", name: "password", type: "password", required: true,
         autocomplete: "current-password", maxlength: 1024 }),
-      h("button", { class: "main", disabled: local.busy === "signIn" },
+      h("button", { class: "main", "aria-disabled": local.busy === "signIn" ? "true" : null },
         local.busy === "signIn" ? t("signIn.busy") : t("signIn.button"))));
 }

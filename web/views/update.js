@@ -2,7 +2,7 @@
 
 import { h } from "../dom.js";
 import { affectedNodes, isReadyEverywhere, lastDuration, nodeName, nodeProgress, shortVersion,
-  transferBars } from "../state.js";
+  totalOf, transferBars } from "../state.js";
 import { bytes, duration, firmwareLanguage, list } from "../text.js";
 import { bar, button, facts, note, t } from "./parts.js";
 import { steps } from "./steps.js";
@@ -12,11 +12,21 @@ const kEndings = {
   failed: "found.failed", canceled: "found.canceled", no_enough_free_space: "found.space",
 };
 
-// How the last download of this page ended, if not well.
-function ending({ mesh, local }) {
+function endingKey(mesh, local) {
   // A download that is cancelled may still say that it failed.
   const key = local.canceled ? kEndings.canceled : kEndings[mesh.download?.status];
-  if (!local.downloadSeen || key === undefined) return null;
+  return local.downloadSeen ? key : undefined;
+}
+
+/** How the last download that this page saw ended, if not well; else null. */
+export function endingOf(mesh, local) {
+  const key = endingKey(mesh, local);
+  return key === undefined ? null : t(key);
+}
+
+function ending({ mesh, local }) {
+  const key = endingKey(mesh, local);
+  if (key === undefined) return null;
   const space = key === "found.space";
   return [note(t(key), space || key === "found.failed" ? "bad" : "info"),
     space ? button(local, "discard", t("found.discard")) : null];
@@ -81,7 +91,7 @@ function transferring(model, phase) {
 function ready({ mesh, local }) {
   const names = list(mesh.nodes.filter((node) => node.staged_version !== "").map(nodeName));
   return [h("h3", {}, t("ready.title")),
-    h("p", {}, isReadyEverywhere(mesh) ? t("ready.all") : t("ready.some", { names })),
+    h("p", {}, isReadyEverywhere(mesh) && mesh.nodes.every((node) => node.online) ? t("ready.all") : t("ready.some", { names })),
     h("p", {}, t("ready.text")),
     local.refused ? note(t("licence.refused"), "info") : null,
     h("p", { class: "row" },
@@ -105,7 +115,7 @@ function licence({ local }) {
     h("div", { class: "licence lines", tabindex: "0", role: "region",
       "aria-labelledby": "licence-title" }, local.precheck.eulacheck_content),
     h("p", {}, h("label", { class: "check" },
-      h("input", { type: "checkbox", id: "agree", "data-change": "tick" }), t("licence.agree"))),
+      h("input", { type: "checkbox", id: "agree", "data-change": "tick", checked: local.ticked }), t("licence.agree"))),
     h("p", { class: "row" },
       button(local, "agree", t("licence.next"), { kind: "main", disabled: !local.ticked }),
       button(local, "refuse", t("licence.refuse")))];
@@ -121,28 +131,39 @@ function confirm({ mesh, local }) {
       rooms.length > 0 ? h("li", {}, t("confirm.rooms", { names: list(rooms) })) : null,
       nodes.some((node) => node.id === 0) ? h("li", {}, t("confirm.cap")) : null,
       h("li", {}, last ? t("confirm.time", { time: duration(last) }) : t("confirm.timeUnknown")),
-      away.length > 0 ? h("li", {}, t("confirm.offline", { names: list(away) })) : null),
+      away.length > 0 ? h("li", {}, t(away.length === 1 ? "confirm.oneOffline"
+        : "confirm.someOffline", { names: list(away) })) : null),
     h("p", { class: "box warn" }, h("strong", {}, t("confirm.dont"))),
     h("p", { class: "row" },
       button(local, "install", t("confirm.button"), { kind: "main", busy: t("confirm.busy") }),
       button(local, "later", t("confirm.later")))];
 }
 
+const kBeforeInstalling = {
+  "findings.title": findings, "licence.title": licence, "confirm.title": confirm,
+};
+
+/** What stands between firmware that is ready and its installation: the key of its title. */
+export function confirmTitle(local) {
+  if (local.precheck.precheck && !local.goesOn) return "findings.title";
+  return local.precheck.eulacheck && !local.agreed ? "licence.title" : "confirm.title";
+}
+
 function confirming(model) {
-  const { local } = model;
-  if (local.precheck.precheck && !local.goesOn) return findings(model);
-  if (local.precheck.eulacheck && !local.agreed) return licence(model);
-  return confirm(model);
+  const title = confirmTitle(model.local);
+  return h("div", { class: "stack", "data-key": title }, kBeforeInstalling[title](model));
 }
 
 function installing({ mesh, local }) {
-  const total = mesh.update?.total_percentage ?? mesh.status?.percent ?? 0;
   const cap = mesh.nodes.find((node) => node.id === 0);
   const back = local.capBoot !== "" && cap && cap.boot_id !== local.capBoot;
   return [h("h3", {}, t("install.title")),
     local.equal ? note(t("equal.running", local.equal), "info") : null,
-    h("p", { class: "box warn" }, h("strong", {}, t("install.dont"))),
-    bar("whole", t("install.whole"), total),
+    mesh.equal && !local.equal ? note(t("install.equal"), "info") : null,
+    mesh.automatic ? note(t("install.auto"), "info") : null,
+    h("p", { class: "box warn" },
+      h("strong", {}, t(local.equal ? "install.stay" : "install.dont"))),
+    bar("whole", t("install.whole"), totalOf(mesh)),
     mesh.nodes.map((node) => {
       const { key, percent } = nodeProgress(node);
       return bar(`install-${node.id}`, nodeName(node), percent,

@@ -5,8 +5,10 @@
 #include "host/core/strict_json.h"
 #include "host/mesh/mesh_details.h"
 #include "host/update/transfer_note.h"
+#include "platform/core/process.h"
 #include "platform/mesh/client.h"
 #include "platform/paths.h"
+#include "platform/update/update_util.h"
 #include "platform/webapi/api_runner.h"
 #include "services/meshd/core_mesh/answers.h"
 
@@ -101,6 +103,8 @@ Json::Value State() {
   state["status_whatever_the_mesh"] = StatusWhateverTheMesh();
   state["update"] = Ask(kUpgrade, 2, "progress");
   state["download"] = Ask("KALO.Mesh.Upgrade.Download", 2, "progress");
+  state["automatic"] = KALO::MESH::SDK::Upgrade::UpdateUtil::IsAutoUpdating();
+  state["equal"] = KLIBCReadPidFile(KALO::paths::kEqualUpdatePid) > 0;
   state["transfers"] = Transfers();
   state["notifications"] = NewestNotification();
   const Json::Value updates = History()["updates"];

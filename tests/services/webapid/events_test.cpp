@@ -205,6 +205,25 @@ TEST_F(Events, EndWithTheServer) {
   EXPECT_EQ(page.answer.get().status, 200);
 }
 
+TEST_F(Events, ARequestThatFailsIsTold) {
+  Listener page;
+  StartListening(page);
+  EXPECT_TRUE(WaitFor([&] { return page.Heard(Event("one")); }));
+  Say("die");
+  EXPECT_TRUE(WaitFor([&] { return page.Heard(R"("code":7010)"); }));
+  Say("two");
+  EXPECT_TRUE(WaitFor([&] { return page.Heard(Event("two")); }));
+  EndListening(page);
+}
+
+TEST_F(Events, ALongSilenceIsBroken) {
+  Listener page;
+  StartListening(page);
+  EXPECT_TRUE(WaitFor([&] { return page.Heard(":\n\n"); }));
+  EndListening(page);
+  EXPECT_EQ(page.answer.get().body, Event("one") + ":\n\n");
+}
+
 TEST_F(Events, AWorkerThatDiesIsNotHeardOf) {
   Listener page;
   StartListening(page);
