@@ -1,9 +1,10 @@
 // What the buttons do. Each action runs alone: while one is under way the others wait.
 
 import { ApiError, call, session, signIn, signOut, upload } from "./api.js";
-import { describePatch, sha256 } from "./patch_file.js";
 import { freshLocal } from "./local.js";
-import { hasStaged, isInstalling, isReadyEverywhere, isTransferring, nodeName, offerOf, shortVersion } from "./state.js";
+import { describePatch, sha256 } from "./patch_file.js";
+import { hasStaged, isInstalling, isReadyEverywhere, isTransferring, nodeName, offerOf, shortVersion }
+  from "./state.js";
 import { firmwareLanguage, list, t } from "./text.js";
 import { modelsOf } from "./views/hand.js";
 
