@@ -99,6 +99,14 @@ TEST_F(DownloadSpace, Version2GoesByTheLengthAlone) {
   }
 }
 
+TEST_F(DownloadSpace, OneDigitIsANumberToo) {
+  platform.files[kPath]["need_bytes"] = "5";
+  Call(WebapiUpgradeDownloadProgressV2);
+  EXPECT_THAT(
+      Answers(),
+      fake::ElementsAre(R"(success {"percent":0,"status":"no_enough_free_space","version":""})"));
+}
+
 TEST_F(DownloadSpace, Version1NeverNamesIt) {
   Call(WebapiUpgradeDownloadProgress);
   EXPECT_THAT(Lines("get /tmp/mesh_download need_bytes"), fake::IsEmpty());

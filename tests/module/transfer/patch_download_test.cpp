@@ -100,6 +100,15 @@ TEST_F(DownloadStartRequest, TheChildDownloadsUploadsAndSaysSo) {
                                 "7 Start Download Patch and Upload", "7 Start Upload Patch"));
 }
 
+TEST_F(DownloadStartRequest, OnlyANegativeResultOfTheVersionsWriteIsAFailure) {
+  Offer("full", "VXM 1.3.2-9400", "M2  3;");
+  platform.results["set /tmp/mesh_download version"] = 0;
+  Start();
+  EXPECT_EQ(exit_status_, 0);
+  EXPECT_THAT(Lines("set /tmp/mesh_upgrade step"),
+              ElementsAre("set /tmp/mesh_upgrade step=ready_upgrade"));
+}
+
 TEST_F(DownloadStartRequest, TheSmallUpdateComesAfterTheFullOneAndOnTopOfIt) {
   Offer("full", "VXM 1.3.2-9400", "M2  3;");
   Offer("nano", "VXM 1.3.2-9400 Update 2", "M2  3;");
