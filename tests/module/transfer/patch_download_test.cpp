@@ -244,10 +244,12 @@ TEST_F(DownloadStartRequest, ExceptionsBeforeTheForkAreAnsweredAndFreeTheLock) {
   Call(WebapiUpgradeDownloadStart);
   EXPECT_THAT(Answers(), ElementsAre("error 403 null"));
   EXPECT_EQ(Logs().back(), "3 Parameter Error: bad");
+  EXPECT_THAT(Lines("unlock"), ElementsAre("unlock 41"));
   platform.journal.Clear();
   platform.throwers["mkdirp"] = fake::Throws(fake::NotStandard());
   Call(WebapiUpgradeDownloadStart);
   EXPECT_THAT(Answers(), ElementsAre("error 117 null"));
+  EXPECT_EQ(Logs().back(), "3 Exception: unknown");
   EXPECT_THAT(Lines("unlock"), ElementsAre("unlock 41"));
 }
 
