@@ -6,6 +6,7 @@ import { ApiError, call, dataOf, post } from "./api.js";
 const kRow = ["KALO.Core.Mesh", 1, "events"];
 const kSilence = 30_000;    // the server says something every ten seconds
 const kPollEvery = 2_000;
+const kServerBusy = 7008;
 const kPatience = 10_000;   // for one answer
 const kPollsPerTry = 15;    // then the stream is tried again
 const kPauses = [300, 1_000, 2_000, 3_000];
@@ -74,7 +75,7 @@ export class Live {
       const type = response.headers.get("Content-Type") ?? "";
       if (!type.startsWith("text/event-stream")) {
         this.#tell(dataOf(await response.text()));
-        throw new ApiError(7008, "");  // it answers, but in one piece: ask again and again
+        throw new ApiError(kServerBusy, "");  // it answers, but in one piece: ask again and again
       }
       const onBytes = () => {
         clearTimeout(watchdog);
@@ -123,6 +124,6 @@ export class Live {
   }
 }
 
-export function pause(milliseconds) {
+function pause(milliseconds) {
   return new Promise((resolve) => setTimeout(resolve, milliseconds));
 }

@@ -28,7 +28,7 @@ export function t(key, values = {}) {
   return text.replace(/\{(\w+)\}/g, (whole, name) => String(values[name] ?? whole));
 }
 
-export function has(key) {
+function has(key) {
   return key in texts;
 }
 

@@ -187,6 +187,19 @@ test("every error code of the router has a sentence", () => {
   }
 });
 
+test("no text is there that nobody asks for", () => {
+  const root = new URL("../../web/", import.meta.url);
+  const source = ["", "views/"].flatMap((folder) => readdirSync(new URL(folder, root))
+    .filter((name) => name.endsWith(".js"))
+    .map((name) => readFileSync(new URL(folder + name, root), "utf8"))).join("\n");
+  // Made of a word of the router's: t(`install.${step}`).
+  const made = [...source.matchAll(/`(\w+\.)\$\{/g)].map(([, begin]) => begin);
+  for (const key of Object.keys(en)) {
+    assert.ok(source.includes(`"${key}"`) || made.some((begin) => key.startsWith(begin)) ||
+      key.startsWith("error.") || key.endsWith(".title"), key);
+  }
+});
+
 test("every text that the page asks for is there", () => {
   const root = new URL("../../web/", import.meta.url);
   const files = ["", "views/"].flatMap((folder) => readdirSync(new URL(folder, root))

@@ -2,7 +2,6 @@ export default {
   "title": "Mesh",
   "loading": "Der Hauptrouter wird gefragt …",
   "close": "Schließen",
-  "retry": "Noch einmal versuchen",
 
   "signIn.title": "Anmelden",
   "signIn.intro": "Das ist die Verwaltungsseite Ihres Mesh. Melden Sie sich mit dem Konto des Hauptrouters an.",
@@ -26,13 +25,10 @@ export default {
   "mesh.alone": "Der Hauptrouter hat Version {version}.",
   "mesh.all": "Alle {count} Knoten haben Version {version}.",
 
-  "nodes.title": "Knoten",
   "node.cap": "Hauptrouter",
   "node.satellite": "Satellit",
   "node.online": "Online",
   "node.offline": "Offline",
-  "node.version": "Version",
-  "node.model": "Modell",
   "node.unknown": "noch nicht bekannt",
   "node.staged": "{version} liegt bereit",
   "node.failed": "Letztes Update fehlgeschlagen",
@@ -43,7 +39,6 @@ export default {
   "step.confirm": "Bestätigen",
   "step.install": "Installieren",
   "step.end": "Ergebnis",
-  "steps.now": "jetzt",
   "steps.done": "erledigt",
 
   "update.title": "Firmware",
@@ -118,7 +113,6 @@ export default {
   "install.whole": "Ganzes Mesh",
   "install.back": "Der Hauptrouter ist wieder da, neu gestartet.",
   "install.waiting": "wartet auf seine Reihe",
-  "install.left": "gehört nicht dazu",
   "install.preparing": "bereitet sich vor",
   "install.waiting_remote_upgrading": "wartet auf die anderen",
   "install.analying_system": "prüft die Firmware",

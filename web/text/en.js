@@ -2,7 +2,6 @@ export default {
   "title": "Mesh",
   "loading": "Asking the main router…",
   "close": "Close",
-  "retry": "Try again",
 
   "signIn.title": "Sign in",
   "signIn.intro": "This is the administration page of your mesh. Sign in with the main router's account.",
@@ -26,13 +25,10 @@ export default {
   "mesh.alone": "The main router runs {version}.",
   "mesh.all": "All {count} nodes run {version}.",
 
-  "nodes.title": "Nodes",
   "node.cap": "Main router",
   "node.satellite": "Satellite",
   "node.online": "Online",
   "node.offline": "Offline",
-  "node.version": "Version",
-  "node.model": "Model",
   "node.unknown": "not known yet",
   "node.staged": "{version} stands ready",
   "node.failed": "Last update failed",
@@ -43,7 +39,6 @@ export default {
   "step.confirm": "Confirm",
   "step.install": "Install",
   "step.end": "Result",
-  "steps.now": "now",
   "steps.done": "done",
 
   "update.title": "Firmware",
@@ -118,7 +113,6 @@ export default {
   "install.whole": "Whole mesh",
   "install.back": "The main router is back, in a new boot.",
   "install.waiting": "waits for its turn",
-  "install.left": "is not part of it",
   "install.preparing": "is preparing",
   "install.waiting_remote_upgrading": "waits for the others",
   "install.analying_system": "checks the firmware",

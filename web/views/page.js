@@ -45,7 +45,8 @@ export function announcement({ mesh, local }) {
   const tenth = (part) => `${Math.floor(part / kCoarse) * kCoarse} %`;
   switch (phase) {
     case "downloading": return `${t("download.whole")}: ${tenth(mesh.download?.percent ?? 0)}`;
-    case "distributing": return t("distribute.title", { version: mesh.download?.version ?? "" });
+    case "distributing": return t("distribute.title",
+      { version: shortVersion(mesh.download?.version) });
     case "installing": return `${t("install.title")}: ${tenth(totalOf(mesh))}`;
     case "found": return endingOf(mesh, local) ??
       t("found.title", { version: shortVersion(local.offer.version) });
