@@ -86,7 +86,9 @@ std::optional<Json::Value> ParseStrictJson(std::string_view text) {
 }
 
 std::string WriteJson(const Json::Value& value) {
-  std::ostringstream text;
+  // A stream of its own for each text would be made for longer than it is written to.
+  thread_local std::ostringstream text;
+  text.str({});
   CompactWriter().write(value, &text);
   return text.str();
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <span>
 #include <string>
@@ -24,7 +25,7 @@ class ApiRegistry {
 
  private:
   using Key = std::tuple<std::string, int, std::string>;
-  std::map<Key, KALO::APIHandler> rows_;
+  std::map<Key, KALO::APIHandler, std::less<>> rows_;
 };
 
 /// Makes the registry the one that KALO::APIRunner::Exec looks in. The platform call has no

@@ -9,7 +9,6 @@
 #include "host/core/log.h"
 #include "host/core/strict_json.h"
 #include "host/webapi/error_codes.h"
-#include "services/webapid/digest.h"
 
 namespace kalo::webapid {
 namespace {
@@ -44,8 +43,8 @@ int Authentication::Identify(Request& request) {
     case SessionState::kValid:
       break;
   }
-  const std::optional<UserRecord> user = UserOf(check);
-  if (!user) {
+  const UserRecord* user = UserOf(check);
+  if (user == nullptr) {
     sessions_.End(cookie);
     return webapi::kSessionEnded;
   }
@@ -59,15 +58,14 @@ std::string Authentication::SessionOf(const Request& request) {
 
 Caller Authentication::CallerOf(const std::string& session) const {
   const SessionCheck check = sessions_.Look(session);
-  const auto user = check.state == SessionState::kValid ? UserOf(check) : std::nullopt;
-  return user ? Caller(User{check.user, user->groups}) : Caller();
+  const UserRecord* user = check.state == SessionState::kValid ? UserOf(check) : nullptr;
+  return user != nullptr ? Caller(User{check.user, user->groups}) : Caller();
 }
 
-// Empty when the user has gone, or has another password since.
-std::optional<UserRecord> Authentication::UserOf(const SessionCheck& check) const {
-  std::optional<UserRecord> user = users_.Find(check.user);
-  if (user && Sha256Hex(user->hash) != check.credential) return std::nullopt;
-  return user;
+// Null when the user has gone, or has another password since.
+const UserRecord* Authentication::UserOf(const SessionCheck& check) const {
+  const UserRecord* user = users_.Find(check.user);
+  return user != nullptr && user->credential == check.credential ? user : nullptr;
 }
 
 void Authentication::Login(Request& request, const Json::Value& parameters) {
@@ -84,11 +82,11 @@ void Authentication::Login(Request& request, const Json::Value& parameters) {
 }
 
 void Authentication::Welcome(Request& request, const std::string& user) {
-  const std::optional<UserRecord> record = users_.Find(user);
-  if (!record) return request.Answer(ErrorReply(webapi::kWrongPassword));
+  const UserRecord* record = users_.Find(user);
+  if (record == nullptr) return request.Answer(ErrorReply(webapi::kWrongPassword));
   SessionSecrets secrets;
   try {
-    secrets = sessions_.Create(user, Sha256Hex(record->hash));
+    secrets = sessions_.Create(user, record->credential);
   } catch (const std::exception& e) {
     Log(LOG_ERR, "no session can be made: %s", e.what());
     return request.Answer(ErrorReply(webapi::kGeneralFailure));

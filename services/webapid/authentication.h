@@ -15,7 +15,7 @@ namespace kalo::webapid {
 class Authentication {
  public:
   /// All borrowed; they outlive this object.
-  Authentication(SessionStore& sessions, const UserStore& users, LoginQueue& logins)
+  Authentication(SessionStore& sessions, UserStore& users, LoginQueue& logins)
       : sessions_(sessions), users_(users), logins_(logins) {}
 
   /// Finds out by cookie and token header who makes the request.
@@ -32,11 +32,11 @@ class Authentication {
   void Logout(Request& request);
 
  private:
-  [[nodiscard]] std::optional<UserRecord> UserOf(const SessionCheck& check) const;
+  [[nodiscard]] const UserRecord* UserOf(const SessionCheck& check) const;
   void Welcome(Request& request, const std::string& user);
 
   SessionStore& sessions_;
-  const UserStore& users_;
+  UserStore& users_;
   LoginQueue& logins_;
 };
 

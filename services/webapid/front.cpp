@@ -119,7 +119,7 @@ int Front::AcceptForm(Request& request) {
 }
 
 void Front::Complete(Request& request) {
-  BodyResult body = request.body->Finish();
+  const BodyResult body = request.body->Finish();
   if (body.error != 0) return request.Answer(ErrorReply(body.error));
   switch (request.kind) {
     case RequestKind::kLogin:
@@ -127,16 +127,16 @@ void Front::Complete(Request& request) {
     case RequestKind::kLogout:
       return parts_.authentication.Logout(request);
     case RequestKind::kRow:
-      return Dispatch(request, std::move(body.parameters));
+      return Dispatch(request, body.parameters);
   }
 }
 
-void Front::Dispatch(Request& request, Json::Value parameters) {
+void Front::Dispatch(Request& request, const Json::Value& parameters) {
   const webapi::RowDescription& row = *request.row;
   if (row.stream && request.Header(MHD_HTTP_HEADER_ACCEPT) == kEventStream) return Listen(request);
   const bool mesh = request.Port() == PortKind::kMesh;
   WorkerPool& pool = mesh ? parts_.mesh_workers : parts_.admin_workers;
-  pool.Submit({WorkerMessage(row, std::move(parameters)), row.timeout, row.poll,
+  pool.Submit({WorkerMessage(row, parameters), row.timeout, row.poll,
                [&request](int code, std::string envelope) {
                  request.Answer(code == 0 ? EnvelopeReply(std::move(envelope)) : ErrorReply(code));
                }});

@@ -43,7 +43,7 @@ class Front : public RequestServer {
   [[nodiscard]] int AcceptForm(Request& request);
   [[nodiscard]] static int AcceptSize(Request& request, std::uint64_t limit);
 
-  void Dispatch(Request& request, Json::Value parameters);
+  void Dispatch(Request& request, const Json::Value& parameters);
   void Listen(Request& request);
 
   Parts parts_;

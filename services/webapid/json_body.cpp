@@ -16,7 +16,7 @@ void JsonBody::Feed(std::string_view data) {
 
 BodyResult JsonBody::Finish() {
   if (too_large_) return {webapi::kBodyTooLarge, {}};
-  if (text_.empty()) return {0, Json::Value(Json::objectValue)};
+  if (text_.empty() || text_ == "{}") return {0, Json::Value(Json::objectValue)};
   std::optional<Json::Value> value = ParseStrictJson(text_);
   if (!value || !value->isObject()) return {webapi::kMalformedRequest, {}};
   for (const std::string& name : value->getMemberNames()) {

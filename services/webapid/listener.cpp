@@ -18,7 +18,7 @@ namespace kalo::webapid {
 namespace {
 
 // The library clears it before each request; headers need far less.
-constexpr std::size_t kConnectionMemory = std::size_t{32} << 10;
+constexpr std::size_t kConnectionMemory = std::size_t{16} << 10;
 constexpr MHD_UNSIGNED_LONG_LONG kMostWait = 60000;  // ms
 // What a refused request may still send so that it gets its answer on a healthy connection: closing
 // one on which bytes still come makes the client's system drop the answer.

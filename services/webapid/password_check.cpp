@@ -20,7 +20,7 @@ std::string Hash(const std::string& password, const std::string& setting) {
 
 }  // namespace
 
-bool IsPasswordRight(const std::map<std::string, UserRecord>& users, const std::string& user,
+bool IsPasswordRight(const UserRecords& users, const std::string& user,
                      const std::string& password) {
   const auto found = users.find(user);
   const bool known = found != users.end();

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <map>
 #include <string>
 
 #include "services/webapid/user_store.h"
@@ -9,7 +8,7 @@ namespace kalo::webapid {
 
 /// Compares a password with the user's hash. Takes as long for a user that does not exist.
 /// @param password without NUL bytes
-[[nodiscard]] bool IsPasswordRight(const std::map<std::string, UserRecord>& users,
-                                   const std::string& user, const std::string& password);
+[[nodiscard]] bool IsPasswordRight(const UserRecords& users, const std::string& user,
+                                   const std::string& password);
 
 }  // namespace kalo::webapid

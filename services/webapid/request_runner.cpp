@@ -3,8 +3,12 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <charconv>
+#include <cstddef>
 #include <exception>
 #include <optional>
+#include <string_view>
+#include <utility>
 
 #include "host/core/log.h"
 #include "host/core/strict_json.h"
@@ -27,16 +31,28 @@ struct Call {
   }
 };
 
-std::optional<Call> ParseCall(const std::string& body) {
-  const std::optional<Json::Value> value = ParseStrictJson(body);
-  if (!value || !value->isObject()) return std::nullopt;
-  const Json::Value& request = *value;
-  if (!request["api"].isString() || !request["version"].isInt() || !request["method"].isString() ||
-      !request["parameters"].isObject()) {
+std::optional<Json::Value> ParseParameters(std::string_view text) {
+  if (text == "{}") return Json::Value(Json::objectValue);
+  std::optional<Json::Value> value = ParseStrictJson(text);
+  return value && value->isObject() ? std::move(value) : std::nullopt;
+}
+
+std::optional<Call> ParseCall(std::string_view body) {
+  const std::size_t line = body.find('\n');
+  const std::size_t first = body.find(' ');
+  if (line == std::string_view::npos || first >= line) return std::nullopt;
+  const std::size_t second = body.find(' ', first + 1);
+  if (second >= line) return std::nullopt;
+  Call call{std::string(body.substr(0, first)), 0,
+            std::string(body.substr(second + 1, line - second - 1)), Json::Value()};
+  const std::string_view version = body.substr(first + 1, second - first - 1);
+  const char* end = version.data() + version.size();
+  std::optional<Json::Value> parameters = ParseParameters(body.substr(line + 1));
+  if (std::from_chars(version.data(), end, call.version).ptr != end || !parameters) {
     return std::nullopt;
   }
-  return Call{request["api"].asString(), request["version"].asInt(), request["method"].asString(),
-              request["parameters"]};
+  call.parameters = std::move(*parameters);
+  return call;
 }
 
 // A background child comes back through the module's own call chain, by returning or by an
@@ -74,10 +90,7 @@ std::string FailureEnvelope(const KALO::APIResponse& response) {
 }
 
 std::string SuccessEnvelope(const Json::Value& data) {
-  Json::Value envelope(Json::objectValue);
-  envelope["success"] = true;
-  envelope["data"] = data;
-  return WriteJson(envelope);
+  return R"({"data":)" + WriteJson(data) + R"(,"success":true})";
 }
 
 }  // namespace

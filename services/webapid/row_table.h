@@ -36,7 +36,8 @@ class RowTable {
   }
 
  private:
-  std::map<std::tuple<std::string, int, std::string>, webapi::RowDescription> rows_;
+  using Key = std::tuple<std::string, int, std::string>;
+  std::map<Key, webapi::RowDescription, std::less<>> rows_;
   std::vector<std::filesystem::path> recovery_;
 };
 

@@ -10,10 +10,10 @@
 namespace kalo::webapid {
 
 /// The channel between front and worker: a SOCK_SEQPACKET socket pair, one message for a request
-/// and one back. A message is a header and a body of JSON text; a body over 64 KiB travels beside
+/// and one back. A message is a header and a body of text; a body over 64 KiB travels beside
 /// the message as a memory file that nobody can change any more.
 ///
-/// Request:  {"api":…,"version":…,"method":…,"parameters":{…}}
+/// Request:  API VERSION METHOD, a line end, the parameters as a JSON object
 /// Answer:   the envelope, as the client gets it
 inline constexpr std::size_t kInlineBody = std::size_t{64} << 10;
 inline constexpr std::size_t kLargestBody = std::size_t{64} << 20;

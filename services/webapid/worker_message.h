@@ -8,7 +8,9 @@
 
 namespace kalo::webapid {
 
+/// @param parameters an object
 /// @return the request message that RunRequest reads in the worker.
-[[nodiscard]] std::string WorkerMessage(const webapi::RowDescription& row, Json::Value parameters);
+[[nodiscard]] std::string WorkerMessage(const webapi::RowDescription& row,
+                                        const Json::Value& parameters);
 
 }  // namespace kalo::webapid

@@ -1,5 +1,6 @@
 #include "services/webapid/worker_pool.h"
 
+#include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <syslog.h>
@@ -20,6 +21,13 @@ namespace {
 
 constexpr std::size_t kMostWaiting = 64;
 constexpr std::chrono::seconds kLongestWait{1};
+// Most polls read a file or two and are answered sooner than the library can put a connection aside
+// and take it up again. The others wait for the front no longer than this, and once a second at
+// most.
+constexpr timespec kQuick{0, 300'000};
+constexpr std::chrono::seconds kImpatience{1};
+// What a rush needed is given back after it.
+constexpr std::chrono::seconds kIdle{10};
 
 void LogDeath(pid_t pid, int status) {
   if (WIFSIGNALED(status)) {
@@ -35,6 +43,7 @@ WorkerPool::WorkerPool(EventLoop& loop, ChildWatch& children, Options options)
     : loop_(loop), children_(children), options_(std::move(options)) {}
 
 WorkerPool::~WorkerPool() {
+  loop_.Cancel(shrink_);
   while (!workers_.empty()) LetGo(workers_.begin(), false);
 }
 
@@ -68,7 +77,8 @@ WorkerPool::WorkerRef WorkerPool::Start() {
   const WorkerRef worker = workers_.emplace(workers_.end());
   worker->pid = pid;
   worker->channel = std::move(channel.front);
-  worker->watch = loop_.Watch(worker->channel.Get(), [this, worker] { OnReadable(worker); });
+  worker->watch = loop_.Watch(worker->channel.Get(), [this, worker] { (void)OnReadable(worker); });
+  if (workers_.size() == 2) ShrinkLater();
   // The pool may be gone when the last worker is.
   children_.Expect(pid, [pid, gone = options_.on_gone](int status) {
     LogDeath(pid, status);
@@ -85,25 +95,42 @@ bool WorkerPool::Give(WorkerRef worker, Job& job) {
   }
   worker->busy = true;
   worker->job = std::move(job);
-  worker->timer = loop_.At(EventLoop::Clock::now() + worker->job.timeout,
-                           [this, worker] { OnTimeLimit(worker); });
   return true;
 }
 
 void WorkerPool::Submit(Job job) {
-  if (MayTake(job.poll) && GiveToSomebody(job)) return;
+  if (MayTake(job.poll)) {
+    const WorkerRef worker = GiveToSomebody(job);
+    if (worker != workers_.end()) return Await(worker);
+  }
   if (job.poll && waiting_.size() < kMostWaiting) return Wait(std::move(job));
   job.done(webapi::kServerBusy, "");
 }
 
-bool WorkerPool::GiveToSomebody(Job& job) {
+// Here and now, if it comes quickly; else by and by.
+void WorkerPool::Await(WorkerRef worker) {
+  const auto now = EventLoop::Clock::now();
+  if (worker->job.poll && worker->started && now >= impatient_until_) {
+    pollfd answer{worker->channel.Get(), POLLIN, 0};
+    if (ppoll(&answer, 1, &kQuick, nullptr) == 1 && OnReadable(worker)) return;
+    impatient_until_ = now + kImpatience;
+  }
+  StartTimer(worker);
+}
+
+void WorkerPool::StartTimer(WorkerRef worker) {
+  worker->timer = loop_.At(EventLoop::Clock::now() + worker->job.timeout,
+                           [this, worker] { OnTimeLimit(worker); });
+}
+
+WorkerPool::WorkerRef WorkerPool::GiveToSomebody(Job& job) {
   // An idle worker may have died unnoticed a moment ago; the next one then takes the job.
   for (auto idle = FindIdle(); idle != workers_.end(); idle = FindIdle()) {
-    if (Give(idle, job)) return true;
+    if (Give(idle, job)) return idle;
   }
-  if (workers_.size() >= options_.limit) return false;
+  if (workers_.size() >= options_.limit) return workers_.end();
   const WorkerRef started = Start();
-  return started != workers_.end() && Give(started, job);
+  return started != workers_.end() && Give(started, job) ? started : workers_.end();
 }
 
 void WorkerPool::Wait(Job job) {
@@ -116,27 +143,34 @@ void WorkerPool::Wait(Job job) {
 }
 
 void WorkerPool::ServeWaiting() {
-  while (!waiting_.empty() && GiveToSomebody(waiting_.front().job)) {
+  while (!waiting_.empty()) {
+    const WorkerRef worker = GiveToSomebody(waiting_.front().job);
+    if (worker == workers_.end()) return;
     loop_.Cancel(waiting_.front().timer);
     waiting_.pop_front();
+    StartTimer(worker);
   }
 }
 
-void WorkerPool::OnReadable(WorkerRef worker) {
+bool WorkerPool::OnReadable(WorkerRef worker) {
   ChannelMessage answer;
   const Received received = ReceiveMessage(worker->channel.Get(), answer);
-  if (received == Received::kNothingYet) return;
+  if (received == Received::kNothingYet) return false;
   if (received == Received::kMessage && worker->busy) {
     const Job job = std::exchange(worker->job, {});
     worker->busy = false;
+    worker->started = true;
+    worker->answered = EventLoop::Clock::now();
     loop_.Cancel(worker->timer);
     if ((answer.flags & kRetiring) != 0) LetGo(worker, true);
     ServeWaiting();
-    return job.done(0, std::move(answer.body));
+    job.done(0, std::move(answer.body));
+    return true;
   }
   // A worker that says something unasked is as broken as one that died.
   if (received != Received::kClosed) kill(worker->pid, SIGKILL);
   Finish(worker, webapi::kWorkerDied, "");
+  return true;
 }
 
 void WorkerPool::OnTimeLimit(WorkerRef worker) {
@@ -166,7 +200,24 @@ void WorkerPool::LetGo(WorkerRef worker, bool retired) {
   workers_.erase(worker);
 }
 
+void WorkerPool::ShrinkLater() {
+  loop_.Cancel(shrink_);
+  shrink_ = loop_.At(EventLoop::Clock::now() + kIdle, [this] { Shrink(); });
+}
+
+// The first one always gets the next job, so the others are those that are too many.
+void WorkerPool::Shrink() {
+  const auto recently = EventLoop::Clock::now() - kIdle;
+  for (auto it = workers_.begin(); it != workers_.end() && workers_.size() > 1;) {
+    const WorkerRef worker = it++;
+    const bool is_first = worker == workers_.begin();
+    if (!is_first && !worker->busy && worker->answered < recently) LetGo(worker, false);
+  }
+  if (workers_.size() > 1) ShrinkLater();
+}
+
 void WorkerPool::Stop() {
+  loop_.Cancel(shrink_);
   while (!waiting_.empty()) {
     loop_.Cancel(waiting_.front().timer);
     const Job job = std::move(waiting_.front().job);

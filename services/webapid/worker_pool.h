@@ -25,8 +25,9 @@ struct Job {
   std::function<void(int code, std::string envelope)> done;
 };
 
-/// The workers behind one port. Grows on demand to its limit; the last free worker is kept for
-/// polls, so that a status page answers while long requests run.
+/// The workers behind one port. Grows on demand to its limit, and becomes small again when there is
+/// less to do; the last free worker is kept for polls, so that a status page answers while long
+/// requests run.
 class WorkerPool {
  public:
   struct Options {
@@ -58,6 +59,8 @@ class WorkerPool {
     EventLoop::WatchId watch = 0;
     EventLoop::TimerId timer{};
     bool busy = false;
+    bool started = false;  ///< has answered before
+    EventLoop::Clock::time_point answered{};
     Job job;
   };
   using WorkerRef = std::list<Worker>::iterator;
@@ -69,14 +72,19 @@ class WorkerPool {
   };
 
   [[nodiscard]] bool MayTake(bool poll) const;
-  /// @return false when no worker takes it; the job then is still the caller's.
-  [[nodiscard]] bool GiveToSomebody(Job& job);
+  /// @return the end when no worker takes it; the job then is still the caller's.
+  [[nodiscard]] WorkerRef GiveToSomebody(Job& job);
+  void Await(WorkerRef worker);
+  void StartTimer(WorkerRef worker);
   void Wait(Job job);
+  void ShrinkLater();
+  void Shrink();
   void ServeWaiting();
   [[nodiscard]] WorkerRef FindIdle();
   [[nodiscard]] WorkerRef Start();
   [[nodiscard]] bool Give(WorkerRef worker, Job& job);
-  void OnReadable(WorkerRef worker);
+  /// @return whether the worker's job is over.
+  bool OnReadable(WorkerRef worker);
   void OnTimeLimit(WorkerRef worker);
   void Finish(WorkerRef worker, int code, std::string envelope);
   void LetGo(WorkerRef worker, bool retired);
@@ -86,6 +94,8 @@ class WorkerPool {
   Options options_;
   std::list<Worker> workers_;
   std::list<Waiting> waiting_;
+  EventLoop::TimerId shrink_{};
+  EventLoop::Clock::time_point impatient_until_{};
 };
 
 }  // namespace kalo::webapid

@@ -10,7 +10,7 @@ constexpr const char* kHash =
     "$y$j75$abcdefghijklmnopqrstu/$aMXZ8aLyZZ.34V5w4RQ/w3gcYe3pPPVS6DIwzkzS9h9";
 
 TEST(PasswordCheck, OnlyTheRightPasswordOfTheRightUserPasses) {
-  const std::map<std::string, UserRecord> users = {{"a", {kHash, {}}}};
+  const UserRecords users = {{"a", {kHash, {}, ""}}};
   EXPECT_TRUE(IsPasswordRight(users, "a", "secret"));
   EXPECT_FALSE(IsPasswordRight(users, "a", "Secret"));
   EXPECT_FALSE(IsPasswordRight(users, "a", ""));
@@ -19,7 +19,7 @@ TEST(PasswordCheck, OnlyTheRightPasswordOfTheRightUserPasses) {
 }
 
 TEST(PasswordCheck, AHashThatCannotBeUsedNeverMatches) {
-  const std::map<std::string, UserRecord> users = {{"a", {"$y$", {}}}, {"b", {"*0", {}}}};
+  const UserRecords users = {{"a", {"$y$", {}, ""}}, {"b", {"*0", {}, ""}}};
   for (const char* password : {"", "*0", "*1", "$y$"}) {
     EXPECT_FALSE(IsPasswordRight(users, "a", password));
     EXPECT_FALSE(IsPasswordRight(users, "b", password));

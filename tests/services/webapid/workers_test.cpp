@@ -33,6 +33,13 @@ class Workers : public ServerTest {
     return flock(fd.Get(), LOCK_EX | LOCK_NB) == 0;
   }
 
+  [[nodiscard]] static std::ptrdiff_t CountWorkers() {
+    return std::count_if(std::filesystem::directory_iterator("/proc"),
+                         std::filesystem::directory_iterator(), [](const auto& process) {
+                           return ReadTestFile(process.path() / "comm") == "webapid-worker\n";
+                         });
+  }
+
   /// Starts requests that last until the FIFO is opened for writing, and waits until they run.
   [[nodiscard]] std::vector<std::future<HttpAnswer>> StartHolding(
       std::ptrdiff_t count, const std::string& method = "hold") const {
@@ -181,6 +188,18 @@ TEST_F(Workers, AFullPoolIsBusyAtOnceWhilePollsGoOn) {
     for (auto& answer : held) EXPECT_EQ(answer.get().Data().asString(), "held");
   }
   EXPECT_EQ(Call(client_, "echo").Code(), 0);
+}
+
+TEST_F(Workers, ARushLeavesOneWorkerBehind) {
+  const int first = Call(client_, "pid").Data().asInt();
+  auto held = StartHolding(3);
+  {
+    const UniqueFd release(open("/run/template.hold", O_RDWR | O_CLOEXEC));
+    for (auto& answer : held) EXPECT_EQ(answer.get().Code(), 0);
+  }
+  EXPECT_GT(CountWorkers(), 1);
+  EXPECT_TRUE(WaitFor([] { return CountWorkers() == 1; }, std::chrono::seconds(60)));
+  EXPECT_EQ(Call(client_, "pid").Data().asInt(), first);
 }
 
 TEST_F(Workers, PollsWaitForTheirTurn) {
