@@ -1,13 +1,13 @@
 #pragma once
 
-#include <curl/curl.h>
-
 #include <memory>
+
+#include "host/update/curl_library.h"
 
 namespace kalo {
 
 struct CurlDeleter {
-  void operator()(CURL* curl) const { curl_easy_cleanup(curl); }
+  void operator()(CURL* curl) const { Curl().easy_cleanup(curl); }
 };
 using CurlHandle = std::unique_ptr<CURL, CurlDeleter>;
 

@@ -18,7 +18,7 @@ constexpr long kStatusPart = 206;
 constexpr int kLookMilliseconds = 200;
 
 struct MultiEnd {
-  void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
+  void operator()(CURLM* multi) const { Curl().multi_cleanup(multi); }
 };
 
 class Fetch {
@@ -60,8 +60,8 @@ class Fetch {
  private:
   template <typename Value>
   void Set(CURLoption option, Value value) {
-    const CURLcode result = curl_easy_setopt(curl_.get(), option, value);
-    if (result != CURLE_OK) throw std::runtime_error(curl_easy_strerror(result));
+    const CURLcode result = Curl().easy_setopt(curl_.get(), option, value);
+    if (result != CURLE_OK) throw std::runtime_error(Curl().easy_strerror(result));
   }
 
   void SetTls() {
@@ -75,14 +75,14 @@ class Fetch {
 
   void AskForRest() {
     Set(CURLOPT_RANGE, (std::to_string(request_.from) + "-").c_str());
-    headers_.reset(curl_slist_append(nullptr, ("If-Range: " + request_.tag).c_str()));
+    headers_.reset(Curl().slist_append(nullptr, ("If-Range: " + request_.tag).c_str()));
     if (!headers_) throw std::bad_alloc();
     Set(CURLOPT_HTTPHEADER, headers_.get());
   }
 
   [[nodiscard]] long Status() const {
     long status = 0;
-    curl_easy_getinfo(curl_.get(), CURLINFO_RESPONSE_CODE, &status);
+    Curl().easy_getinfo(curl_.get(), CURLINFO_RESPONSE_CODE, &status);
     return status;
   }
 
@@ -92,21 +92,21 @@ class Fetch {
 
   // Not curl_easy_perform: that looks around only once a second.
   CURLcode Transfer() {
-    const std::unique_ptr<CURLM, MultiEnd> multi(curl_multi_init());
-    if (!multi || curl_multi_add_handle(multi.get(), curl_.get()) != CURLM_OK) {
+    const std::unique_ptr<CURLM, MultiEnd> multi(Curl().multi_init());
+    if (!multi || Curl().multi_add_handle(multi.get(), curl_.get()) != CURLM_OK) {
       return CURLE_OUT_OF_MEMORY;
     }
     window_begin_ = Clock::now();
     next_look_ = window_begin_;
     int running = 1;
-    while (!end_ && curl_multi_perform(multi.get(), &running) == CURLM_OK && running > 0) {
+    while (!end_ && Curl().multi_perform(multi.get(), &running) == CURLM_OK && running > 0) {
       Look();
-      curl_multi_poll(multi.get(), nullptr, 0, kLookMilliseconds, nullptr);
+      Curl().multi_poll(multi.get(), nullptr, 0, kLookMilliseconds, nullptr);
     }
     int left = 0;
-    const CURLMsg* message = curl_multi_info_read(multi.get(), &left);
+    const CURLMsg* message = Curl().multi_info_read(multi.get(), &left);
     const CURLcode code = message != nullptr ? message->data.result : CURLE_ABORTED_BY_CALLBACK;
-    curl_multi_remove_handle(multi.get(), curl_.get());
+    Curl().multi_remove_handle(multi.get(), curl_.get());
     return code;
   }
 
@@ -151,7 +151,7 @@ class Fetch {
         break;
     }
     if (end_ == FetchOutcome::kTimeout) return "the server sends too slowly";
-    return error_.front() != '\0' ? error_.data() : curl_easy_strerror(code);
+    return error_.front() != '\0' ? error_.data() : Curl().easy_strerror(code);
   }
 
   void End(FetchOutcome outcome) { end_ = outcome; }
@@ -176,7 +176,7 @@ class Fetch {
     begun_ = true;
     const long status = Status();
     curl_off_t length = -1;
-    curl_easy_getinfo(curl_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    Curl().easy_getinfo(curl_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
     if (!IsWanted(status)) {
       End(FetchOutcome::kRefused);  // nobody wants to read an error page
     } else if (length > 0 && static_cast<std::uint64_t>(length) > limits_.bytes) {
@@ -207,7 +207,7 @@ class Fetch {
   }
 
   struct ListEnd {
-    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+    void operator()(curl_slist* list) const { Curl().slist_free_all(list); }
   };
 
   std::unique_ptr<curl_slist, ListEnd> headers_;

@@ -15,19 +15,19 @@ namespace {
 constexpr int kLookEveryMs = 1000;
 
 struct MultiDeleter {
-  void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
+  void operator()(CURLM* multi) const { Curl().multi_cleanup(multi); }
 };
 
 // All transfers of one round. Each stays in the multi handle until the round is over.
 class Round {
  public:
-  Round() : multi_(curl_multi_init()) {
+  Round() : multi_(Curl().multi_init()) {
     if (!multi_) throw std::runtime_error("the HTTP library cannot be started");
   }
   Round(const Round&) = delete;
   Round& operator=(const Round&) = delete;
   ~Round() {
-    for (Leg& leg : legs_) curl_multi_remove_handle(multi_.get(), leg.curl.get());
+    for (Leg& leg : legs_) Curl().multi_remove_handle(multi_.get(), leg.curl.get());
   }
 
   void Add(const NodeAddress& node, const NodeCall& call, std::chrono::milliseconds deadline) {
@@ -35,16 +35,16 @@ class Round {
     leg.transfer = std::make_unique<NodeTransfer>(leg.curl.get(), node, call);
     leg.transfer->SendJson(Json::Value(Json::objectValue), deadline);
     legs_.push_back(std::move(leg));
-    curl_multi_add_handle(multi_.get(), legs_.back().curl.get());
+    Curl().multi_add_handle(multi_.get(), legs_.back().curl.get());
   }
 
   void Run() {
     int running = 0;
-    while (curl_multi_perform(multi_.get(), &running) == CURLM_OK && running > 0) {
-      if (curl_multi_poll(multi_.get(), nullptr, 0, kLookEveryMs, nullptr) != CURLM_OK) break;
+    while (Curl().multi_perform(multi_.get(), &running) == CURLM_OK && running > 0) {
+      if (Curl().multi_poll(multi_.get(), nullptr, 0, kLookEveryMs, nullptr) != CURLM_OK) break;
     }
     int left = 0;
-    while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &left)) {
+    while (const CURLMsg* message = Curl().multi_info_read(multi_.get(), &left)) {
       for (Leg& leg : legs_) {
         if (leg.curl.get() == message->easy_handle) leg.result = message->data.result;
       }

@@ -9,7 +9,7 @@ class NodeClient::Impl {
  public:
   explicit Impl(const UploadLimits& limits) : curl_(NewCurlHandle()), limits_(limits) {}
 
-  [[nodiscard]] CURL* Curl() const { return curl_.get(); }
+  [[nodiscard]] CURL* Handle() const { return curl_.get(); }
   [[nodiscard]] const UploadLimits& Limits() const { return limits_; }
 
  private:
@@ -28,17 +28,17 @@ KALO::MESH::SDK::Response NodeClient::Call(const NodeAddress& node, const std::s
                                            int version, const std::string& method,
                                            const Json::Value& params,
                                            std::chrono::milliseconds deadline) {
-  NodeTransfer transfer(impl_->Curl(), node, {api, version, method});
+  NodeTransfer transfer(impl_->Handle(), node, {api, version, method});
   transfer.SendJson(params, deadline);
-  return transfer.Answer(curl_easy_perform(impl_->Curl()));
+  return transfer.Answer(Curl().easy_perform(impl_->Handle()));
 }
 
 KALO::MESH::SDK::Response NodeClient::Upload(const NodeAddress& node, const std::string& api,
                                              int version, const std::string& method,
                                              const Json::Value& params, const std::string& path) {
-  NodeTransfer transfer(impl_->Curl(), node, {api, version, method});
+  NodeTransfer transfer(impl_->Handle(), node, {api, version, method});
   transfer.SendForm(params, path, impl_->Limits());
-  return transfer.Answer(curl_easy_perform(impl_->Curl()));
+  return transfer.Answer(Curl().easy_perform(impl_->Handle()));
 }
 
 }  // namespace kalo

@@ -45,21 +45,21 @@ NodeTransfer::NodeTransfer(CURL* curl, const NodeAddress& node, const NodeCall& 
       node_id_(node.node_id),
       host_("node" + std::to_string(node.node_id) + ".mesh.internal") {
   const std::string entry = host_ + ":" + kMeshPort + ":" + BracketedAddress(node);
-  resolve_.reset(curl_slist_append(nullptr, entry.c_str()));
-  curl_easy_reset(curl_);
+  resolve_.reset(Curl().slist_append(nullptr, entry.c_str()));
+  Curl().easy_reset(curl_);
   SetTarget(call);
   SetTls();
 }
 
 NodeTransfer::~NodeTransfer() {
   // The handle lives on and must not remember anything of ours.
-  curl_easy_reset(curl_);
+  Curl().easy_reset(curl_);
 }
 
 template <typename Value>
 void NodeTransfer::Set(CURLoption option, Value value) {
-  const CURLcode result = curl_easy_setopt(curl_, option, value);
-  if (result != CURLE_OK) Unreachable(node_id_, curl_easy_strerror(result));
+  const CURLcode result = Curl().easy_setopt(curl_, option, value);
+  if (result != CURLE_OK) Unreachable(node_id_, Curl().easy_strerror(result));
 }
 
 void NodeTransfer::SetTarget(const NodeCall& call) {
@@ -92,7 +92,7 @@ void NodeTransfer::SetTls() {
 // "Expect: 100-continue" would cost a second wherever the server does not answer it.
 void NodeTransfer::SetHeaders(std::initializer_list<const char*> headers) {
   for (const char* header : headers) {
-    curl_slist* longer = curl_slist_append(headers_.get(), header);
+    curl_slist* longer = Curl().slist_append(headers_.get(), header);
     if (longer == nullptr) throw std::bad_alloc();
     (void)headers_.release();
     headers_.reset(longer);
@@ -110,13 +110,13 @@ void NodeTransfer::SendForm(const Json::Value& params, const std::string& path,
                             const UploadLimits& limits) {
   Set(CURLOPT_TIMEOUT_MS, static_cast<long>(limits.whole.count()));
   Set(CURLOPT_UPLOAD_BUFFERSIZE, kSendBuffer);
-  form_.reset(curl_mime_init(curl_));
+  form_.reset(Curl().mime_init(curl_));
   if (!form_) throw std::bad_alloc();
   for (const std::string& name : params.getMemberNames()) {
-    curl_mimepart* part = curl_mime_addpart(form_.get());
+    curl_mimepart* part = Curl().mime_addpart(form_.get());
     const std::string text = FieldText(params[name]);
-    curl_mime_name(part, name.c_str());
-    curl_mime_data(part, text.data(), text.size());
+    Curl().mime_name(part, name.c_str());
+    Curl().mime_data(part, text.data(), text.size());
   }
   AddFile(path);
   Set(CURLOPT_MIMEPOST, form_.get());
@@ -132,11 +132,11 @@ void NodeTransfer::AddFile(const std::string& path) {
   file_.emplace(path);
   note_.emplace("node-" + std::to_string(node_id_));
   const std::string name = std::filesystem::path(path).filename();
-  curl_mimepart* part = curl_mime_addpart(form_.get());
-  curl_mime_name(part, "patch_file");
-  curl_mime_filename(part, name.c_str());
-  curl_mime_data_cb(part, static_cast<curl_off_t>(file_->Size()), &NodeTransfer::OnFileRead,
-                    &NodeTransfer::OnFileSeek, nullptr, this);
+  curl_mimepart* part = Curl().mime_addpart(form_.get());
+  Curl().mime_name(part, "patch_file");
+  Curl().mime_filename(part, name.c_str());
+  Curl().mime_data_cb(part, static_cast<curl_off_t>(file_->Size()), &NodeTransfer::OnFileRead,
+                      &NodeTransfer::OnFileSeek, nullptr, this);
 }
 
 std::size_t NodeTransfer::OnFileRead(char* bytes, std::size_t size, std::size_t count, void* self) {
@@ -188,7 +188,7 @@ KALO::MESH::SDK::Response NodeTransfer::Answer(CURLcode result) const {
   }
   if (file_ && !file_->Trouble().empty()) throw std::runtime_error(file_->Trouble());
   if (result == CURLE_ABORTED_BY_CALLBACK) Unreachable(node_id_, "takes no more of the upload");
-  if (result != CURLE_OK) Unreachable(node_id_, curl_easy_strerror(result));
+  if (result != CURLE_OK) Unreachable(node_id_, Curl().easy_strerror(result));
   const std::optional<Json::Value> envelope = ParseStrictJson(body_);
   if (!envelope) {
     Log(LOG_ERR, "node %d: its answer is no JSON", node_id_);

@@ -50,10 +50,10 @@ class NodeTransfer {
 
  private:
   struct ListDeleter {
-    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+    void operator()(curl_slist* list) const { Curl().slist_free_all(list); }
   };
   struct MimeDeleter {
-    void operator()(curl_mime* form) const { curl_mime_free(form); }
+    void operator()(curl_mime* form) const { Curl().mime_free(form); }
   };
   using List = std::unique_ptr<curl_slist, ListDeleter>;
 
