@@ -1,12 +1,13 @@
 // bench-fastcgi SOCKET: what a web server usually does for such a page: four processes behind
 // nginx, each building the same answer with the same library as the module's "progress" of a
-// download does when there is none.
+// download does when there is none. A request for ".../stuck" is answered after a second.
 #include <fcgiapp.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <string>
+#include <string_view>
 
 #include "bench/requests/answer.h"
 
@@ -18,6 +19,8 @@ int Serve(int listening) {
   FCGX_Request request;
   if (FCGX_InitRequest(&request, listening, 0) != 0) return 1;
   while (FCGX_Accept_r(&request) >= 0) {
+    const char* path = FCGX_GetParam("SCRIPT_NAME", request.envp);
+    if (path != nullptr && std::string_view(path).ends_with("/stuck")) sleep(1);
     const std::string text =
         "Content-Type: application/json\r\nCache-Control: no-store\r\n\r\n" + kalo::bench::Answer();
     FCGX_PutStr(text.data(), static_cast<int>(text.size()), request.out);

@@ -1,5 +1,6 @@
-// bench-httpd PORT CERTIFICATE KEY: one process of the same HTTP library, which answers the same
-// JSON itself: as fast as it gets without sessions, workers and files.
+// bench-httpd PORT CERTIFICATE KEY [bus]: one process of the same HTTP library, which answers the
+// same JSON itself: as fast as it gets without sessions, workers and files. With "bus" it answers
+// "status", and makes its calls of the mesh service for each.
 #include <arpa/inet.h>
 #include <microhttpd.h>
 #include <netinet/in.h>
@@ -11,6 +12,7 @@
 #include <string>
 
 #include "bench/requests/answer.h"
+#include "bench/requests/bus_calls.h"
 
 namespace {
 
@@ -19,8 +21,8 @@ std::string Read(const char* path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-MHD_Result OnRequest(void*, MHD_Connection* connection, const char*, const char*, const char*,
-                     const char*, std::size_t* size, void** context) {
+MHD_Result OnRequest(void* calls_bus, MHD_Connection* connection, const char*, const char*,
+                     const char*, const char*, std::size_t* size, void** context) {
   static int seen = 0;
   if (*context == nullptr) {
     *context = &seen;
@@ -30,7 +32,9 @@ MHD_Result OnRequest(void*, MHD_Connection* connection, const char*, const char*
     *size = 0;
     return MHD_YES;
   }
-  std::string text = kalo::bench::Answer();
+  const bool bus = calls_bus != nullptr;
+  if (bus && !kalo::bench::CallMeshService()) return MHD_NO;
+  std::string text = bus ? kalo::bench::StatusAnswer() : kalo::bench::Answer();
   MHD_Response* response =
       MHD_create_response_from_buffer(text.size(), text.data(), MHD_RESPMEM_MUST_COPY);
   MHD_add_response_header(response, "Content-Type", "application/json");
@@ -42,17 +46,18 @@ MHD_Result OnRequest(void*, MHD_Connection* connection, const char*, const char*
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 4) return 2;
+  if (argc < 4) return 2;
+  bool bus = argc == 5;
   const std::string certificate = Read(argv[2]);
   const std::string key = Read(argv[3]);
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(static_cast<std::uint16_t>(std::atoi(argv[1])));
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  MHD_Daemon* daemon =
-      MHD_start_daemon(MHD_USE_TLS | MHD_USE_EPOLL_INTERNAL_THREAD, 0, nullptr, nullptr, OnRequest,
-                       nullptr, MHD_OPTION_SOCK_ADDR, &address, MHD_OPTION_HTTPS_MEM_CERT,
-                       certificate.c_str(), MHD_OPTION_HTTPS_MEM_KEY, key.c_str(), MHD_OPTION_END);
+  MHD_Daemon* daemon = MHD_start_daemon(
+      MHD_USE_TLS | MHD_USE_EPOLL_INTERNAL_THREAD, 0, nullptr, nullptr, OnRequest,
+      bus ? &bus : nullptr, MHD_OPTION_SOCK_ADDR, &address, MHD_OPTION_HTTPS_MEM_CERT,
+      certificate.c_str(), MHD_OPTION_HTTPS_MEM_KEY, key.c_str(), MHD_OPTION_END);
   if (daemon == nullptr) return 1;
   while (true) pause();
 }
