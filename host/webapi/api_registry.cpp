@@ -5,7 +5,7 @@
 namespace kalo::webapi {
 
 void ApiRegistry::Add(std::span<const KALO::APIRow> rows, const std::string& source) {
-  std::map<Key, KALO::APIHandler, std::less<>> added;
+  std::map<Key, KALO::APIHandler> added;
   for (const KALO::APIRow& row : rows) {
     const Key key(row.api, row.version, row.method);
     if (rows_.contains(key) || !added.emplace(key, row.handler).second) {
@@ -18,7 +18,7 @@ void ApiRegistry::Add(std::span<const KALO::APIRow> rows, const std::string& sou
 
 KALO::APIHandler ApiRegistry::Find(std::string_view api, int version,
                                    std::string_view method) const {
-  const auto row = rows_.find(std::tuple(api, version, method));
+  const auto row = rows_.find(Key(api, version, method));
   return row == rows_.end() ? nullptr : row->second;
 }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <map>
 #include <span>
 #include <string>
@@ -25,7 +24,7 @@ class ApiRegistry {
 
  private:
   using Key = std::tuple<std::string, int, std::string>;
-  std::map<Key, KALO::APIHandler, std::less<>> rows_;
+  std::map<Key, KALO::APIHandler> rows_;
 };
 
 /// Makes the registry the one that KALO::APIRunner::Exec looks in. The platform call has no

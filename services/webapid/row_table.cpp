@@ -45,7 +45,7 @@ void RowTable::Add(const webapi::ModuleDescription& module) {
 }
 
 const webapi::RowDescription* RowTable::Find(const RowName& name) const {
-  const auto row = rows_.find(std::tie(name.api, name.version, name.method));
+  const auto row = rows_.find({name.api, name.version, name.method});
   return row == rows_.end() ? nullptr : &row->second;
 }
 

@@ -36,8 +36,7 @@ class RowTable {
   }
 
  private:
-  using Key = std::tuple<std::string, int, std::string>;
-  std::map<Key, webapi::RowDescription, std::less<>> rows_;
+  std::map<std::tuple<std::string, int, std::string>, webapi::RowDescription> rows_;
   std::vector<std::filesystem::path> recovery_;
 };
 
