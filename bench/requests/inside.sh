@@ -73,9 +73,9 @@ pids_of() {
   esac
 }
 port_of() { case $1 in ours) echo 443 ;; nginx) echo 9443 ;; httpd) echo 9444 ;; bus) echo 9445 ;; esac; }
-# Ticks of a hundredth of a second.
-cpu_of() { local sum=0 p; for p in $(pids_of "$1"); do
-  sum=$((sum + $(awk '{ sub(/.*\) /, ""); print $12 + $13 }' "/proc/$p/stat"))); done; echo "$sum"; }
+# Nanoseconds on a processor, of all threads.
+cpu_of() { local p; for p in $(pids_of "$1"); do cat "/proc/$p/task/"*/schedstat; done |
+  awk '{ sum += $1 } END { printf "%.0f", sum }'; }
 memory_of() { local sum=0 p; for p in $(pids_of "$1"); do
   sum=$((sum + $(awk '/^Pss:/ { print $2 }' "/proc/$p/smaps_rollup"))); done; echo "$sum"; }
 

@@ -23,18 +23,25 @@ ClientConnection::ClientConnection(EventLoop& loop, MHD_Connection* connection)
 }
 
 ClientConnection::~ClientConnection() {
-  ClearDeadline();
+  if (timer_) loop_.Cancel(*timer_);
 }
 
 void ClientConnection::SetDeadline(std::chrono::seconds from_now) {
-  ClearDeadline();
-  // The library then sees the end of the connection and clears up as always.
-  timer_ = loop_.At(EventLoop::Clock::now() + from_now,
-                    [socket = socket_] { (void)shutdown(socket, SHUT_RDWR); });
+  deadline_ = EventLoop::Clock::now() + from_now;
+  if (!timer_ || timer_->when > *deadline_) StartTimer(*deadline_);
 }
 
-void ClientConnection::ClearDeadline() {
-  loop_.Cancel(timer_);
+void ClientConnection::StartTimer(EventLoop::Clock::time_point when) {
+  if (timer_) loop_.Cancel(*timer_);
+  timer_ = loop_.At(when, [this] { OnTimer(); });
+}
+
+void ClientConnection::OnTimer() {
+  timer_.reset();
+  if (!deadline_) return;
+  if (EventLoop::Clock::now() < *deadline_) return StartTimer(*deadline_);
+  // The library then sees the end of the connection and clears up as always.
+  (void)shutdown(socket_, SHUT_RDWR);
 }
 
 std::string ClientConnection::Peer() const {

@@ -24,7 +24,7 @@ class ClientConnection {
 
   /// Cuts the connection when this time is over, unless the deadline is set again before.
   void SetDeadline(std::chrono::seconds from_now);
-  void ClearDeadline();
+  void ClearDeadline() { deadline_.reset(); }
 
   /// @return the address that counts as one client: the IPv4 address, or an IPv6 network of 64
   /// bits.
@@ -37,10 +37,16 @@ class ClientConnection {
   [[nodiscard]] std::optional<int> NodeId();
 
  private:
+  void StartTimer(EventLoop::Clock::time_point when);
+  void OnTimer();
+
   EventLoop& loop_;
   MHD_Connection* connection_;
   int socket_ = -1;  // the library's
-  EventLoop::TimerId timer_{};
+  std::optional<EventLoop::Clock::time_point> deadline_;
+  // Set anew several times a request, the deadline mostly moves on; so the timer stays where it was
+  // and looks, when it comes, whether it is time.
+  std::optional<EventLoop::TimerId> timer_;
   bool verified_ = false;
   std::optional<int> node_id_;
 };
