@@ -20,6 +20,11 @@ TEST_F(ResultData, ReadsDataAndNodeOfASuccess) {
   EXPECT_EQ(node_id, 3);
 }
 
+TEST_F(ResultData, ANumberSaysSuccessToo) {
+  EXPECT_TRUE(Read(R"({"success": 1, "data": {}, "node_id": 3})"));
+  EXPECT_FALSE(Read(R"({"success": 0, "data": {}, "node_id": 3})"));
+}
+
 TEST_F(ResultData, RefusesEverythingElseAndLeavesTheOutputsAlone) {
   for (const char* result : {
            R"({"success": true, "data": {}, "node_id": "3"})",

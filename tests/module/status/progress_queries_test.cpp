@@ -180,10 +180,17 @@ TEST_F(UpdateProgress, TheFallbackCopiesOnlyWhatIsThere) {
   EXPECT_THAT(Answers(), fake::ElementsAre(R"(success {"step":"preparing"})"));
 }
 
+TEST_F(UpdateProgress, AFallbackWhoseDataIsNoObjectTellsNothing) {
+  platform.progress.code = 1;
+  platform.exec_envelope = fake::FromText(R"({"success": true, "data": [1]})");
+  Call(WebapiUpgradeProgressV2);
+  EXPECT_THAT(Answers(), fake::ElementsAre("success {}"));
+}
+
 TEST_F(UpdateProgress, AFallbackWithoutDataFails) {
   platform.progress.code = 1;
-  for (const char* envelope :
-       {R"({"success": false, "data": {}})", R"({"success": true})", R"([])", "null"}) {
+  for (const char* envelope : {R"({"success": false, "data": {}})", R"({"success": true})", R"([])",
+                               "null", R"({"success": "true", "data": {}})"}) {
     platform.journal.Clear();
     platform.exec_envelope =
         std::string(envelope) == "null" ? Json::Value() : fake::FromText(envelope);

@@ -76,6 +76,11 @@ TEST_F(PatchCleanRequest, ABadParameterHasACodeOfItsOwn) {
   EXPECT_THAT(Answers(), ElementsAre("error 403 null"));
 }
 
+TEST_F(PatchCleanRequest, WhatIsNoStandardExceptionIsLeftToTheServer) {
+  platform.throwers["client"] = fake::Throws(fake::NotStandard());
+  EXPECT_THROW(Clean(), fake::NotStandard);
+}
+
 TEST_F(PatchCleanRequest, AProgressFileThatCannotBeWrittenIsAFailure) {
   platform.results["set /tmp/mesh_download step"] = -1;
   Clean();

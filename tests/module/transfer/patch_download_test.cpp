@@ -1,6 +1,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
+
 #include "tests/fake/module_test.h"
 
 namespace KALO::MESH::Webapi {
@@ -322,6 +324,16 @@ TEST_F(DownloadStartRequest, AVersionThatCannotBeConvertedFails) {
   EXPECT_EQ(Logs().back(), "3 Exception: Failed to convert version string to pure version number");
 }
 
+TEST_F(DownloadStartRequest, ABaseThatCannotBeConvertedFailsToo) {
+  std::array<int, 4> job{};
+  std::vector<UpgradeHandler::UploadWork> works;
+  EXPECT_THROW(handler.DownloadPatchAndUpload("VXM 1.3.2-9400 Update 2", {"M2", false, {3}}, true,
+                                              "9400", job[0], job[1], job[2], job[3], works, false),
+               WebapiException);
+  EXPECT_TRUE(works.empty());
+  EXPECT_THAT(Lines("download"), ElementsAre());
+}
+
 TEST_F(DownloadStartRequest, ATroubleInTheFailureItselfStillFreesTheLock) {
   Offer("full", "VXM 1.3.2-9400", "M2  3;");
   platform.download_result = false;
@@ -384,6 +396,11 @@ TEST_F(DownloadCancelRequest, ABadPercentageAndABadParameterAreAnswered) {
   Call(WebapiUpgradeDownloadCancel);
   EXPECT_EQ(Logs().back(), "3 Parameter Error: bad");
   EXPECT_EQ(Answers().back(), "error 403 null");
+}
+
+TEST_F(DownloadCancelRequest, WhatIsNoStandardExceptionIsLeftToTheServer) {
+  platform.throwers["cancel_download"] = fake::Throws(fake::NotStandard());
+  EXPECT_THROW(Call(WebapiUpgradeDownloadCancel), fake::NotStandard);
 }
 
 }  // namespace

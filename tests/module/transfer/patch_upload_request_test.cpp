@@ -109,6 +109,16 @@ TEST_F(PatchUploadRequest, ARenameThatFailsIsAGeneralFailure) {
   }
 }
 
+TEST_F(PatchUploadRequest, AFileWithoutAFolderIsOneOfTheCurrentFolder) {
+  parameters["A_file_tmp"] = "stored";
+  platform.plain_files.insert("stored");
+  platform.patches["./A_new.pat"] = platform.patches["/up/A_new.pat"];
+  platform.patches["./A_new.pat"].path = "./A_new.pat";
+  Upload();
+  EXPECT_THAT(Lines("rename"), ::testing::Contains("rename stored ./A_new.pat"));
+  EXPECT_THAT(Answers(), fake::ElementsAre(R"(success {"n":1})"));
+}
+
 TEST_F(PatchUploadRequest, AWrongPatchIsRefused) {
   const std::string moved = "/up/B_new.pat";
   const std::vector<std::string> logs = {"3 /up/B_new.pat is an incorrect patch",

@@ -247,6 +247,15 @@ TEST_F(EqualCheck, AStopBelowTheNodeNeedsNothing) {
   EXPECT_EQ(Key("avaliable_full"), "false");
 }
 
+TEST_F(EqualCheck, AStopWhoseSmallNumberIsThereNeedsNothing) {
+  AddNode(0, "M1", "VXM 1.4.1-76010 Update 2");
+  AddNode(3, "M2", kHigh);
+  platform.upgrade_paths["VXM 1.4.1-76010 Update 2"] = {"VXM 1.4.1-76010 Update 2"};
+  (void)Answer();
+  EXPECT_EQ(Key("avaliable_full"), "false");
+  EXPECT_EQ(Key("avaliable_nano"), "-");
+}
+
 TEST_F(EqualCheck, VersionsThatCannotBeReadAreAGeneralFailure) {
   AddNode(0, "M1", kLow);
   AddNode(3, "M2", "other 1-76020");
