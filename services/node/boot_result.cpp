@@ -39,7 +39,9 @@ void ConfirmBoot() {
     throw std::system_error(errno, std::generic_category(), "writing the report");
   }
   if (state.trial == slots::Trial::kBooted) {
-    RemoveStaged();
+    // A confirmation that broke off is made good later, when the next patch may lie there already.
+    const auto staged = ReadStaged();
+    if (!staged || staged->description.version == state.version) RemoveStaged();
     Log(LOG_NOTICE, "install: %s is confirmed", state.version.c_str());
   }
   slots::EndTrial();

@@ -55,6 +55,14 @@ int Start(bool foreground) {
   return InstallAndRestart();
 }
 
+// Nothing is staged meanwhile: what is installed now is dropped, what was just handed in is not.
+int Confirm() {
+  const std::optional<kalo::FileLock> lock = kalo::FileLock::TryTake(KALO::paths::kInstallLock);
+  if (!lock) return errno == EWOULDBLOCK ? InstallExit::kBusy : InstallExit::kFailed;
+  kalo::node::ConfirmBoot();
+  return InstallExit::kOk;
+}
+
 int FallBack() {
   return kalo::node::GiveUpBoot() ? Restart() : InstallExit::kFailed;
 }
@@ -84,8 +92,7 @@ int main(int argc, char** argv) {
     if (app.got_subcommand("start")) return Start(foreground);
     if (app.got_subcommand("fallback")) return FallBack();
     if (app.got_subcommand("status")) return ShowStatus();
-    kalo::node::ConfirmBoot();
-    return InstallExit::kOk;
+    return Confirm();
   } catch (const std::exception& e) {
     kalo::Log(LOG_ERR, "install: %s", e.what());
     std::cerr << "kalo-install: " << e.what() << "\n";

@@ -21,6 +21,7 @@ namespace {
 
 constexpr const char* kShim = FAULT_SHIM;
 constexpr int kNodes = 2;
+constexpr const char* kMiddle = "1=VXM 1.4.0-76005";
 constexpr std::chrono::seconds kReady{30};
 // A node that stands still is given up after a time; the request that waits for it is answered
 // then.
@@ -29,6 +30,14 @@ constexpr std::chrono::seconds kAnswer{60};
 std::string ReadAll(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
+}
+
+fs::path Patches() {
+  return fs::path(KALO_BUILD) / "journeys/patches";
+}
+
+std::string Model(int node) {
+  return "kalo_m" + std::to_string(node + 1);
 }
 
 FaultControl* MakeControl(const fs::path& path) {
@@ -43,25 +52,26 @@ FaultControl* MakeControl(const fs::path& path) {
 
 }  // namespace
 
-std::string FirstVersion(int node) {
-  return node == 0 ? journeys::kFirst : "VXM 1.4.0-76005";
+MeshKind KindFor(const std::string& journey) {
+  if (journey == "install") return MeshKind::kInstalling;
+  return journey == "level" ? MeshKind::kLagging : MeshKind::kStaying;
 }
 
-FaultMesh::FaultMesh(const std::string& name)
-    : state_(fs::path(KALO_BUILD) / "journeys" / name),
-      box_(std::make_unique<journeys::MeshBox>(
-          name, std::vector<std::string>{"--nodes", std::to_string(kNodes), "--node-version",
-                                         "1=" + FirstVersion(1)})) {
-  box_->Publish({"kalo_m1-offer-76005"});
-  box_->Publish({"kalo_m1-offer-76010"});
-  // A beta release is not in its model's regular list: so the second feed is asked too.
-  box_->Publish({"kalo_m2-offer-76010"}, {"--phase", "Beta"});
+FaultMesh::FaultMesh(const std::string& name, MeshKind kind)
+    : kind_(kind), state_(fs::path(KALO_BUILD) / "journeys" / name) {
+  std::vector<std::string> options = {"--nodes", std::to_string(kNodes)};
+  if (kind == MeshKind::kStaying) options.insert(options.end(), {"--node-version", kMiddle});
+  if (kind == MeshKind::kLagging) {
+    options.insert(options.end(), {"--node-version", std::string("1=") + journeys::kNext});
+  }
+  box_ = std::make_unique<journeys::MeshBox>(name, options);
   for (int id = 0; id < kNodes; ++id) {
     nodes_.emplace_back(state_ / "nodes" / std::to_string(id));
-    patches_.push_back(ReadAll(fs::path(KALO_BUILD) / "journeys/patches" /
-                               ("kalo_m" + std::to_string(id + 1) + "-offer-76010.patch")));
+    patches_.emplace_back();
     console_read_.push_back(0);
   }
+  if (kind == MeshKind::kStaying) PublishUsual();
+  if (kind == MeshKind::kLagging) box_->Publish({"kalo_m1-76010"});
   LoadShim();
   const Json::Value box = ParseStrictJson(ReadAll(state_ / "box.json")).value_or(Json::Value());
   const std::string address = box["address"].asString();
@@ -75,6 +85,39 @@ FaultMesh::FaultMesh(const std::string& name)
     throw std::runtime_error("the mesh does not come up with the shim: " + state_.native());
   }
   for (int id = 0; id < kNodes; ++id) (void)NewWords(id);
+}
+
+void FaultMesh::PublishUsual() {
+  box_->Publish({"kalo_m1-offer-76005"});
+  box_->Publish({"kalo_m1-offer-76010"});
+  // A beta release is not in its model's regular list: so the second feed is asked too.
+  box_->Publish({"kalo_m2-offer-76010"}, {"--phase", "Beta"});
+  for (int id = 0; id < kNodes; ++id) {
+    patches_.at(static_cast<std::size_t>(id)) =
+        ReadAll(Patches() / (Model(id) + "-offer-76010.patch"));
+  }
+}
+
+void FaultMesh::MakeNewer() {
+  wanted_ = std::string(journeys::kFirst) + " Update " + std::to_string(++number_);
+  const fs::path file = state_ / "newer.patch";
+  for (int id = 0; id < kNodes; ++id) {
+    fs::remove(file);
+    const journeys::Outcome made = journeys::RunProgram(
+        {fs::path(KALO_BUILD) / "programs/kalo-patch/kalo-patch", "make", Patches() / "small",
+         "--unique", Model(id), "--version", wanted_, "--updater", KALO_SAMPLES "/updater",
+         "--texts", KALO_SAMPLES "/texts", "--key", Patches() / "keys/patch.key", "-o", file});
+    if (made.status != 0) throw std::runtime_error("no patch: " + made.err);
+    patches_.at(static_cast<std::size_t>(id)) = ReadAll(file);
+  }
+}
+
+std::string FaultMesh::Running(int node) const {
+  const std::string text = Node(node).Read(KALO::paths::kRunningVersion);
+  const std::string key = "version=\"";
+  const std::size_t begin = text.find(key);
+  if (begin == std::string::npos) return "";
+  return text.substr(begin + key.size(), text.find('"', begin + key.size()) - begin - key.size());
 }
 
 // Every program of a node loads it from its next boot on.

@@ -13,16 +13,21 @@
 
 namespace kalo::faults {
 
-/// @return what a node runs: the CAP lags behind, so that there is something to bring to one
-/// version.
-[[nodiscard]] std::string FirstVersion(int node);
+/// What a mesh is for.
+enum class MeshKind {
+  kStaying,  ///< nothing is installed: the CAP lags behind, a newer version for both is published
+  kInstalling,  ///< both run the same; there is always a newer small update at hand
+  kLagging,     ///< the CAP lags behind, and the satellite's version is published for it
+};
 
-/// A mesh of two nodes, of two models, in each of whose programs a fault can be made to happen. A
-/// newer version for both is published and at hand.
+/// @return the kind of mesh that a journey needs.
+[[nodiscard]] MeshKind KindFor(const std::string& journey);
+
+/// A mesh of two nodes, of two models, in each of whose programs a fault can be made to happen.
 class FaultMesh {
  public:
   /// @throws std::runtime_error
-  explicit FaultMesh(const std::string& name);
+  FaultMesh(const std::string& name, MeshKind kind);
 
   [[nodiscard]] const NodeView& Node(int id) const {
     return nodes_.at(static_cast<std::size_t>(id));
@@ -30,9 +35,17 @@ class FaultMesh {
   [[nodiscard]] journeys::MeshBox& Box() { return *box_; }
   /// A client with a session of its own; its requests end after a minute.
   [[nodiscard]] test::HttpClient& Client() { return *client_; }
+  [[nodiscard]] MeshKind Kind() const { return kind_; }
+  /// @return the patch that is handed in for a node, or published for it.
   [[nodiscard]] const std::string& Patch(int node) const {
     return patches_.at(static_cast<std::size_t>(node));
   }
+  /// Makes a small update for both nodes that is newer than everything before it: the next Patch.
+  void MakeNewer();
+  /// @return the version that a node is to get in the end.
+  [[nodiscard]] const std::string& Wanted() const { return wanted_; }
+  /// @return the version that a node runs, read from its own file.
+  [[nodiscard]] std::string Running(int node) const;
   /// What the node's programs wrote to their standard error since the last call.
   [[nodiscard]] std::string NewWords(int node);
 
@@ -50,7 +63,9 @@ class FaultMesh {
 
  private:
   void LoadShim();
+  void PublishUsual();
 
+  MeshKind kind_;
   std::filesystem::path state_;
   std::unique_ptr<journeys::MeshBox> box_;
   std::unique_ptr<test::HttpClient> client_;
@@ -58,6 +73,8 @@ class FaultMesh {
   std::vector<std::string> patches_;
   std::vector<FaultControl*> controls_;  ///< one mapped page a node, for the runner's whole life
   std::vector<std::size_t> console_read_;
+  std::string wanted_ = journeys::kNext;
+  int number_ = 0;  ///< of the newest small update
   int armed_ = 0;
 };
 

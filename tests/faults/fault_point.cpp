@@ -24,6 +24,7 @@ constexpr std::array<const char*, 5> kJourneys = {"upload", "download", "prechec
                                                   "clean"};
 constexpr std::uint32_t kCallsWithPlug = 600;
 constexpr std::uint32_t kPlugEvery = 20;  // each takes seconds
+constexpr std::uint32_t kCallsOfInstaller = 200;
 
 const char* NameOf(int error) {
   for (const auto& [name, number] : kErrors) {
@@ -71,6 +72,9 @@ std::vector<FaultPoint> PointsBesideCalls(bool slow) {
   for (std::uint32_t nth = 1; nth <= kCallsWithPlug; nth += kPlugEvery) {
     points.push_back({{"download", 0, "webapid-worker", Side::kChild}, Action::kPlug, 0, nth, ""});
   }
+  for (std::uint32_t nth = 1; nth <= kCallsOfInstaller; nth += kPlugEvery) {
+    points.push_back({{"install", 0, "kalo-install", Side::kParent}, Action::kPlug, 0, nth, ""});
+  }
   return points;
 }
 
@@ -85,6 +89,12 @@ std::vector<Target> AllTargets() {
     targets.push_back({journey, 1, "webapid-worker", Side::kParent});
   }
   targets.push_back({"download", 0, "wget", Side::kParent});
+  for (const int node : {0, 1}) targets.push_back({"install", node, "kalo-install", Side::kParent});
+  targets.push_back({"install", 0, "meshd", Side::kParent});
+  targets.push_back({"install", 0, "webapid-worker", Side::kParent});
+  targets.push_back({"install", 1, "webapid-worker", Side::kParent});
+  targets.push_back({"level", 0, "webapid-worker", Side::kParent});
+  targets.push_back({"level", 0, "kalomeshupgrade", Side::kParent});
   return targets;
 }
 

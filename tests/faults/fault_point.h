@@ -17,8 +17,8 @@ struct Target {
   Side side = Side::kParent;
 
   [[nodiscard]] std::string Text() const;
-  /// Each hit costs the service's restart.
-  [[nodiscard]] bool IsSlow() const { return program == "meshd"; }
+  /// Whether the journey installs something.
+  [[nodiscard]] bool Installs() const { return journey == "install" || journey == "level"; }
 };
 
 /// One fault: the n-th call of a target does not what it should.

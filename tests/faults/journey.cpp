@@ -10,6 +10,7 @@ namespace {
 
 using test::HttpAnswer;
 
+constexpr std::chrono::seconds kJobBegins{3};
 constexpr std::chrono::seconds kJobDeadline{120};
 
 std::string Staged(const char* file) {
@@ -92,7 +93,7 @@ Outcome Equal(FaultMesh& mesh) {
   const HttpAnswer answer =
       mesh.Client().Post("KALO.Mesh.Upgrade.Patch.Check/1/equal", R"({"nodes": [0, 1]})");
   outcome.success = Note("equal", answer, outcome) && answer.Data()["available"] == true &&
-                    answer.Data()["version"] == FirstVersion(1);
+                    answer.Data()["version"] == mesh.Running(1);
   return outcome;
 }
 
@@ -106,14 +107,66 @@ Outcome Clean(FaultMesh& mesh) {
   return outcome;
 }
 
+// Follows an update until nothing says any more that one is under way. The CAP restarts meanwhile.
+void FollowUpdate(FaultMesh& mesh, Outcome& outcome) {
+  const auto runs = [&] {
+    const std::string word = mesh.StatusWord();
+    return word == "upgrading" || word == "downloading" || word.starts_with('-') ||
+           mesh.Node(0).Count("kalomeshupgrade") > 0;
+  };
+  // A job that dies at its first step may never be seen.
+  (void)test::WaitFor(runs, kJobBegins);
+  if (!test::WaitFor([&] { return !runs(); }, kJobDeadline)) {
+    outcome.broken = "an update does not end";
+  }
+  outcome.words += "runs " + mesh.Running(0) + ", " + mesh.Running(1) + "; ";
+}
+
+Outcome Install(FaultMesh& mesh) {
+  Outcome outcome;
+  // It may have begun although its answer was lost.
+  (void)Note("start", mesh.Client().Post("KALO.Mesh.Upgrade/1/start"), outcome);
+  FollowUpdate(mesh, outcome);
+  outcome.success = mesh.Running(0) == mesh.Wanted() && mesh.Running(1) == mesh.Wanted();
+  return outcome;
+}
+
+Outcome Level(FaultMesh& mesh) {
+  Outcome outcome;
+  // Of a mesh that came to one version in spite of its fault nothing more can be asked.
+  outcome.success = mesh.Running(0) == mesh.Running(1);
+  if (outcome.success) return outcome;
+  (void)Note("start", mesh.Client().Post("KALO.Mesh.Upgrade.Equal/1/start"), outcome);
+  FollowUpdate(mesh, outcome);
+  outcome.success = mesh.Running(0) == mesh.Running(1);
+  return outcome;
+}
+
+// A newer version than the nodes run lies on each of them.
+std::string StageNewer(FaultMesh& mesh) {
+  mesh.MakeNewer();
+  const Outcome outcome = Upload(mesh);
+  return outcome.success ? outcome.broken : "cannot hand in a patch: " + outcome.words;
+}
+
+// The last check says which nodes are brought to which version.
+std::string FindLagging(FaultMesh& mesh) {
+  if (mesh.Running(0) == mesh.Running(1)) return "";
+  const Outcome outcome = Equal(mesh);
+  return outcome.success ? outcome.broken : "no node lags behind: " + outcome.words;
+}
+
 }  // namespace
 
 bool HoldsPatch(const FaultMesh& mesh, int node) {
-  return !mesh.Node(node).Read(Staged("info")).empty() &&
-         mesh.Node(node).Read(Staged("patch.pat")) == mesh.Patch(node);
+  const bool small = mesh.Kind() == MeshKind::kInstalling;
+  return !mesh.Node(node).Read(Staged(small ? "small.info" : "info")).empty() &&
+         mesh.Node(node).Read(Staged(small ? "small.pat" : "patch.pat")) == mesh.Patch(node);
 }
 
 std::string Prepare(FaultMesh& mesh, const std::string& journey) {
+  if (journey == "install") return StageNewer(mesh);
+  if (journey == "level") return FindLagging(mesh);
   if (journey != "precheck" && journey != "clean") return "";
   // The CAP's restart takes the locator, not the patch.
   const bool located = !mesh.Node(0).Read(KALO::paths::kFullPatchLocator).empty();
@@ -128,6 +181,8 @@ Outcome Go(FaultMesh& mesh, const std::string& journey) {
   if (journey == "precheck") return Precheck(mesh);
   if (journey == "equal") return Equal(mesh);
   if (journey == "clean") return Clean(mesh);
+  if (journey == "install") return Install(mesh);
+  if (journey == "level") return Level(mesh);
   throw std::runtime_error("there is no journey " + journey);
 }
 

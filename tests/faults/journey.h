@@ -17,7 +17,8 @@ struct Outcome {
 /// @return what went wrong; empty when nothing did.
 [[nodiscard]] std::string Prepare(FaultMesh& mesh, const std::string& journey);
 
-/// Goes through the journey of this name: upload, download, precheck, equal, clean.
+/// Goes through the journey of this name: upload, download, precheck, equal, clean; install,
+/// which starts an update of all nodes, and level, which brings the CAP to the satellite's version.
 [[nodiscard]] Outcome Go(FaultMesh& mesh, const std::string& journey);
 
 /// @return whether the node holds exactly its published patch, ready to be installed.

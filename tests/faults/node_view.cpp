@@ -8,6 +8,7 @@
 #include <charconv>
 #include <csignal>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <sstream>
 
@@ -145,6 +146,18 @@ std::map<std::string, FileState> NodeView::Files() const {
   if (root.empty()) return files;
   for (const char* folder : kRoots) Collect(root, root.native() + folder, files);
   return files;
+}
+
+Digests NodeView::Programs() const {
+  Digests programs;
+  const fs::path root = In("/usr/kalo");
+  std::error_code error;
+  for (fs::recursive_directory_iterator i(root, error); !error && i != fs::end(i);
+       i.increment(error)) {
+    if (!i->is_regular_file(error) || i->path().filename() == "VERSION") continue;
+    programs[i->path().lexically_relative(root)] = std::hash<std::string>()(ReadAll(i->path()));
+  }
+  return programs;
 }
 
 bool NodeView::IsFree(const std::string& lock) const {

@@ -26,6 +26,9 @@ struct FileState {
   friend bool operator==(const FileState&, const FileState&) = default;
 };
 
+/// Files by their path, each with a digest of what it holds.
+using Digests = std::map<std::string, std::size_t>;
+
 /// Looks into a running node from outside, through /proc: its private root and its processes.
 class NodeView {
  public:
@@ -43,6 +46,8 @@ class NodeView {
   [[nodiscard]] std::size_t Count(const std::string& name) const;
   /// @return every file that can change in the node, by its path there.
   [[nodiscard]] std::map<std::string, FileState> Files() const;
+  /// @return what the node runs: everything in /usr/kalo but the version's own name.
+  [[nodiscard]] Digests Programs() const;
   /// @return whether nobody holds this lock; a lock file that is not there is free.
   [[nodiscard]] bool IsFree(const std::string& lock) const;
   /// Lets a node's process know nothing of its end.

@@ -132,6 +132,8 @@ std::size_t FrontDescriptors(const NodeView& node) {
 Rules::Rules(FaultMesh& mesh) : mesh_(mesh) {
   for (int id = 0; id < kNodes; ++id) {
     files_.push_back(mesh_.Node(id).Files());
+    versions_.push_back(mesh_.Running(id));
+    programs_.push_back(Installs() ? mesh_.Node(id).Programs() : Digests());
     front_descriptors_.push_back(FrontDescriptors(mesh_.Node(id)));
   }
   // A line of somebody else in the file that a check rewrites most often.
@@ -152,7 +154,7 @@ void Rules::CheckAfterFault(bool restarted) {
   CheckProgressFile(paths::kUpgradeProgress);
   CheckConfiguration(restarted);
   for (int id = 0; id < kNodes; ++id) {
-    if (!restarted) CheckFiles(id, mesh_.Node(id).Files());
+    CheckFiles(id, restarted);
     CheckNode(id);
   }
 }
@@ -234,19 +236,34 @@ void Rules::CheckConfiguration(bool restarted) {
   }
 }
 
-void Rules::CheckFiles(int node, const Files& now) {
+bool Rules::Installs() const {
+  return mesh_.Kind() != MeshKind::kStaying;
+}
+
+bool Rules::MayChange(const std::string& path) const {
+  return IsBelow(path, kMayChange) || IsPassing(path) ||
+         (Installs() && path.starts_with("/volume1/@slots"));
+}
+
+void Rules::CheckFiles(int node, bool restarted) {
+  const Files now = mesh_.Node(node).Files();
   const Files& before = files_.at(static_cast<std::size_t>(node));
+  // A boot begins with empty folders there, and fills them.
+  const auto is_watched = [&](const std::string& path) {
+    const bool lasts = !path.starts_with("/run") && !path.starts_with("/tmp");
+    return (lasts || !restarted) && !MayChange(path);
+  };
   const std::string where = " at node " + std::to_string(node);
   for (const auto& [path, state] : now) {
     const auto old = before.find(path);
-    if (IsBelow(path, kMayChange) || IsPassing(path)) continue;
+    if (!is_watched(path)) continue;
     if (old == before.end()) Break(std::string(path).append(" appeared").append(where));
     if (old != before.end() && !(old->second == state)) {
       Break(std::string(path).append(" was changed").append(where));
     }
   }
   for (const auto& [path, state] : before) {
-    if (!IsBelow(path, kMayChange) && !IsPassing(path) && !now.contains(path)) {
+    if (is_watched(path) && !now.contains(path)) {
       Break(std::string(path).append(" is gone").append(where));
     }
   }
@@ -255,10 +272,15 @@ void Rules::CheckFiles(int node, const Files& now) {
 void Rules::CheckNode(int node) {
   const NodeView& view = mesh_.Node(node);
   const std::string where = " at node " + std::to_string(node);
-  const std::string version = Value(view.Read(paths::kRunningVersion), "version");
-  if (version != FirstVersion(node)) Break("the version is " + version + where);
+  const std::string version = mesh_.Running(node);
+  const bool is_new = Installs() && version == mesh_.Wanted();
+  if (version != versions_.at(static_cast<std::size_t>(node)) && !is_new) {
+    Break("the version is " + version + where);
+  }
+  if (Installs()) CheckPrograms(node);
   const std::string staged = std::string(paths::kStagedPatch) + "/";
-  if (!view.Read(staged + "info").empty() && view.Read(staged + "patch.pat") != mesh_.Patch(node)) {
+  if (mesh_.Kind() == MeshKind::kStaying && !view.Read(staged + "info").empty() &&
+      view.Read(staged + "patch.pat") != mesh_.Patch(node)) {
     Break("what is staged is not what was published" + where);
   }
   const std::string words = mesh_.NewWords(node);
@@ -266,6 +288,19 @@ void Rules::CheckNode(int node) {
     const std::string found = Lines(words, mark);
     if (found.empty()) continue;
     Break(std::string("a program broke").append(where).append(": ").append(found).append(words));
+  }
+}
+
+// A version is whole: all of it but its own name is the same in every version here.
+void Rules::CheckPrograms(int node) {
+  const std::string where = " at node " + std::to_string(node);
+  const Digests now = mesh_.Node(node).Programs();
+  for (const auto& [path, digest] : programs_.at(static_cast<std::size_t>(node))) {
+    const auto found = now.find(path);
+    if (found == now.end()) Break(std::string(path).append(" is missing").append(where));
+    if (found != now.end() && found->second != digest) {
+      Break(std::string(path).append(" is not what was installed").append(where));
+    }
   }
 }
 
@@ -279,7 +314,7 @@ void Rules::CheckBaseLine() {
           const std::string where = " at node " + std::to_string(id) + "; ";
           for (const auto& [path, state] : view.Files()) {
             const bool is_known = files_.at(static_cast<std::size_t>(id)).contains(path);
-            const bool is_result = IsSwept(path) || (IsBelow(path, kMayChange) && !IsPassing(path));
+            const bool is_result = IsSwept(path) || (MayChange(path) && !IsPassing(path));
             if (!is_known && !is_result && !IsFolder(state))
               why.append(path).append(" stays").append(where);
           }

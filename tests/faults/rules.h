@@ -34,11 +34,16 @@ class Rules {
   void CheckStatusWord();
   void CheckProgressFile(const char* path);
   void CheckConfiguration(bool restarted);
-  void CheckFiles(int node, const Files& now);
+  void CheckFiles(int node, bool restarted);
+  void CheckPrograms(int node);
+  [[nodiscard]] bool Installs() const;
+  [[nodiscard]] bool MayChange(const std::string& path) const;
   void CheckNode(int node);
 
   FaultMesh& mesh_;
   std::vector<Files> files_;
+  std::vector<std::string> versions_;
+  std::vector<Digests> programs_;
   std::vector<std::size_t> front_descriptors_;
   std::size_t service_descriptors_ = 0;
   std::string configuration_;

@@ -54,6 +54,18 @@ TEST_F(Installing, AHealthyBootFinishesItAndDropsThePatch) {
   EXPECT_EQ(slots::ActiveSlot(), kFolder / "b");
 }
 
+TEST_F(Installing, ALateConfirmationLeavesWhatWasHandedInSince) {
+  constexpr const char* kLater = "VXM 1.4.0-76010 Update 3";
+  StageNext();
+  ASSERT_TRUE(Installer().Run());
+  Boot();
+  Stage(MakeSmallPatch(kLater, 76010, 3), {kModel, kLater, 76010, 3}, "76010");
+  ConfirmBoot();
+  EXPECT_EQ(slots::ReadState().trial, slots::Trial::kNone);
+  ASSERT_TRUE(ReadStaged().has_value());
+  EXPECT_EQ(ReadStaged()->description.version, kLater);
+}
+
 TEST_F(Installing, ABootThatIsNotHealthyGoesBackAndSaysSo) {
   StageNext();
   ASSERT_TRUE(Installer().Run());
