@@ -75,10 +75,7 @@ int ShowStatus() {
   return InstallExit::kOk;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  openlog("kalo-install", LOG_PID, LOG_DAEMON);
+int Run(int argc, char** argv) {
   CLI::App app("Installs the staged patch into the other slot and restarts the node");
   bool foreground = false;
   app.require_subcommand(1);
@@ -88,11 +85,18 @@ int main(int argc, char** argv) {
   app.add_subcommand("fallback", "this boot is not healthy: go back and restart");
   app.add_subcommand("status", "tell which slot is active and how far an installation is");
   CLI11_PARSE(app, argc, argv);
+  if (app.got_subcommand("start")) return Start(foreground);
+  if (app.got_subcommand("fallback")) return FallBack();
+  if (app.got_subcommand("status")) return ShowStatus();
+  return Confirm();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  openlog("kalo-install", LOG_PID, LOG_DAEMON);
   try {
-    if (app.got_subcommand("start")) return Start(foreground);
-    if (app.got_subcommand("fallback")) return FallBack();
-    if (app.got_subcommand("status")) return ShowStatus();
-    return Confirm();
+    return Run(argc, argv);
   } catch (const std::exception& e) {
     kalo::Log(LOG_ERR, "install: %s", e.what());
     std::cerr << "kalo-install: " << e.what() << "\n";
