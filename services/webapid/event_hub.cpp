@@ -53,8 +53,8 @@ void EventHub::Ask(Channel& channel) {
   });
   if (channel.asking) return;
   channel.asking = true;
-  workers_.Submit({WorkerMessage(*channel.row, Json::Value(Json::objectValue)),
-                   channel.row->timeout, true, [this, &channel](int code, const std::string& text) {
+  workers_.Submit({WorkerMessage(*channel.row, Json::Value(Json::objectValue)), channel.row,
+                   [this, &channel](int code, const std::string& text) {
                      channel.asking = false;
                      // A busy server has an answer in a moment.
                      if (code == webapi::kServerBusy) return;

@@ -136,8 +136,7 @@ void Front::Dispatch(Request& request, const Json::Value& parameters) {
   if (row.stream && request.Header(MHD_HTTP_HEADER_ACCEPT) == kEventStream) return Listen(request);
   const bool mesh = request.Port() == PortKind::kMesh;
   WorkerPool& pool = mesh ? parts_.mesh_workers : parts_.admin_workers;
-  pool.Submit({WorkerMessage(row, parameters), row.timeout, row.poll,
-               [&request](int code, std::string envelope) {
+  pool.Submit({WorkerMessage(row, parameters), &row, [&request](int code, std::string envelope) {
                  request.Answer(code == 0 ? EnvelopeReply(std::move(envelope)) : ErrorReply(code));
                }});
 }

@@ -22,8 +22,7 @@ namespace {
 constexpr std::size_t kMostWaiting = 64;
 constexpr std::chrono::seconds kLongestWait{1};
 // Most polls read a file or two and are answered sooner than the library can put a connection aside
-// and take it up again. The others wait for the front no longer than this, and once a second at
-// most.
+// and take it up again. Those of a slow row are waited for once a second at most.
 constexpr timespec kQuick{0, 300'000};
 constexpr std::chrono::seconds kImpatience{1};
 // What a rush needed is given back after it.
@@ -47,11 +46,11 @@ WorkerPool::~WorkerPool() {
   while (!workers_.empty()) LetGo(workers_.begin(), false);
 }
 
-bool WorkerPool::MayTake(bool poll) const {
+bool WorkerPool::MayTake(const Job& job) const {
   const auto others = std::count_if(workers_.begin(), workers_.end(), [](const Worker& worker) {
-    return worker.busy && !worker.job.poll;
+    return worker.busy && !IsPoll(worker.job);
   });
-  return poll || static_cast<std::size_t>(others) + 1 < options_.limit;
+  return IsPoll(job) || static_cast<std::size_t>(others) + 1 < options_.limit;
 }
 
 WorkerPool::WorkerRef WorkerPool::FindIdle() {
@@ -99,27 +98,28 @@ bool WorkerPool::Give(WorkerRef worker, Job& job) {
 }
 
 void WorkerPool::Submit(Job job) {
-  if (MayTake(job.poll)) {
+  if (MayTake(job)) {
     const WorkerRef worker = GiveToSomebody(job);
     if (worker != workers_.end()) return Await(worker);
   }
-  if (job.poll && waiting_.size() < kMostWaiting) return Wait(std::move(job));
+  if (IsPoll(job) && waiting_.size() < kMostWaiting) return Wait(std::move(job));
   job.done(webapi::kServerBusy, "");
 }
 
 // Here and now, if it comes quickly; else by and by.
 void WorkerPool::Await(WorkerRef worker) {
   const auto now = EventLoop::Clock::now();
-  if (worker->job.poll && worker->started && now >= impatient_until_) {
+  auto& impatient_until = impatient_until_[worker->job.row];
+  if (IsPoll(worker->job) && worker->started && now >= impatient_until) {
     pollfd answer{worker->channel.Get(), POLLIN, 0};
     if (ppoll(&answer, 1, &kQuick, nullptr) == 1 && OnReadable(worker)) return;
-    impatient_until_ = now + kImpatience;
+    impatient_until = now + kImpatience;
   }
   StartTimer(worker);
 }
 
 void WorkerPool::StartTimer(WorkerRef worker) {
-  worker->timer = loop_.At(EventLoop::Clock::now() + worker->job.timeout,
+  worker->timer = loop_.At(EventLoop::Clock::now() + worker->job.row->timeout,
                            [this, worker] { OnTimeLimit(worker); });
 }
 
@@ -175,7 +175,7 @@ bool WorkerPool::OnReadable(WorkerRef worker) {
 
 void WorkerPool::OnTimeLimit(WorkerRef worker) {
   Log(LOG_WARNING, "worker %d reached its time limit of %lld s and is killed", worker->pid,
-      static_cast<long long>(worker->job.timeout.count()));
+      static_cast<long long>(worker->job.row->timeout.count()));
   kill(worker->pid, SIGKILL);
   Finish(worker, webapi::kTimeLimit, "");
 }

@@ -2,14 +2,15 @@
 
 #include <sys/types.h>
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <list>
+#include <map>
 #include <string>
 
 #include "host/core/unique_fd.h"
+#include "host/webapi/module_description.h"
 #include "services/webapid/child_watch.h"
 #include "services/webapid/event_loop.h"
 
@@ -17,9 +18,8 @@ namespace kalo::webapid {
 
 /// One request for a worker.
 struct Job {
-  std::string message;  ///< as worker_channel.h describes it
-  std::chrono::seconds timeout{60};
-  bool poll = false;
+  std::string message;                          ///< as worker_channel.h describes it
+  const webapi::RowDescription* row = nullptr;  ///< borrowed; outlives the pool
   /// Called once: with code 0 and the envelope, or with the error of the server itself. May run
   /// before Submit returns.
   std::function<void(int code, std::string envelope)> done;
@@ -71,7 +71,8 @@ class WorkerPool {
     EventLoop::TimerId timer{};
   };
 
-  [[nodiscard]] bool MayTake(bool poll) const;
+  [[nodiscard]] static bool IsPoll(const Job& job) { return job.row->poll || job.row->stream; }
+  [[nodiscard]] bool MayTake(const Job& job) const;
   /// @return the end when no worker takes it; the job then is still the caller's.
   [[nodiscard]] WorkerRef GiveToSomebody(Job& job);
   void Await(WorkerRef worker);
@@ -95,7 +96,8 @@ class WorkerPool {
   std::list<Worker> workers_;
   std::list<Waiting> waiting_;
   EventLoop::TimerId shrink_{};
-  EventLoop::Clock::time_point impatient_until_{};
+  /// Rows whose last answer did not come quickly, and until when nobody waits for them.
+  std::map<const webapi::RowDescription*, EventLoop::Clock::time_point> impatient_until_;
 };
 
 }  // namespace kalo::webapid

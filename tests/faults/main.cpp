@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cmath>
 #include <iostream>
+#include <numeric>
 #include <optional>
 #include <random>
 
@@ -39,6 +40,19 @@ double ShareOf(const Target& target) {
   return target.program == "meshd" ? 1.0 / 3 : 1;
 }
 
+// What a fault takes, about.
+double SecondsOf(const Target& target) {
+  switch (KindFor(target.journey)) {
+    case MeshKind::kInstalling:
+      return 6;
+    case MeshKind::kLagging:
+      return 20;
+    case MeshKind::kStaying:
+      break;
+  }
+  return 1;
+}
+
 struct Tally {
   int injected = 0;
   int passed = 0;
@@ -56,6 +70,7 @@ class Runner {
 
  private:
   void BringMesh(const std::string& journey);
+  [[nodiscard]] std::vector<FaultPoint> PartOf(std::vector<FaultPoint> points) const;
   [[nodiscard]] std::uint32_t CountCalls(const Target& target);
   [[nodiscard]] Outcome GoWithFault(const FaultPoint& point);
   void RunAgain(const FaultPoint& point, Rules& rules);
@@ -121,15 +136,28 @@ std::vector<FaultPoint> Runner::Points() {
     draw(PointsOf(target, calls), ShareOf(target));
   }
   if (options_.target.empty()) draw(PointsBesideCalls(options_.count == 0), 1);
-  std::vector<FaultPoint> mine;
-  for (std::size_t i = options_.part; i < points.size(); i += options_.parts) {
-    mine.push_back(points[i]);
-  }
-  // A mesh is made once for all that it is good for.
-  std::stable_sort(mine.begin(), mine.end(), [](const FaultPoint& a, const FaultPoint& b) {
+  return PartOf(std::move(points));
+}
+
+// A share of the time that all points take. A mesh is made once for all that it is good for, so
+// those of one kind stay together.
+std::vector<FaultPoint> Runner::PartOf(std::vector<FaultPoint> points) const {
+  std::stable_sort(points.begin(), points.end(), [](const FaultPoint& a, const FaultPoint& b) {
     return KindFor(a.target.journey) < KindFor(b.target.journey);
   });
-  return mine;
+  const double all = std::accumulate(
+      points.begin(), points.end(), 0.0,
+      [](double sum, const FaultPoint& point) { return sum + SecondsOf(point.target); });
+  const double mine = all / static_cast<double>(options_.parts);
+  const double begin = mine * static_cast<double>(options_.part);
+  const double end = mine * static_cast<double>(options_.part + 1);
+  std::vector<FaultPoint> part;
+  double at = 0;
+  for (const FaultPoint& point : points) {
+    if (at >= begin && at < end) part.push_back(point);
+    at += SecondsOf(point.target);
+  }
+  return part;
 }
 
 // After whatever happened everything works, and can be taken back.
