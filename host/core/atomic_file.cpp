@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <system_error>
 
 #include "host/core/file_io.h"
 #include "host/core/log.h"
@@ -22,14 +23,26 @@ namespace {
 constexpr std::size_t kNameBytes = 8;
 constexpr mode_t kPrivate = 0600;
 
+// @return empty with errno set when there is no randomness to be had: callers are told by a result.
+std::string MakeName() {
+  try {
+    return ".kalo-" + RandomHex(kNameBytes);
+  } catch (const std::system_error& e) {
+    errno = e.code().value();
+    return "";
+  }
+}
+
 // The half-written file: gone again unless it took its place.
 class TemporaryFile {
  public:
   explicit TemporaryFile(int folder)
       : folder_(folder),
-        name_(".kalo-" + RandomHex(kNameBytes)),
-        fd_(openat(folder, name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                   kPrivate)) {}
+        name_(MakeName()),
+        fd_(name_.empty()
+                ? -1
+                : openat(folder, name_.c_str(),
+                         O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kPrivate)) {}
   TemporaryFile(const TemporaryFile&) = delete;
   TemporaryFile& operator=(const TemporaryFile&) = delete;
   ~TemporaryFile() {

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -7,6 +9,17 @@
 
 #include "host/core/file_io.h"
 #include "tests/host/core/support.h"
+
+namespace {
+bool random_fails = false;
+}  // namespace
+
+// Stands in front of the C library's.
+extern "C" ssize_t getrandom(void* data, std::size_t size, unsigned flags) {
+  if (!random_fails) return syscall(SYS_getrandom, data, size, flags);
+  errno = EIO;
+  return -1;
+}
 
 namespace kalo::test {
 namespace {
@@ -58,6 +71,18 @@ TEST(AtomicFile, FailureLeavesTheOldFileAndNoTemporaryOne) {
   EXPECT_EQ(errno, ENOSPC);
   EXPECT_EQ(folder.Read("file"), "old");
   EXPECT_EQ(folder.Names(), std::vector<std::string>{"file"});
+}
+
+TEST(AtomicFile, WithoutRandomnessItIsAFailureLikeAnyOther) {
+  const Folder folder;
+  folder.Write("file", "old");
+  random_fails = true;
+  const bool written = WriteFileAtomic(folder.Path("file"), "new", 0600);
+  const int error = errno;
+  random_fails = false;
+  EXPECT_FALSE(written);
+  EXPECT_EQ(error, EIO);
+  EXPECT_EQ(folder.Read("file"), "old");
 }
 
 TEST(AtomicFile, AFolderAtThePathIsRefused) {
