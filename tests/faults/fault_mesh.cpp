@@ -113,11 +113,7 @@ void FaultMesh::MakeNewer() {
 }
 
 std::string FaultMesh::Running(int node) const {
-  const std::string text = Node(node).Read(KALO::paths::kRunningVersion);
-  const std::string key = "version=\"";
-  const std::size_t begin = text.find(key);
-  if (begin == std::string::npos) return "";
-  return text.substr(begin + key.size(), text.find('"', begin + key.size()) - begin - key.size());
+  return journeys::VersionIn(Node(node).Read(KALO::paths::kRunningVersion));
 }
 
 // Every program of a node loads it from its next boot on.

@@ -48,6 +48,13 @@ std::string Patch(const std::string& model, int build) {
   return model + "=" + (Patches() / (model + "-" + std::to_string(build) + ".patch")).string();
 }
 
+std::string VersionIn(const std::string& text) {
+  const std::string key = "version=\"";
+  const std::size_t begin = text.find(key);
+  if (begin == std::string::npos) return "";
+  return text.substr(begin + key.size(), text.find('"', begin + key.size()) - begin - key.size());
+}
+
 MeshBox::MeshBox(const std::string& name, const std::vector<std::string>& options)
     : state_(fs::path(kBuild) / "journeys" / name) {
   Start(options);
@@ -184,11 +191,7 @@ bool MeshBox::WaitForStaged(int node, const std::string& version) const {
 }
 
 std::string MeshBox::RunningVersion(int node) const {
-  const std::string text = Exec(node, {"cat", "/usr/kalo/VERSION"}).out;
-  const std::string key = "version=\"";
-  const std::size_t begin = text.find(key);
-  if (begin == std::string::npos) return "";
-  return text.substr(begin + key.size(), text.find('"', begin + key.size()) - begin - key.size());
+  return VersionIn(Exec(node, {"cat", "/usr/kalo/VERSION"}).out);
 }
 
 Json::Value MeshBox::Status() const {

@@ -84,6 +84,9 @@ class MeshBox {
 inline constexpr const char* kFirst = "VXM 1.4.0-76000";
 inline constexpr const char* kNext = "VXM 1.4.0-76010";
 
+/// @return the version that a VERSION file's text names; empty when it names none.
+[[nodiscard]] std::string VersionIn(const std::string& text);
+
 /// @return the word for the command line: a model and the file of its patch.
 [[nodiscard]] std::string Patch(const std::string& model, int build);
 
