@@ -18,8 +18,9 @@ ClientConnection::ClientConnection(EventLoop& loop, MHD_Connection* connection)
       MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
   if (info == nullptr) return;
   socket_ = info->connect_fd;
-  const int on = 1;
-  (void)setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
+  Push();
+  info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_GNUTLS_SESSION);
+  if (info != nullptr) session_ = static_cast<gnutls_session_t>(info->tls_session);
 }
 
 ClientConnection::~ClientConnection() {
@@ -42,6 +43,23 @@ void ClientConnection::OnTimer() {
   if (EventLoop::Clock::now() < *deadline_) return StartTimer(*deadline_);
   // The library then sees the end of the connection and clears up as always.
   (void)shutdown(socket_, SHUT_RDWR);
+}
+
+void ClientConnection::Hold() {
+  if (session_ != nullptr) gnutls_record_cork(session_);
+}
+
+// The library also corks the socket, and has it push before there is anything to send.
+void ClientConnection::Flush() {
+  if (session_ == nullptr) return;
+  const int sent = gnutls_record_uncork(session_, 0);
+  if (sent < 0) (void)shutdown(socket_, SHUT_RDWR);
+  if (sent > 0) Push();
+}
+
+void ClientConnection::Push() {
+  const int on = 1;
+  (void)setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
 }
 
 std::string ClientConnection::Peer() const {
@@ -72,9 +90,7 @@ std::optional<uid_t> ClientConnection::PeerUser() const {
 std::optional<int> ClientConnection::NodeId() {
   if (verified_) return node_id_;
   verified_ = true;
-  const MHD_ConnectionInfo* info =
-      MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_GNUTLS_SESSION);
-  if (info != nullptr) node_id_ = VerifiedNodeId(static_cast<gnutls_session_t>(info->tls_session));
+  if (session_ != nullptr) node_id_ = VerifiedNodeId(session_);
   return node_id_;
 }
 

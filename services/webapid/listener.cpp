@@ -20,9 +20,14 @@ namespace {
 // The library clears it before each request; headers need far less.
 constexpr std::size_t kConnectionMemory = std::size_t{16} << 10;
 constexpr MHD_UNSIGNED_LONG_LONG kMostWait = 60000;  // ms
+constexpr int kRuns = 4;                             // in one turn of the loop
+constexpr int kMostCircles = 8;
+constexpr std::chrono::milliseconds kCircleWait{10};
 // What a refused request may still send so that it gets its answer on a healthy connection: closing
 // one on which bytes still come makes the client's system drop the answer.
 constexpr std::uint64_t kReadOver = std::uint64_t{8} << 20;
+// With its head it fits into one TLS record.
+constexpr std::size_t kOnePiece = std::size_t{8} << 10;
 constexpr const char* kPriorities = "NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2";
 
 void LogLibrary(void* /*unused*/, const char* format, va_list arguments) {
@@ -97,19 +102,37 @@ std::optional<std::chrono::milliseconds> Listener::Run() {
   // That a request was answered meanwhile the library learns only by being run.
   const bool is_due = due_ && now >= *due_;
   if (std::exchange(ready_, false) || !requests_.empty() || is_due) {
-    MHD_run(daemon_.get());
-    MHD_UNSIGNED_LONG_LONG wait = 0;
-    const bool waits = MHD_get_timeout(daemon_.get(), &wait) == MHD_YES;
+    std::optional<milliseconds> wait;
+    for (int run = 0; run < kRuns && (run == 0 || wait == milliseconds(0)); ++run) wait = RunOnce();
     due_.reset();
-    if (waits) due_ = now + milliseconds(static_cast<long>(std::min(wait, kMostWait)));
+    if (wait) due_ = now + *wait;
   }
   if (!due_) return std::nullopt;
   return std::max(std::chrono::ceil<milliseconds>(*due_ - now), milliseconds(0));
 }
 
+// The library takes a handshake whose client says nothing more for one that can go on, and asks to
+// be run again and again. What really comes it hears of otherwise.
+std::optional<std::chrono::milliseconds> Listener::RunOnce() {
+  moved_ = false;
+  MHD_run(daemon_.get());
+  MHD_UNSIGNED_LONG_LONG wait = 0;
+  if (MHD_get_timeout(daemon_.get(), &wait) != MHD_YES) return std::nullopt;
+  circles_ = wait == 0 && !moved_ && !IsSending() ? circles_ + 1 : 0;
+  if (circles_ > kMostCircles) return kCircleWait;
+  return std::chrono::milliseconds(static_cast<long>(std::min(wait, kMostWait)));
+}
+
+bool Listener::IsSending() const {
+  return std::any_of(requests_.begin(), requests_.end(), [](const auto& entry) {
+    return entry.second->GetReply().has_value() && entry.second->stream == nullptr;
+  });
+}
+
 void Listener::OnConnection(void* self, MHD_Connection* connection, void** /*context*/,
                             MHD_ConnectionNotificationCode code) {
   auto& listener = *static_cast<Listener*>(self);
+  listener.moved_ = true;
   if (code == MHD_CONNECTION_NOTIFY_CLOSED) {
     listener.clients_.erase(connection);
     return;
@@ -122,20 +145,24 @@ void Listener::OnConnection(void* self, MHD_Connection* connection, void** /*con
 void Listener::OnCompleted(void* self, MHD_Connection* connection, void** context,
                            MHD_RequestTerminationCode /*code*/) {
   auto& listener = *static_cast<Listener*>(self);
+  listener.moved_ = true;
   listener.requests_.erase(*context);
   const auto client = listener.clients_.find(connection);
-  if (client != listener.clients_.end()) client->second->SetDeadline(listener.request_time_);
+  if (client == listener.clients_.end()) return;
+  client->second->Flush();
+  client->second->SetDeadline(listener.request_time_);
 }
 
 // Called from C, so nothing may be thrown through. Called at least three times for one request:
 // for its headers, for each piece of its body, at its end; once more after a suspension.
 MHD_Result Listener::OnRequest(void* self, MHD_Connection* connection, const char* path,
-                               const char* method, const char* /*version*/, const char* data,
+                               const char* method, const char* version, const char* data,
                                std::size_t* size, void** context) {
   auto& listener = *static_cast<Listener*>(self);
+  listener.moved_ = true;
   try {
     if (*context == nullptr) {
-      Request& request = listener.Open(connection);
+      Request& request = listener.Open(connection, version);
       *context = &request;
       return listener.Begin(request, method, path);
     }
@@ -149,9 +176,11 @@ MHD_Result Listener::OnRequest(void* self, MHD_Connection* connection, const cha
   }
 }
 
-Request& Listener::Open(MHD_Connection* connection) {
+Request& Listener::Open(MHD_Connection* connection, std::string_view version) {
   auto request = std::make_unique<Request>(connection, *clients_.at(connection), port_);
   Request& result = *request;
+  const std::string wish = result.Header(MHD_HTTP_HEADER_CONNECTION);
+  result.is_last = version != MHD_HTTP_VERSION_1_1 || (!wish.empty() && wish != "keep-alive");
   requests_.emplace(&result, std::move(request));
   return result;
 }
@@ -188,6 +217,8 @@ MHD_Result Listener::Proceed(Request& request) {
   }
   // A request that still waits is suspended, so this is the end of it.
   if (request.stream == nullptr) request.Client().SetDeadline(request_time_);
+  const bool is_short = request.stream == nullptr && request.GetReply()->body.size() < kOnePiece;
+  if (is_short && !request.is_last) request.Client().Hold();
   return QueueReply(request.Connection(), *request.GetReply());
 }
 

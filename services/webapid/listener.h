@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "host/core/unique_fd.h"
 #include "services/webapid/configuration.h"
@@ -53,7 +54,10 @@ class Listener {
                           MHD_RequestTerminationCode code);
 
   [[nodiscard]] MHD_Daemon* Start(int socket);
-  [[nodiscard]] Request& Open(MHD_Connection* connection);
+  /// @return how long the library may be left alone; empty: any time
+  [[nodiscard]] std::optional<std::chrono::milliseconds> RunOnce();
+  [[nodiscard]] bool IsSending() const;
+  [[nodiscard]] Request& Open(MHD_Connection* connection, std::string_view version);
   [[nodiscard]] MHD_Result Begin(Request& request, const char* method, const char* path);
   [[nodiscard]] MHD_Result Feed(Request& request, std::string_view data);
   [[nodiscard]] MHD_Result Proceed(Request& request);
@@ -69,6 +73,8 @@ class Listener {
   std::unique_ptr<MHD_Daemon, Stop> daemon_;
   EventLoop::WatchId watch_ = 0;
   bool ready_ = true;                                ///< something came for the library
+  bool moved_ = false;                               ///< it did something in its last run
+  int circles_ = 0;                                  ///< runs in which it did nothing
   std::optional<EventLoop::Clock::time_point> due_;  ///< when it wants to look by itself
 };
 

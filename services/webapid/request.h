@@ -62,6 +62,7 @@ class Request {
   std::uint64_t received = 0;
   std::unique_ptr<EventStream> stream;  ///< when the answer is one
   bool completed = false;               ///< the body is whole and the request under way
+  bool is_last = false;                 ///< the library ends the connection after its answer
 
  private:
   MHD_Connection* connection_;

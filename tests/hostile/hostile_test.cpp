@@ -13,9 +13,9 @@
 
 #include "host/core/strict_json.h"
 #include "tests/hostile/attack.h"
-#include "tests/hostile/raw_client.h"
 #include "tests/hostile/rows.h"
 #include "tests/services/webapid/server_fixture.h"
+#include "tests/support/raw_client.h"
 #include "tests/support/wait.h"
 
 namespace kalo::hostile {
@@ -24,6 +24,8 @@ namespace {
 namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
+using test::ClientFiles;
+using test::RawClient;
 
 constexpr int kAdminPort = 443;
 constexpr int kMeshPort = 8443;

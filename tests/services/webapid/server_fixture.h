@@ -31,6 +31,9 @@ class ServerTest : public testing::Test {
   /// @return its exit status
   int Stop(int signal = 15);
 
+  /// @return the server's process.
+  [[nodiscard]] pid_t Pid() const { return server_; }
+
   [[nodiscard]] static HttpClient Admin();
   [[nodiscard]] static HttpClient SignedIn(const std::string& user = kAdmin);
   /// A client of the mesh port with a certificate of this authority and name.

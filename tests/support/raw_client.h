@@ -9,7 +9,7 @@
 
 #include "host/core/unique_fd.h"
 
-namespace kalo::hostile {
+namespace kalo::test {
 
 /// What a client brings along for the mesh port; PEM files, empty for none.
 struct ClientFiles {
@@ -30,6 +30,10 @@ class RawClient {
   [[nodiscard]] bool IsOpen() const { return open_; }
   /// @return false when the server does not take it any more.
   bool Send(const std::string& bytes);
+  /// Ends the client's side of the connection, and still reads.
+  void EndSending();
+  /// @return what comes in one TLS record; empty when none comes before the deadline.
+  [[nodiscard]] std::string Record(std::chrono::milliseconds deadline);
   /// Waits for one whole answer.
   /// @param has_body false for an answer that only tells the length of its body
   /// @return its status; 0 when the server closes instead, or nothing comes before the deadline.
@@ -54,4 +58,4 @@ class RawClient {
   bool open_ = false;
 };
 
-}  // namespace kalo::hostile
+}  // namespace kalo::test

@@ -1,4 +1,4 @@
-#include "tests/hostile/raw_client.h"
+#include "tests/support/raw_client.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -10,8 +10,9 @@
 #include <array>
 #include <cctype>
 #include <cstdlib>
+#include <utility>
 
-namespace kalo::hostile {
+namespace kalo::test {
 namespace {
 
 UniqueFd Connect(int port) {
@@ -94,6 +95,16 @@ bool RawClient::ReadSome() {
   return open_;
 }
 
+void RawClient::EndSending() {
+  (void)gnutls_bye(session_.get(), GNUTLS_SHUT_WR);
+}
+
+std::string RawClient::Record(std::chrono::milliseconds deadline) {
+  LimitWaiting(fd_.Get(), deadline);
+  (void)ReadSome();
+  return std::exchange(unread_, "");
+}
+
 int RawClient::Answer(std::chrono::milliseconds deadline, bool has_body) {
   LimitWaiting(fd_.Get(), deadline);
   std::size_t end = unread_.find("\r\n\r\n");
@@ -115,4 +126,4 @@ int RawClient::Answer(std::chrono::milliseconds deadline, bool has_body) {
   return status;
 }
 
-}  // namespace kalo::hostile
+}  // namespace kalo::test

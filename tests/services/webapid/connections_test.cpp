@@ -1,0 +1,106 @@
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <time.h>
+
+#include <string_view>
+
+#include "host/core/unique_fd.h"
+#include "tests/services/webapid/server_fixture.h"
+#include "tests/support/raw_client.h"
+#include "tests/support/wait.h"
+
+namespace kalo::test {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr int kPort = 443;
+
+class Connections : public ServerTest {
+ protected:
+  [[nodiscard]] static std::string Request(const std::string& version, const std::string& more) {
+    return "POST /webapi/KALO.Test/1/echo HTTP/" + version +
+           "\r\nHost: router.test\r\nContent-Length: 2\r\n" + more + "\r\n{}";
+  }
+  // What the server's process has used of a processor so far.
+  [[nodiscard]] milliseconds ProcessorTime() const {
+    clockid_t clock{};
+    timespec time{};
+    EXPECT_EQ(clock_getcpuclockid(Pid(), &clock), 0);
+    EXPECT_EQ(clock_gettime(clock, &time), 0);
+    return std::chrono::seconds(time.tv_sec) + milliseconds(time.tv_nsec / 1'000'000);
+  }
+};
+
+bool IsWhole(std::string_view answer) {
+  return answer.starts_with("HTTP/1.1 401 ") && answer.find("\r\n\r\n{") != answer.npos &&
+         answer.ends_with("}");
+}
+
+TEST_F(Connections, AnAnswerComesInOnePiece) {
+  RawClient client(kPort, {});
+  for (const char* wish : {"", "", "Connection: keep-alive\r\n", ""}) {
+    ASSERT_TRUE(client.Send(Request("1.1", wish)));
+    const std::string answer = client.Record(kLongWait);
+    EXPECT_TRUE(IsWhole(answer)) << answer;
+  }
+}
+
+// The system keeps a short piece back for 200 ms when it is told that more will come.
+TEST_F(Connections, AnAnswerIsNotKeptBack) {
+  RawClient client(kPort, {});
+  const auto begin = std::chrono::steady_clock::now();
+  for (int i = 0; i < 100; ++i) {
+    ASSERT_TRUE(client.Send(Request("1.1", "")));
+    ASSERT_EQ(client.Answer(kLongWait, true), 401);
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(15));
+}
+
+// The library ends such a connection itself, before it says that the answer is on its way.
+TEST_F(Connections, TheLastAnswerOfAConnectionComesWhole) {
+  for (const auto& [version, wish] :
+       {std::pair("1.1", "Connection: close\r\n"), std::pair("1.1", "Connection: Close, x\r\n"),
+        std::pair("1.0", ""), std::pair("1.0", "Connection: keep-alive\r\n")}) {
+    RawClient client(kPort, {});
+    ASSERT_TRUE(client.Send(Request(version, wish)));
+    EXPECT_EQ(client.Answer(kLongWait, true), 401) << version << " " << wish;
+  }
+}
+
+TEST_F(Connections, AClientThatSaysNoMoreGetsItsAnswer) {
+  RawClient client(kPort, {});
+  ASSERT_TRUE(client.Send(Request("1.1", "")));
+  client.EndSending();
+  EXPECT_EQ(client.Answer(kLongWait, true), 401);
+}
+
+TEST_F(Connections, AnswersToRequestsInOneGoComeAllOfThem) {
+  RawClient client(kPort, {});
+  std::string requests;
+  for (int i = 0; i < 50; ++i) requests += Request("1.1", "");
+  ASSERT_TRUE(client.Send(requests));
+  for (int i = 0; i < 50; ++i) ASSERT_EQ(client.Answer(kLongWait, true), 401) << i;
+}
+
+// Anybody may begin a handshake; one that goes no further must not keep the router busy.
+TEST_F(Connections, AnUnfinishedHandshakeCostsNoTime) {
+  const UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(kPort);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ASSERT_EQ(connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+  constexpr std::string_view kPartOfHello("\x16\x03\x01\x02\x00\x01\x00\x01\xFC", 9);
+  ASSERT_EQ(send(fd.Get(), kPartOfHello.data(), kPartOfHello.size(), MSG_NOSIGNAL),
+            static_cast<ssize_t>(kPartOfHello.size()));
+  const milliseconds before = ProcessorTime();
+  const auto is_busy = [&] { return ProcessorTime() - before > milliseconds(400); };
+  EXPECT_FALSE(WaitFor(is_busy, std::chrono::seconds(2)));
+  HttpClient other = Admin();
+  EXPECT_EQ(Call(other, "echo").status, 401);
+}
+
+}  // namespace
+}  // namespace kalo::test
