@@ -1,5 +1,7 @@
 #include "services/meshd/bus_service.h"
 
+#include <syslog.h>
+
 #include <cstdint>
 #include <map>
 #include <string>
@@ -7,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/core/log.h"
 #include "host/mesh/wire.h"
 
 namespace kalo::meshd {
@@ -77,6 +80,16 @@ DetailsReply ToReply(const MeshDetails& details) {
   return {details.code, details.update_running, std::move(nodes)};
 }
 
+// Not in a call of the bus library, which would take what is thrown. The update goes on by itself;
+// its progress tells of it.
+void Answer(const sdbus::Result<std::uint32_t>& reply, mesh::MeshCode code) {
+  try {
+    reply.returnResults(static_cast<std::uint32_t>(code));
+  } catch (const sdbus::Error& e) {
+    Log(LOG_ERR, "who started the update gets no answer: %s", e.what());
+  }
+}
+
 }  // namespace
 
 BusService::BusService(sdbus::IConnection& connection, MeshService& service)
@@ -114,9 +127,7 @@ void BusService::RegisterUpdateMethods(MeshService& service) {
       .withOutputParamNames("status")
       .implementedAs([&service](sdbus::Result<std::uint32_t>&& result) {
         const auto reply = std::make_shared<sdbus::Result<std::uint32_t>>(std::move(result));
-        service.StartUpdate([reply](mesh::MeshCode code) {
-          reply->returnResults(static_cast<std::uint32_t>(code));
-        });
+        service.StartUpdate([reply](mesh::MeshCode code) { Answer(*reply, code); });
       });
   object_->registerMethod(mesh::method::kGetSystemUpdateProgress)
       .onInterface(mesh::kInterface)

@@ -18,6 +18,7 @@
 #include "platform/paths.h"
 #include "tests/host/mesh/private_bus.h"
 #include "tests/services/meshd/fake_node.h"
+#include "tests/support/log_socket.h"
 #include "tests/support/wait.h"
 
 namespace kalo::meshd {
@@ -124,6 +125,30 @@ TEST_F(BusServiceTest, SeesANodeGoOfflineAndComeBack) {
 TEST_F(BusServiceTest, NothingStagedIsItsOwnCode) {
   ASSERT_TRUE(WaitFor(Synced));
   EXPECT_EQ(Start(), static_cast<std::uint32_t>(MeshCode::kNothingStaged));
+}
+
+// The nodes are asked before the answer, and meanwhile the bus may end.
+TEST_F(BusServiceTest, AnAnswerThatReachesNobodyEndsNothing) {
+  test::LogSocket log;
+  ASSERT_TRUE(WaitFor(Synced));
+  auto busy = nodes_[3].Busy();
+  sd_bus* caller = nullptr;
+  ASSERT_GE(sd_bus_open_system(&caller), 0);
+  const auto call = [&](const char* method, sd_bus_message_handler_t receiver) {
+    return sd_bus_call_method_async(caller, nullptr, mesh::kServiceName, mesh::kObjectPath,
+                                    mesh::kInterface, method, receiver, nullptr, "");
+  };
+  const auto ignore = [](sd_bus_message*, void*, sd_bus_error*) { return 0; };
+  ASSERT_GE(call(mesh::method::kStartSystemUpdate, ignore), 0);
+  // Its answer shows that the service has the call before it.
+  ASSERT_GE(sd_bus_call_method(caller, mesh::kServiceName, mesh::kObjectPath, mesh::kInterface,
+                               mesh::method::kGetSystemUpdateProgress, nullptr, nullptr, ""),
+            0);
+  connection_->leaveEventLoop();
+  bus_.Stop();
+  busy.unlock();
+  EXPECT_TRUE(log.WaitFor("who started the update gets no answer: "));
+  sd_bus_unref(caller);
 }
 
 TEST_F(BusServiceTest, UpdatesTheMesh) {

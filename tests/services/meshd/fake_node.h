@@ -55,6 +55,8 @@ class FakeNode {
     report_.install = {};
     if (version == report_.staged_version) report_.staged_version.clear();
   }
+  /// It answers nobody as long as the caller has this.
+  [[nodiscard]] std::unique_lock<std::mutex> Busy() const { return std::unique_lock(mutex_); }
   [[nodiscard]] int Starts() const {
     const std::lock_guard guard(mutex_);
     return starts_;
