@@ -32,6 +32,9 @@ if(KALO_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined)
+  # The checks are described by half a million addresses, which a program that may lie anywhere would
+  # have to correct at each start and carry in each patch.
+  add_link_options($<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:-no-pie>)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND NOT KALO_FUZZ)
     # One shared run-time for programs and the modules that they load.
     execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-runtime-dir

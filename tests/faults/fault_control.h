@@ -19,8 +19,11 @@ enum class Action : std::uint32_t {
 /// Which side of a fork is hit.
 enum class Side : std::uint32_t { kParent, kChild };
 
-/// One page that the runner shares with every process of a node: where the next fault shall happen,
-/// and what became of it. It lies in the node's /etc, which is a folder of the runner's machine.
+/// Calls whose names are kept.
+inline constexpr std::uint32_t kKeptCalls = std::uint32_t{1} << 18;
+
+/// What the runner shares with every process of a node: where the next fault shall happen, and what
+/// became of it. It lies in the node's /etc, which is a folder of the runner's machine.
 struct FaultControl {
   std::atomic<std::uint32_t> armed;
   std::array<char, 24> program;  ///< name of the program that is hit, as the kernel shortens it
@@ -30,10 +33,10 @@ struct FaultControl {
   std::uint32_t nth;                 ///< which of its calls is hit, from 1 on
   std::atomic<std::uint32_t> count;  ///< calls so far
   std::atomic<std::uint32_t> fired;
-  std::array<char, 32> call;  ///< name of the call that was hit
+  std::array<char, 32> call;                    ///< name of the call that was hit
+  std::array<std::uint16_t, kKeptCalls> names;  ///< of each call a number made of its name
 };
 
-static_assert(sizeof(FaultControl) < 4096);
 static_assert(std::atomic<std::uint32_t>::is_always_lock_free);
 
 inline constexpr const char* kControlPath = "/etc/fault-control";

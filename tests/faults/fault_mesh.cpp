@@ -159,10 +159,11 @@ void FaultMesh::Arm(const FaultPoint& point) {
   control.armed.store(1, std::memory_order_release);
 }
 
-std::uint32_t FaultMesh::Disarm() {
+std::vector<std::uint16_t> FaultMesh::Disarm() {
   FaultControl& control = *controls_.at(static_cast<std::size_t>(armed_));
   control.armed.store(0, std::memory_order_release);
-  return control.count;
+  const std::uint32_t kept = std::min(control.count.load(), kKeptCalls);
+  return {control.names.begin(), control.names.begin() + kept};
 }
 
 std::string FaultMesh::HitCall() const {

@@ -51,8 +51,10 @@ class FaultMesh {
 
   /// Lets the next fault happen there, and begins to count.
   void Arm(const FaultPoint& point);
-  /// No more faults. @return the calls that were counted.
-  std::uint32_t Disarm();
+  /// No more faults. @return the calls since Arm, the first kKeptCalls of them: of each a number
+  /// that
+  ///         stands for its name.
+  std::vector<std::uint16_t> Disarm();
   /// @return the name of the call that was hit; empty when none was.
   [[nodiscard]] std::string HitCall() const;
 

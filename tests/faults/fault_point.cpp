@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
@@ -25,6 +26,7 @@ constexpr std::array<const char*, 5> kJourneys = {"upload", "download", "prechec
 constexpr std::uint32_t kCallsWithPlug = 600;
 constexpr std::uint32_t kPlugEvery = 20;  // each takes seconds
 constexpr std::uint32_t kCallsOfInstaller = 200;
+constexpr std::size_t kMany = 1000;
 
 const char* NameOf(int error) {
   for (const auto& [name, number] : kErrors) {
@@ -98,9 +100,20 @@ std::vector<Target> AllTargets() {
   return targets;
 }
 
-std::vector<FaultPoint> PointsOf(const Target& target, std::uint32_t calls) {
+std::vector<std::uint32_t> TellingCalls(std::span<const std::uint16_t> calls) {
+  std::vector<std::uint32_t> telling;
+  std::set<std::array<std::uint16_t, 3>> seen;
+  std::array<std::uint16_t, 3> last{};
+  for (std::uint32_t i = 0; i < calls.size(); ++i) {
+    last = {last[1], last[2], calls[i]};
+    if (seen.insert(last).second || calls.size() < kMany) telling.push_back(i + 1);
+  }
+  return telling;
+}
+
+std::vector<FaultPoint> PointsOf(const Target& target, std::span<const std::uint32_t> calls) {
   std::vector<FaultPoint> points;
-  for (std::uint32_t nth = 1; nth <= calls; ++nth) {
+  for (const std::uint32_t nth : calls) {
     points.push_back({target, Action::kFail, kErrors[nth % kErrors.size()].second, nth, ""});
     points.push_back({target, Action::kKill, 0, nth, ""});
   }

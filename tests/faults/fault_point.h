@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <random>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -46,8 +47,16 @@ struct FaultPoint {
 /// @param slow also those that wait until a node is given up
 [[nodiscard]] std::vector<FaultPoint> PointsBesideCalls(bool slow);
 
-/// @return every point of a target whose journey makes so many calls, failing and killed.
-[[nodiscard]] std::vector<FaultPoint> PointsOf(const Target& target, std::uint32_t calls);
+/// @param calls what a program called, in turn: of each a number that stands for its name
+/// @return which of them are worth a fault, from 1 on: all; of the thousands that move some hundred
+/// MiB
+///         only those that follow upon other calls than every one before them. What copying repeats
+///         is tried once.
+[[nodiscard]] std::vector<std::uint32_t> TellingCalls(std::span<const std::uint16_t> calls);
+
+/// @return the points of a target at these calls, failing and killed.
+[[nodiscard]] std::vector<FaultPoint> PointsOf(const Target& target,
+                                               std::span<const std::uint32_t> calls);
 
 /// @return the point of a text that FaultPoint::Text made.
 /// @throws std::runtime_error

@@ -71,7 +71,7 @@ class Runner {
  private:
   void BringMesh(const std::string& journey);
   [[nodiscard]] std::vector<FaultPoint> PartOf(std::vector<FaultPoint> points) const;
-  [[nodiscard]] std::uint32_t CountCalls(const Target& target);
+  [[nodiscard]] std::vector<std::uint32_t> CallsOf(const Target& target);
   [[nodiscard]] Outcome GoWithFault(const FaultPoint& point);
   void RunAgain(const FaultPoint& point, Rules& rules);
   void Tell(const FaultPoint& point, const std::string& hit, const Outcome& outcome,
@@ -93,19 +93,28 @@ void Runner::BringMesh(const std::string& journey) {
   is_broken_ = false;
 }
 
-// Goes the journey's way without a fault.
-std::uint32_t Runner::CountCalls(const Target& target) {
+// Goes the journey's way without a fault. That is an installation as well: for a few drawn points a
+// usual number of calls does, of which some are not reached.
+std::vector<std::uint32_t> Runner::CallsOf(const Target& target) {
+  if (target.Installs() && options_.count != 0) {
+    std::vector<std::uint32_t> usual(kUsualCalls);
+    std::iota(usual.begin(), usual.end(), 1);
+    return usual;
+  }
   BringMesh(target.journey);
   const std::string trouble = Prepare(*mesh_, target.journey);
   if (!trouble.empty()) throw std::runtime_error(trouble);
   mesh_->Arm({target, Action::kNone, 0, 0, ""});
   const Outcome outcome = Go(*mesh_, target.journey);
-  const std::uint32_t calls = mesh_->Disarm();
+  const std::vector<std::uint16_t> calls = mesh_->Disarm();
   if (!outcome.success || !outcome.broken.empty()) {
     throw std::runtime_error(target.Text() + " fails without a fault: " + outcome.words +
                              outcome.broken);
   }
-  return calls;
+  std::vector<std::uint32_t> telling = TellingCalls(calls);
+  std::cout << target.Text() << ": " << calls.size() << " calls, " << telling.size()
+            << " of them worth a fault\n";
+  return telling;
 }
 
 std::vector<FaultPoint> Runner::Points() {
@@ -128,12 +137,7 @@ std::vector<FaultPoint> Runner::Points() {
   };
   for (const Target& target : targets) {
     if (!options_.target.empty() && target.Text() != options_.target) continue;
-    // Counting is an installation as well: for a few drawn ones a usual number does, of which some
-    // calls are not reached.
-    const bool guess = target.Installs() && options_.count != 0;
-    const std::uint32_t calls = guess ? kUsualCalls : CountCalls(target);
-    std::cout << target.Text() << ": " << calls << " calls\n";
-    draw(PointsOf(target, calls), ShareOf(target));
+    draw(PointsOf(target, CallsOf(target)), ShareOf(target));
   }
   if (options_.target.empty()) draw(PointsBesideCalls(options_.count == 0), 1);
   return PartOf(std::move(points));
