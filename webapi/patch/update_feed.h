@@ -3,14 +3,9 @@
 #include <optional>
 #include <string>
 
-namespace KALO::MESH::Webapi {
+#include "webapi/patch/update_feed_document.h"
 
-/// What the version-2 update feed offers to a node.
-struct FeedOffer {
-  std::string type;     ///< update kind word, always "hbx"
-  std::string version;  ///< the offered version's text, as the feed has it; may be empty
-  bool is_beta = false;
-};
+namespace KALO::MESH::Webapi {
 
 /// Asks the version-2 update feed for one node. One download of one try; the file that it is
 /// fetched into is gone afterwards, whatever happened.

@@ -60,6 +60,10 @@ TEST_F(PatchCheckRequest, OnlyOtherFailuresThanAMissingKeyAreLogged) {
   (void)Check();
   for (const std::string& line : Logs()) EXPECT_EQ(line.find("Remove"), std::string::npos) << line;
   platform.override_errno = 13;
+  for (const std::string& key : keys) platform.results["remove /tmp/mesh_patch " + key] = 0;
+  (void)Check();
+  for (const std::string& line : Logs()) EXPECT_EQ(line.find("Remove"), std::string::npos) << line;
+  for (const std::string& key : keys) platform.results["remove /tmp/mesh_patch " + key] = -1;
   EXPECT_EQ(Check(), R"(success {"available":false,"over_version":false})");
   std::vector<std::string> removals;
   for (const std::string& line : Logs()) {
@@ -201,9 +205,18 @@ TEST_F(PatchCheckRequest, ATroubleWhileTheLockIsHeldFreesItBeforeTheAnswer) {
 
 TEST_F(PatchCheckRequest, ADownloadedVersionThatCannotBeReadIsAFailure) {
   Regular("M1", "VXM 1.3.1-9346 Update 2");
-  Downloaded("rubbish");
-  EXPECT_EQ(Check(), "error 117 null");
-  EXPECT_EQ(Logs().back(), "3 Exception: Input Version Incorrect");
+  for (const char* version : {"rubbish", "x"}) {
+    Downloaded(version);
+    EXPECT_EQ(Check(), "error 117 null");
+    EXPECT_EQ(Logs().back(), "3 Exception: Input Version Incorrect");
+  }
+}
+
+TEST_F(PatchCheckRequest, AnEmptyDownloadedVersionIsNone) {
+  Regular("M1", "VXM 1.3.1-9346 Update 2");
+  Downloaded("");
+  EXPECT_TRUE(Check().starts_with("success "));
+  EXPECT_THAT(Lines("lock"), IsEmpty());
 }
 
 TEST_F(PatchCheckRequest, FailuresOfTheCheckAreGeneral) {

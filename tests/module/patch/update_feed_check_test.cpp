@@ -131,6 +131,16 @@ TEST_F(UpdateFeedCheck, AnOlderOfferOfALaterNodeIsKeptWhenANewerOneFollows) {
   EXPECT_EQ(Key("uniques_nano"), "M1  0;");
 }
 
+TEST_F(UpdateFeedCheck, OfTwoEqualOffersTheFirstCounts) {
+  AddNode(0, 76000, "VXM 1.4.0-76010");
+  AddNode(1, 76000);
+  FeedItem("VXM 1.4.0-76010", 76010, R"("Beta")");
+  const PatchInfo info = Check();
+  EXPECT_EQ(info.version, "VXM 1.4.0-76010");
+  EXPECT_FALSE(info.is_beta);
+  EXPECT_EQ(Key("uniques_promo"), "M1  0; M2  1;");
+}
+
 TEST_F(UpdateFeedCheck, ANodeThatIsOfferedTheSmallUpdateItselfJoinsItsList) {
   AddNode(0, 9300, "VXM 1.3.1-9346");
   AddNode(1, 9346, "VXM 1.3.1-9346 Update 4");
@@ -265,8 +275,9 @@ TEST_F(ShouldUpdate, PassesOverAnswersThatSayNothing) {
       R"({"result":[{"success":false,"node_id":1,"data":{"available":true,"version":""}},)" +
       Answer(2, R"({"version":""})") + "," + Answer(3, R"({"available":true})") + "," +
       Answer(4, "null") + "," + Answer(5, "[]") + "," +
-      Answer(6, R"({"available":true,"version":{"x":1}})") + ",7]}";
-  EXPECT_THAT(Ids(answers, "VXM 1.3.1-9346"), IsEmpty());
+      Answer(6, R"({"available":true,"version":{"x":1}})") + ",7," +
+      Answer(8, R"({"available":true,"version":""})") + "]}";
+  EXPECT_THAT(Ids(answers, "VXM 1.3.1-9346"), ElementsAre(8));
   EXPECT_THAT(Ids("{}", "x"), IsEmpty());
   EXPECT_THAT(Ids("[]", "x"), IsEmpty());
   EXPECT_THAT(Ids(R"({"result":"x"})", "x"), IsEmpty());

@@ -67,6 +67,12 @@ TEST_F(UpdateFeed, IsWhereTheConfigurationSays) {
               ElementsAre("get /etc.defaults/kaloinfo.conf rss_server_v2 256"));
 }
 
+TEST_F(UpdateFeed, OneCharacterIsAConfigurationToo) {
+  platform.files["/etc.defaults/kaloinfo.conf"]["rss_server_v2"] = "h";
+  (void)Check();
+  EXPECT_TRUE(Logged("7 Using RSS server URL from kaloinfo.conf: h"));
+}
+
 TEST_F(UpdateFeed, AnUnreadableConfigurationMeansTheDefault) {
   platform.results["get /etc.defaults/kaloinfo.conf rss_server_v2"] = -1;
   EXPECT_FALSE(Check().available);
@@ -171,6 +177,10 @@ TEST_F(UpdateFeed, AGroupThatCannotBeStoredIsUsedAllTheSame) {
   FeedItem("VXM 1.4.0-76010", 76010);
   EXPECT_TRUE(Check().available);
   EXPECT_TRUE(Logged("3 Failed to save rolling_group_id"));
+  platform.journal.Clear();
+  platform.results["info_set rolling_group_id"] = 0;
+  (void)Check();
+  EXPECT_FALSE(Logged("3 Failed to save rolling_group_id"));
 }
 
 struct Document {
@@ -244,6 +254,15 @@ INSTANTIATE_TEST_SUITE_P(
         Document{"BuildNegative", WithBuild("-1"),
                  "3 RSS V2 item is invalid or smaller than 1.4 version: -1"}),
     [](const auto& test) { return std::string(test.param.name); });
+
+TEST_F(UpdateFeed, ADocumentMayHaveOneMebibyte) {
+  const std::string item = WithBuild("76010");
+  const std::string blanks((std::size_t{1} << 20) - item.size(), ' ');
+  Feed(blanks + item);
+  EXPECT_TRUE(Check().available);
+  Feed(" " + blanks + item);
+  EXPECT_EQ(Cause(), kParse);
+}
 
 TEST_F(UpdateFeed, Build76000IsAccepted) {
   Feed(WithBuild("76000"));

@@ -44,6 +44,8 @@ TEST_F(VersionStrings, ASuccessIsLoggedAtErrorPriority) {
 TEST_F(VersionStrings, SkipsOneWordWhateverItSays) {
   EXPECT_TRUE(Parse("VXM 1.3.1-9346 Hotfix 7"));
   EXPECT_EQ(nano, 7);
+  EXPECT_TRUE(Parse("VXM 1.3.1-9346 U 7"));
+  EXPECT_EQ(nano, 7);
   EXPECT_TRUE(Parse("VXM 1.3.1-9346 Hot fix 7"));
   EXPECT_EQ(nano, 0);
   EXPECT_TRUE(Parse("VXM 1.3.1-9346 Update"));

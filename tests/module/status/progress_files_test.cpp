@@ -42,6 +42,12 @@ TEST_F(ProgressFiles, ReadsStepThenPercentWithBuffersOf8192Bytes) {
                                 "get /tmp/mesh_upgrade percent 8192"));
 }
 
+TEST_F(ProgressFiles, AStepMayBeOneLetter) {
+  Write("x", "42");
+  Read();
+  EXPECT_EQ(step, "x");
+}
+
 TEST_F(ProgressFiles, AStepThatCannotBeReadIsNone) {
   for (const int result : {0, -1}) {
     Write("upgrading", "42");

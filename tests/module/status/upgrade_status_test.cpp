@@ -165,6 +165,16 @@ TEST_F(UpgradeStatus, ReadyTellsTheKindOfUpdate) {
   EXPECT_EQ(V1(), kReady);
 }
 
+TEST_F(UpgradeStatus, WithoutAPatchThereIsNoPatchInfo) {
+  Json::Value info;
+  try {
+    handler.GetPatchInfo(info);
+    FAIL();
+  } catch (const WebapiException& e) {
+    EXPECT_STREQ(e.what(), "Failed to get patch type");
+  }
+}
+
 TEST_F(UpgradeStatus, PatchInfoIsReadWithItsBuffers) {
   Upgrade("ready_upgrade");
   Offer("avaliable_full");
