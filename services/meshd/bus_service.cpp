@@ -125,9 +125,11 @@ void BusService::RegisterUpdateMethods(MeshService& service) {
   object_->registerMethod(mesh::method::kStartSystemUpdate)
       .onInterface(mesh::kInterface)
       .withOutputParamNames("status")
-      .implementedAs([&service](sdbus::Result<std::uint32_t>&& result) {
+      .implementedAs([this, &service](sdbus::Result<std::uint32_t>&& result) {
         const auto reply = std::make_shared<sdbus::Result<std::uint32_t>>(std::move(result));
-        service.StartUpdate([reply](mesh::MeshCode code) { Answer(*reply, code); });
+        // The reply points into the object, and may come after this service has ended.
+        service.StartUpdate(
+            [object = object_, reply](mesh::MeshCode code) { Answer(*reply, code); });
       });
   object_->registerMethod(mesh::method::kGetSystemUpdateProgress)
       .onInterface(mesh::kInterface)

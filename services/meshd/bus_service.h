@@ -20,7 +20,7 @@ class BusService {
   void RegisterNodeMethods(MeshService& service);
   void RegisterUpdateMethods(MeshService& service);
 
-  std::unique_ptr<sdbus::IObject> object_;
+  std::shared_ptr<sdbus::IObject> object_;  ///< of those too who still owe an answer
 };
 
 }  // namespace kalo::meshd

@@ -145,6 +145,7 @@ TEST_F(BusServiceTest, AnAnswerThatReachesNobodyEndsNothing) {
                                mesh::method::kGetSystemUpdateProgress, nullptr, nullptr, ""),
             0);
   connection_->leaveEventLoop();
+  bus_service_.reset();
   bus_.Stop();
   busy.unlock();
   EXPECT_TRUE(log.WaitFor("who started the update gets no answer: "));
