@@ -15,6 +15,9 @@ class BusService {
   /// @param connection, service borrowed
   /// @throws sdbus::Error when the name is taken, or the bus does not give it to us.
   BusService(sdbus::IConnection& connection, MeshService& service);
+  BusService(const BusService&) = delete;
+  BusService& operator=(const BusService&) = delete;
+  ~BusService() = default;
 
  private:
   void RegisterNodeMethods(MeshService& service);

@@ -343,6 +343,10 @@ TEST_F(DownloadStartRequest, ATroubleInTheFailureItselfStillFreesTheLock) {
   Start();
   EXPECT_EQ(exit_status_, 0);
   EXPECT_EQ(Lines().back(), "unlock 41");
+  const std::vector<std::string> logs = Logs();
+  ASSERT_GE(logs.size(), 2U);
+  EXPECT_EQ(logs.end()[-2], "3 Exception: disk");
+  EXPECT_EQ(logs.end()[-1], "3 Failed to send notification");
 }
 
 TEST_F(DownloadStartRequest, NodesThatCannotBeCleanedDoNotStopTheDownload) {
