@@ -231,6 +231,7 @@ int RunAll(const Options& options) {
   Runner runner(options);
   const std::vector<FaultPoint> points = runner.Points();
   const Tally& tally = runner.Result();
+  std::cout << points.size() << " points to try\n" << std::flush;
   for (const FaultPoint& point : points) {
     if (options.until_lost && tally.lost > 0) break;
     runner.Run(point);
