@@ -23,6 +23,6 @@ for ((round = 0; round < rounds; round++)); do
   measure send ours "$build/bench/bench-send" 2 127.0.0.3 $target.plain
   measure send curl curl -sf --tlsv1.3 --resolve "$host:8443:127.0.0.3" \
     --cacert /etc/kalo/mesh/ca.crt --cert /etc/kalo/mesh/node.crt --key /etc/kalo/mesh/node.key \
-    -F "patch_file=@$target.plain" "https://$host:8443/webapi/KALO.Core.Upgrade.Patch/1/upload"
+    -o /dev/null -F "patch_file=@$target.plain" "https://$host:8443/webapi/KALO.Core.Upgrade.Patch/1/upload"
 done
 rm $target.plain

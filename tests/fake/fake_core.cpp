@@ -8,6 +8,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <string>
 #include <string_view>
 
 #include "platform/core/file.h"
@@ -25,6 +26,11 @@ std::optional<int> Override(const std::string& call) {
   return found != results.end() ? std::optional<int>(found->second) : std::nullopt;
 }
 
+// 0 is usual and stays unsaid.
+std::string FlagsText(int flags) {
+  return flags != 0 ? " flags " + std::to_string(flags) : "";
+}
+
 constexpr int kLockFd = 41;
 
 }  // namespace
@@ -33,7 +39,7 @@ int KLIBCFileGetKeyValue(const char* path, const char* key, char* buffer, std::s
                          int flags) {
   Platform& platform = Platform::Current();
   const std::string call = std::string("get ") + path + " " + key;
-  platform.Note(call + " " + std::to_string(size) + (flags != 0 ? " FLAGS" : ""));
+  platform.Note(call + " " + std::to_string(size) + FlagsText(flags));
   if (const auto result = Override(call)) {
     // Rubbish behind a failure: nobody may go by what the buffer holds.
     std::snprintf(buffer, size, "rubbish");
@@ -53,8 +59,7 @@ int KLIBCFileGetKeyValue(const char* path, const char* key, char* buffer, std::s
 
 int KLIBCFileSetKeyValue(const char* path, const char* key, const char* value, int flags) {
   Platform& platform = Platform::Current();
-  platform.Note(std::string("set ") + path + " " + key + "=" + value +
-                (flags != 0 ? " FLAGS" : ""));
+  platform.Note(std::string("set ") + path + " " + key + "=" + value + FlagsText(flags));
   if (const auto result = Override(std::string("set ") + path + " " + key)) return *result;
   platform.files[path][key] = value;
   return 1;
@@ -76,8 +81,7 @@ int KLIBCFileRemoveKey(const char* path, const char* key) {
 
 int KLIBCFileCheckKeyValue(const char* path, const char* key, const char* value, int flags) {
   Platform& platform = Platform::Current();
-  platform.Note(std::string("check ") + path + " " + key + "=" + value +
-                (flags != 0 ? " FLAGS" : ""));
+  platform.Note(std::string("check ") + path + " " + key + "=" + value + FlagsText(flags));
   const auto file = platform.files.find(path);
   if (file == platform.files.end()) return 0;
   const auto found = file->second.find(key);

@@ -204,6 +204,14 @@ TEST_F(EqualCheck, OnlyTheSmallNumberLacksAndTheFullRecordSaysNo) {
   EXPECT_EQ(Key("uniques_nano"), "M1  0;");
 }
 
+TEST_F(EqualCheck, TheFirstSmallNumberCountsToo) {
+  AddNode(0, "M1", "VXM 1.4.0-76000");
+  AddNode(3, "M2", "VXM 1.4.0-76000 Update 1");
+  platform.upgrade_paths["VXM 1.4.0-76000"] = {"VXM 1.4.0-76000 Update 1"};
+  (void)Answer();
+  EXPECT_EQ(Key("uniques_nano"), "M1  0;");
+}
+
 // The highest version has the stop's build: its small number counts, also beyond the stop's.
 TEST_F(EqualCheck, TheHighestSmallNumberCountsForItsOwnBuild) {
   AddNode(0, "M1", "VXM 1.4.0-76000 Update 2");

@@ -43,10 +43,10 @@ class Precheck : public fake::ModuleTest {
     EXPECT_EQ(Answers().size(), 1U);
     return Answers().empty() ? "" : Answers().back();
   }
-  void HandIn(const std::string& unique) {
+  void HandIn(const std::string& unique, const std::string& version = "VXM 1.4.0-76010") {
     platform.plain_files.erase(kPatch);
-    platform.files["/tmp/mesh_patch"]["patch_upload"] = "VXM 1.4.0-76010";
-    platform.plain_files.insert("/tmp/" + unique + "_VXM 1.4.0-76010.pat");
+    platform.files["/tmp/mesh_patch"]["patch_upload"] = version;
+    platform.plain_files.insert("/tmp/" + unique + "_" + version + ".pat");
     platform.patches["/tmp/FullUpgrade.pat"] = PatchOf(true, 76010);
   }
   // Whatever the answer is: first it, then the scratch folder goes, then the lock.
@@ -107,10 +107,15 @@ TEST_F(Precheck, TellsTheUpdatersFindings) {
             R"(success {"eulacheck":false,"precheck":true,"precheck_info":)"
             R"({"can_continue":true,"leading_note":"Note","message":"not enough memory"}})");
   EXPECT_THAT(Lines(), Contains("log 3 1562 Some customized reasons found by updater precheck"));
-  EXPECT_THAT(Lines("check"), ElementsAre("check /run/customized_reason can_continue=yes FLAGS"));
+  EXPECT_THAT(Lines("check"), ElementsAre("check /run/customized_reason can_continue=yes flags 1"));
   EXPECT_THAT(Lines("get /run"), ElementsAre("get /run/customized_reason leading_note 1024",
                                              "get /run/customized_reason reason 4096"));
   ExpectEnd();
+}
+
+TEST_F(Precheck, ItsTextsMayBeOneLetter) {
+  report_ = {{"can_continue", "yes"}, {"leading_note", "n"}, {"reason", "r"}};
+  EXPECT_THAT(Answer(), ::testing::HasSubstr(R"("leading_note":"n","message":"r")"));
 }
 
 TEST_F(Precheck, OnlyYesLetsTheUpgradeGoOn) {
@@ -193,6 +198,16 @@ TEST_F(Precheck, TheFirstHandedInPatchThatCanBeMovedIsTaken) {
   EXPECT_THAT(Lines("move"), ElementsAre("move /tmp/M1_VXM 1.4.0-76010.pat /tmp/FullUpgrade.pat",
                                          "move /tmp/M2_VXM 1.4.0-76010.pat /tmp/FullUpgrade.pat"));
   EXPECT_THAT(Lines("parse_patch"), ElementsAre("parse_patch /tmp/FullUpgrade.pat"));
+}
+
+TEST_F(Precheck, AnyNameButAnEmptyOneIsLookedFor) {
+  HandIn("M1", "");
+  (void)Answer();
+  EXPECT_THAT(Lines("move"), IsEmpty());
+  platform.journal.Clear();
+  HandIn("M1", "x");
+  (void)Answer();
+  EXPECT_THAT(Lines("move"), ElementsAre("move /tmp/M1_x.pat /tmp/FullUpgrade.pat"));
 }
 
 TEST_F(Precheck, APatchHandedInForNoModelOfTheMeshIsNotFound) {
