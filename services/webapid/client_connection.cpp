@@ -1,8 +1,10 @@
 #include "services/webapid/client_connection.h"
 
 #include <arpa/inet.h>
+#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <array>
@@ -46,13 +48,16 @@ void ClientConnection::OnTimer() {
 }
 
 void ClientConnection::Hold() {
-  if (session_ != nullptr) gnutls_record_cork(session_);
+  int waiting = 0;
+  if (session_ == nullptr || ioctl(socket_, SIOCOUTQ, &waiting) != 0 || waiting > 0) return;
+  gnutls_record_cork(session_);
 }
 
 // The library also corks the socket, and has it push before there is anything to send.
 void ClientConnection::Flush() {
   if (session_ == nullptr) return;
   const int sent = gnutls_record_uncork(session_, 0);
+  // Nobody else would send what is left; but a queue that was empty takes any short answer.
   if (sent < 0) (void)shutdown(socket_, SHUT_RDWR);
   if (sent > 0) Push();
 }

@@ -30,9 +30,9 @@ class ClientConnection {
   /// Keeps back what the library sends until Flush is called. It sends head and body of an answer
   /// one after the other; kept back they leave in one piece, which costs half as much. Only for
   /// short answers, and not for the last one of a connection, which the library ends before Flush.
+  /// Does nothing while the client has not taken what was sent before.
   void Hold();
-  /// Sends what was kept back. A client that does not even take a short answer has left many of
-  /// them unread, and is cut.
+  /// Sends what was kept back.
   void Flush();
 
   /// @return the address that counts as one client: the IPv4 address, or an IPv6 network of 64
@@ -46,7 +46,7 @@ class ClientConnection {
   [[nodiscard]] std::optional<int> NodeId();
 
  private:
-  /// Sends what the system keeps back, and keeps nothing back from now on.
+  /// Sends what the system keeps back.
   void Push();
   void StartTimer(EventLoop::Clock::time_point when);
   void OnTimer();

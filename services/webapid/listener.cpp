@@ -112,7 +112,8 @@ std::optional<std::chrono::milliseconds> Listener::Run() {
 }
 
 // The library takes a handshake whose client says nothing more for one that can go on, and asks to
-// be run again and again. What really comes it hears of otherwise.
+// be run again and again. What really comes it hears of otherwise; what it has got already, and has
+// told nobody of, may wait that long.
 std::optional<std::chrono::milliseconds> Listener::RunOnce() {
   moved_ = false;
   MHD_run(daemon_.get());
@@ -125,7 +126,7 @@ std::optional<std::chrono::milliseconds> Listener::RunOnce() {
 
 bool Listener::IsSending() const {
   return std::any_of(requests_.begin(), requests_.end(), [](const auto& entry) {
-    return entry.second->GetReply().has_value() && entry.second->stream == nullptr;
+    return entry.second->queued && entry.second->stream == nullptr;
   });
 }
 
@@ -162,12 +163,12 @@ MHD_Result Listener::OnRequest(void* self, MHD_Connection* connection, const cha
   listener.moved_ = true;
   try {
     if (*context == nullptr) {
-      Request& request = listener.Open(connection, version);
+      Request& request = listener.Open(connection);
       *context = &request;
       return listener.Begin(request, method, path);
     }
     Request& request = *listener.requests_.at(*context);
-    if (*size == 0) return listener.Proceed(request);
+    if (*size == 0) return listener.Proceed(request, version);
     const std::string_view bytes(data, std::exchange(*size, 0));
     return listener.Feed(request, bytes);
   } catch (const std::exception& e) {
@@ -176,11 +177,9 @@ MHD_Result Listener::OnRequest(void* self, MHD_Connection* connection, const cha
   }
 }
 
-Request& Listener::Open(MHD_Connection* connection, std::string_view version) {
+Request& Listener::Open(MHD_Connection* connection) {
   auto request = std::make_unique<Request>(connection, *clients_.at(connection), port_);
   Request& result = *request;
-  const std::string wish = result.Header(MHD_HTTP_HEADER_CONNECTION);
-  result.is_last = version != MHD_HTTP_VERSION_1_1 || (!wish.empty() && wish != "keep-alive");
   requests_.emplace(&result, std::move(request));
   return result;
 }
@@ -195,6 +194,11 @@ MHD_Result Listener::Begin(Request& request, const char* method, const char* pat
   const bool held_back = !request.Header(MHD_HTTP_HEADER_EXPECT).empty();
   if (!held_back && request.TellsItsEnd() && request.ContentLength().value_or(0) <= kReadOver)
     return MHD_YES;
+  return Queue(request);
+}
+
+MHD_Result Listener::Queue(Request& request) {
+  request.queued = true;
   return QueueReply(request.Connection(), *request.GetReply());
 }
 
@@ -205,7 +209,7 @@ MHD_Result Listener::Feed(Request& request, std::string_view data) {
   return MHD_YES;
 }
 
-MHD_Result Listener::Proceed(Request& request) {
+MHD_Result Listener::Proceed(Request& request, std::string_view version) {
   if (!request.GetReply() && !request.completed) {
     request.completed = true;
     request.Client().ClearDeadline();
@@ -218,8 +222,8 @@ MHD_Result Listener::Proceed(Request& request) {
   // A request that still waits is suspended, so this is the end of it.
   if (request.stream == nullptr) request.Client().SetDeadline(request_time_);
   const bool is_short = request.stream == nullptr && request.GetReply()->body.size() < kOnePiece;
-  if (is_short && !request.is_last) request.Client().Hold();
-  return QueueReply(request.Connection(), *request.GetReply());
+  if (is_short && !request.IsLast(version)) request.Client().Hold();
+  return Queue(request);
 }
 
 }  // namespace kalo::webapid

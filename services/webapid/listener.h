@@ -57,10 +57,11 @@ class Listener {
   /// @return how long the library may be left alone; empty: any time
   [[nodiscard]] std::optional<std::chrono::milliseconds> RunOnce();
   [[nodiscard]] bool IsSending() const;
-  [[nodiscard]] Request& Open(MHD_Connection* connection, std::string_view version);
+  [[nodiscard]] Request& Open(MHD_Connection* connection);
   [[nodiscard]] MHD_Result Begin(Request& request, const char* method, const char* path);
   [[nodiscard]] MHD_Result Feed(Request& request, std::string_view data);
-  [[nodiscard]] MHD_Result Proceed(Request& request);
+  [[nodiscard]] MHD_Result Proceed(Request& request, std::string_view version);
+  [[nodiscard]] static MHD_Result Queue(Request& request);
 
   EventLoop& loop_;
   RequestServer& server_;

@@ -48,6 +48,23 @@ bool Request::TellsItsEnd() const {
          strcasecmp(Header(MHD_HTTP_HEADER_TRANSFER_ENCODING).c_str(), "chunked") == 0;
 }
 
+// There may be several such fields, each with several words.
+bool Request::IsLast(std::string_view version) const {
+  struct Count {
+    int fields = 0;
+    int keep = 0;
+  } count;
+  const auto look = [](void* found, MHD_ValueKind, const char* name, const char* value) {
+    auto& numbers = *static_cast<Count*>(found);
+    if (strcasecmp(name, MHD_HTTP_HEADER_CONNECTION) != 0) return MHD_YES;
+    ++numbers.fields;
+    if (value != nullptr && strcasecmp(value, "keep-alive") == 0) ++numbers.keep;
+    return MHD_YES;
+  };
+  MHD_get_connection_values(connection_, MHD_HEADER_KIND, look, &count);
+  return version != MHD_HTTP_VERSION_1_1 || count.fields != count.keep;
+}
+
 void Request::Answer(Reply reply) {
   if (reply_) return;
   reply_ = std::move(reply);

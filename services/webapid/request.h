@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "host/webapi/module_description.h"
 #include "services/webapid/body_reader.h"
@@ -45,6 +46,9 @@ class Request {
   ///         beside a transfer encoding, an odd encoding: others may have read it differently.
   [[nodiscard]] bool TellsItsEnd() const;
 
+  /// @return whether the library ends the connection after the answer, going by the header.
+  [[nodiscard]] bool IsLast(std::string_view version) const;
+
   /// Answers the request, now or after the body, and removes its uploads. The first answer counts.
   void Answer(Reply reply);
   [[nodiscard]] const std::optional<Reply>& GetReply() const { return reply_; }
@@ -62,7 +66,7 @@ class Request {
   std::uint64_t received = 0;
   std::unique_ptr<EventStream> stream;  ///< when the answer is one
   bool completed = false;               ///< the body is whole and the request under way
-  bool is_last = false;                 ///< the library ends the connection after its answer
+  bool queued = false;                  ///< the library has the answer
 
  private:
   MHD_Connection* connection_;

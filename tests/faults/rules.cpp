@@ -98,6 +98,11 @@ std::string Value(const std::string& text, const std::string& key) {
   return line.substr(begin + 1, line.find('"', begin + 1) - begin - 1);
 }
 
+bool IsRollingGroup(const std::string& text) {
+  return !text.empty() && text.size() <= 4 &&
+         text.find_first_not_of("0123456789") == std::string::npos;
+}
+
 // @return the first line that is no key="value"; empty when each one is.
 std::string FirstBadLine(const std::string& text) {
   std::istringstream lines(text);
@@ -234,7 +239,8 @@ void Rules::CheckConfiguration(bool restarted) {
   while (std::getline(lines, line)) {
     if (line.starts_with("patch_check_notified_version=")) continue;
     // One that cannot be read is drawn anew.
-    if (line.starts_with("rolling_group_id=")) line = "rolling_group_id=";
+    if (line.starts_with("rolling_group_id=") && IsRollingGroup(Value(now, "rolling_group_id")))
+      continue;
     if (Lines(now, line).empty()) Break("/etc/kaloinfo.conf lost the line: " + line);
   }
 }

@@ -122,6 +122,7 @@ int RawClient::Answer(std::chrono::milliseconds deadline, bool has_body) {
   const std::size_t whole = end + 4 + (has_body ? BodyLength(header) : 0);
   while (unread_.size() < whole && open_ && ReadSome()) {
   }
+  if (unread_.size() < whole) return 0;
   unread_.erase(0, std::min(whole, unread_.size()));
   return status;
 }

@@ -34,8 +34,8 @@ class Connections : public ServerTest {
 };
 
 bool IsWhole(std::string_view answer) {
-  return answer.starts_with("HTTP/1.1 401 ") && answer.find("\r\n\r\n{") != answer.npos &&
-         answer.ends_with("}");
+  return answer.starts_with("HTTP/1.1 401 ") &&
+         answer.find("\r\n\r\n{") != std::string_view::npos && answer.ends_with("}");
 }
 
 TEST_F(Connections, AnAnswerComesInOnePiece) {
@@ -62,18 +62,24 @@ TEST_F(Connections, AnAnswerIsNotKeptBack) {
 TEST_F(Connections, TheLastAnswerOfAConnectionComesWhole) {
   for (const auto& [version, wish] :
        {std::pair("1.1", "Connection: close\r\n"), std::pair("1.1", "Connection: Close, x\r\n"),
-        std::pair("1.0", ""), std::pair("1.0", "Connection: keep-alive\r\n")}) {
+        std::pair("1.1", "Connection: keep-alive\r\nConnection: close\r\n"), std::pair("1.0", ""),
+        std::pair("1.0", "Connection: keep-alive\r\n")}) {
     RawClient client(kPort, {});
     ASSERT_TRUE(client.Send(Request(version, wish)));
     EXPECT_EQ(client.Answer(kLongWait, true), 401) << version << " " << wish;
   }
 }
 
+// It says so while a worker is busy with its request.
 TEST_F(Connections, AClientThatSaysNoMoreGetsItsAnswer) {
+  const HttpClient user = SignedIn();
   RawClient client(kPort, {});
-  ASSERT_TRUE(client.Send(Request("1.1", "")));
+  ASSERT_TRUE(
+      client.Send("POST /webapi/KALO.Test/1/hang HTTP/1.1\r\nHost: router.test\r\n"
+                  "Content-Length: 2\r\nCookie: kalo_session=" +
+                  user.cookie + "\r\nX-KALO-Token: " + user.token + "\r\n\r\n{}"));
   client.EndSending();
-  EXPECT_EQ(client.Answer(kLongWait, true), 401);
+  EXPECT_EQ(client.Answer(kLongWait, true), 504);
 }
 
 TEST_F(Connections, AnswersToRequestsInOneGoComeAllOfThem) {
@@ -84,8 +90,13 @@ TEST_F(Connections, AnswersToRequestsInOneGoComeAllOfThem) {
   for (int i = 0; i < 50; ++i) ASSERT_EQ(client.Answer(kLongWait, true), 401) << i;
 }
 
-// Anybody may begin a handshake; one that goes no further must not keep the router busy.
+// Anybody may begin a handshake; one that goes no further must not keep the router busy, whoever
+// else is waited for: here one who is refused already and still owes the body.
 TEST_F(Connections, AnUnfinishedHandshakeCostsNoTime) {
+  RawClient owing(kPort, {});
+  std::string head = Request("1.1", "");
+  head.resize(head.size() - 2);
+  ASSERT_TRUE(owing.Send(head));
   const UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_in address{};
   address.sin_family = AF_INET;
