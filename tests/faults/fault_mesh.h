@@ -51,9 +51,8 @@ class FaultMesh {
 
   /// Lets the next fault happen there, and begins to count.
   void Arm(const FaultPoint& point);
-  /// No more faults. @return the calls since Arm, the first kKeptCalls of them: of each a number
-  /// that
-  ///         stands for its name.
+  /// No more faults.
+  /// @return the calls since Arm, the first kKeptCalls of them: of each a number made of its name.
   std::vector<std::uint16_t> Disarm();
   /// @return the name of the call that was hit; empty when none was.
   [[nodiscard]] std::string HitCall() const;

@@ -48,10 +48,8 @@ struct FaultPoint {
 [[nodiscard]] std::vector<FaultPoint> PointsBesideCalls(bool slow);
 
 /// @param calls what a program called, in turn: of each a number that stands for its name
-/// @return which of them are worth a fault, from 1 on: all; of the thousands that move some hundred
-/// MiB
-///         only those that follow upon other calls than every one before them. What copying repeats
-///         is tried once.
+/// @return which of them are worth a fault, from 1 on: all; of thousands, most of which move bytes,
+///         only those that follow upon other calls than every one before them.
 [[nodiscard]] std::vector<std::uint32_t> TellingCalls(std::span<const std::uint16_t> calls);
 
 /// @return the points of a target at these calls, failing and killed.

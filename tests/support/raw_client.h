@@ -11,6 +11,10 @@
 
 namespace kalo::test {
 
+/// @return a connection to a port of loopback, on which nothing was said yet; empty when nobody
+///         listens.
+[[nodiscard]] UniqueFd Connect(int port);
+
 /// What a client brings along for the mesh port; PEM files, empty for none.
 struct ClientFiles {
   std::string certificate;

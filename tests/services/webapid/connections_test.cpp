@@ -1,5 +1,3 @@
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <time.h>
 
@@ -97,12 +95,7 @@ TEST_F(Connections, AnUnfinishedHandshakeCostsNoTime) {
   std::string head = Request("1.1", "");
   head.resize(head.size() - 2);
   ASSERT_TRUE(owing.Send(head));
-  const UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(kPort);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ASSERT_EQ(connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+  const UniqueFd fd = Connect(kPort);
   constexpr std::string_view kPartOfHello("\x16\x03\x01\x02\x00\x01\x00\x01\xFC", 9);
   ASSERT_EQ(send(fd.Get(), kPartOfHello.data(), kPartOfHello.size(), MSG_NOSIGNAL),
             static_cast<ssize_t>(kPartOfHello.size()));

@@ -1,10 +1,7 @@
 #include "tests/services/webapid/server_fixture.h"
 
-#include <arpa/inet.h>
 #include <crypt.h>
-#include <netinet/in.h>
 #include <signal.h>
-#include <sys/socket.h>
 
 #include <fstream>
 #include <iterator>
@@ -12,7 +9,7 @@
 
 #include "host/core/spawn.h"
 #include "host/core/strict_json.h"
-#include "host/core/unique_fd.h"
+#include "tests/support/raw_client.h"
 #include "tests/support/wait.h"
 
 namespace kalo::test {
@@ -26,15 +23,6 @@ constexpr int kMeshPort = 8443;
 void EmptyFolder(const fs::path& folder) {
   fs::create_directories(folder);
   for (const auto& entry : fs::directory_iterator(folder)) fs::remove_all(entry.path());
-}
-
-bool Answers(int port) {
-  const UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<std::uint16_t>(port));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
 }
 
 Json::Value MakeUser(const std::string& name, const std::string& password, const char* group) {
@@ -127,7 +115,7 @@ void ServerTest::Start(const std::vector<std::string>& arguments, int pass_fd) {
   options.pass_fd = pass_fd;
   server_ = Spawn(argv, options);
   ASSERT_GT(server_, 0);
-  ASSERT_TRUE(WaitFor([] { return Answers(kAdminPort) && Answers(kMeshPort); }));
+  ASSERT_TRUE(WaitFor([] { return Connect(kAdminPort) && Connect(kMeshPort); }));
 }
 
 int ServerTest::Stop(int signal) {
