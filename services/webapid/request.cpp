@@ -50,19 +50,16 @@ bool Request::TellsItsEnd() const {
 
 // There may be several such fields, each with several words.
 bool Request::IsLast(std::string_view version) const {
-  struct Count {
-    int fields = 0;
-    int keep = 0;
-  } count;
-  const auto look = [](void* found, MHD_ValueKind, const char* name, const char* value) {
-    auto& numbers = *static_cast<Count*>(found);
-    if (strcasecmp(name, MHD_HTTP_HEADER_CONNECTION) != 0) return MHD_YES;
-    ++numbers.fields;
-    if (value != nullptr && strcasecmp(value, "keep-alive") == 0) ++numbers.keep;
+  bool ends = version != MHD_HTTP_VERSION_1_1;
+  const auto look = [](void* result, MHD_ValueKind, const char* name, const char* value) {
+    if (strcasecmp(name, MHD_HTTP_HEADER_CONNECTION) == 0 &&
+        (value == nullptr || strcasecmp(value, "keep-alive") != 0)) {
+      *static_cast<bool*>(result) = true;
+    }
     return MHD_YES;
   };
-  MHD_get_connection_values(connection_, MHD_HEADER_KIND, look, &count);
-  return version != MHD_HTTP_VERSION_1_1 || count.fields != count.keep;
+  MHD_get_connection_values(connection_, MHD_HEADER_KIND, look, &ends);
+  return ends;
 }
 
 void Request::Answer(Reply reply) {
