@@ -130,7 +130,8 @@ class UpgradeHandler {
                             bool promo);
   /// Reads one kind back. With nano and promo both true nothing is touched: a promotion download
   /// really asks so.
-  /// @throws WebapiException when a record marked available lacks its version or groups.
+  /// @throws WebapiException when a record marked available lacks its version, or when its groups
+  ///         cannot be read.
   void PatchAvailableFromFile(PatchInfo& info, std::vector<IdGroup>& groups, bool nano, bool promo);
 
   /// Records a patch that is no promotion for the nodes which CheckShouldUpdate names.

@@ -84,7 +84,7 @@ run() {
   local before after line
   before=$(cpu_of "$2")
   line=$(taskset -c 1 wrk -t1 -c"$3" -d"${seconds}s" -s "$sources/bench/requests/post.lua" \
-    "https://127.0.0.1:$(port_of "$2")/$4" -- "$cookie" "$token" "$5" | grep RESULT)
+    "https://127.0.0.1:$(port_of "$2")/$4" -- "$cookie" "$token" "$5" "$3" | grep RESULT)
   after=$(cpu_of "$2")
   echo "RUN $1 $3 $2 $((after - before)) ${line#RESULT }"
 }

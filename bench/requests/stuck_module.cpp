@@ -16,4 +16,9 @@ void Sleep(KALO::APIRequest* /*request*/, KALO::APIResponse* response) {
 extern "C" {
 [[gnu::visibility("default")]] extern const KALO::APIRow gTable[];
 const KALO::APIRow gTable[] = {{"KALO.Bench", 1, "stuck", Sleep}};
+
+[[gnu::visibility("default")]] const KALO::APIRow* GetAPITable();
+const KALO::APIRow* GetAPITable() {
+  return gTable;
+}
 }

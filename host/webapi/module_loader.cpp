@@ -29,14 +29,21 @@ struct Table {
   std::size_t count;
 };
 
+const void* AskForTable(void* module, const std::string& file) {
+  void* address = dlsym(module, "GetAPITable");
+  if (address == nullptr) throw ModuleError(file, "exports no GetAPITable");
+  return reinterpret_cast<const KALO::APIRow* (*)()>(address)();
+}
+
+// The table has no row that ends it: its symbol tells its size.
 Table FindTable(void* module, const std::string& file) {
-  const void* address = dlsym(module, "gTable");
-  if (address == nullptr) throw ModuleError(file, "exports no gTable");
+  const void* address = AskForTable(module, file);
   Dl_info info{};
   void* extra = nullptr;
   const int found = dladdr1(address, &info, &extra, RTLD_DL_SYMENT);
-  if (found == 0 || extra == nullptr || info.dli_saddr != address) {
-    throw ModuleError(file, "gTable has no symbol that tells its size");
+  if (found == 0 || extra == nullptr || info.dli_saddr != address ||
+      std::string_view(info.dli_sname) != "gTable") {
+    throw ModuleError(file, "GetAPITable does not return an exported gTable");
   }
   const std::size_t size = static_cast<const ElfW(Sym)*>(extra)->st_size;
   if (size == 0 || size % sizeof(KALO::APIRow) != 0) {

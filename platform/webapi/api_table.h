@@ -11,8 +11,10 @@ namespace KALO {
 /// Serves one request. The server owns both objects and outlives the call.
 using APIHandler = void (*)(APIRequest* request, APIResponse* response);
 
-/// One row of a module's table. The server's loader reads this layout straight from the module's
-/// `gTable`, so it is fixed; it takes the number of rows from the symbol's ELF size.
+/// One row of a module's table. A module exports the array as `gTable` and the function
+/// `GetAPITable`, without arguments, which returns its address. The server's loader reads this
+/// layout straight from there, so it is fixed; it takes the number of rows from the ELF size of
+/// the symbol `gTable`.
 struct APIRow {
   const char* api;       ///< dotted API name
   std::int32_t version;  ///< the API version that the row answers

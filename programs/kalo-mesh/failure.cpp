@@ -19,9 +19,7 @@ constexpr std::array kHints = {
     Hint{1002, "Every node of the handed-in models runs this version or a newer one already."},
     Hint{1003, "Hand in one intact, signed patch for every model of the mesh (kalo-mesh nodes)."},
     Hint{5202, "Wait until the automatic update has ended, then try again."},
-    Hint{5209,
-         "A download is running; the update may have been started all the same: see "
-         "kalo-mesh status."},
+    Hint{5209, "The nodes install all the same: see kalo-mesh nodes."},
     Hint{5221, "The patch is damaged or not signed by the maker of this node: get it again."},
     Hint{5223, "The node runs this version or a newer one already."},
     Hint{5224, "Make room on the node's storage, then upload again."},

@@ -26,7 +26,7 @@ constexpr std::array kRows = {
     Row{1003, 200, "A patch file is missing, damaged or not a valid patch."},
     Row{5200, 200, "The background task could not be started."},
     Row{5202, 200, "An automatic update is running."},
-    Row{5209, 200, "A download is running, or the state of the upgrade cannot be read."},
+    Row{5209, 200, "The update was started, but its state could not be written."},
     Row{5220, 200, "An installation is running on this node."},
     Row{5221, 200, "The patch does not verify: it was not signed by a known key, or was changed."},
     Row{5222, 200, "The patch is for another model."},

@@ -48,11 +48,12 @@ namespace Utils {
 // "…-BUILD" or "…-BUILD … NANO", as the tests write versions.
 int GetBuildNum(const std::string& version, int& build, int& nano) {
   Platform::Current().Note("build_num " + version);
+  build = 0;
+  nano = 0;
   const std::size_t hyphen = version.find('-');
   if (hyphen == std::string::npos) return -1;
   const char* end = version.data() + version.size();
   if (std::from_chars(version.data() + hyphen + 1, end, build).ec != std::errc()) return -1;
-  nano = 0;
   const std::size_t blank = version.rfind(' ');
   if (blank > hyphen && blank != std::string::npos) {
     std::from_chars(version.data() + blank + 1, end, nano);

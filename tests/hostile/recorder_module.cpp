@@ -45,4 +45,9 @@ __attribute__((
     visibility("default"))) extern const std::array<KALO::APIRow, kalo::hostile::kRows.size()>
     gTable;
 const std::array<KALO::APIRow, kalo::hostile::kRows.size()> gTable = MakeTable();
+
+__attribute__((visibility("default"))) const KALO::APIRow* GetAPITable();
+const KALO::APIRow* GetAPITable() {
+  return gTable.data();
+}
 }

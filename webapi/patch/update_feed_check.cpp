@@ -22,11 +22,11 @@ namespace {
 using PatchInfo = UpgradeHandler::PatchInfo;
 using UpdateNode = UpgradeHandler::UpdateNode;
 
-// Builds up to this one cannot take small updates.
+// Up to this build the regular check is not asked for small updates.
 constexpr int kLastWithoutSmallUpdates = 9354;
 constexpr std::string_view kSmallUpdateMark = " Update";
 
-// What one node is offered. The numbers of a text that is no version stay 0.
+// What one node is offered. The numbers of a text that is no version are 0.
 struct Offer {
   std::string version;
   int build = 0;

@@ -25,8 +25,10 @@ bool Parse(std::istream& stream, Json::Value& document) {
   stream.read(text.data(), static_cast<std::streamsize>(text.size()));
   text.resize(static_cast<std::size_t>(stream.gcount()));
   if (text.size() > kLargestDocument) return false;
+  // As the feed has always been read: what stands behind the document is not looked at.
   Json::CharReaderBuilder builder;
-  builder["failIfExtra"] = true;
+  builder["allowTrailingCommas"] = false;
+  builder["skipBom"] = false;
   std::istringstream source(text);
   try {
     return Json::parseFromStream(builder, source, &document, nullptr);

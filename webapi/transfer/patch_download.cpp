@@ -109,6 +109,8 @@ void RecordFailure(UpgradeHandler& handler, const std::string& version) {
     handler.ProgressToFile(paths::kDownloadProgress, "failed", 0);
   } catch (const std::exception& e) {
     Log(LOG_ERR, __LINE__, "Exception: %s", e.what());
+  } catch (...) {
+    Log(LOG_ERR, __LINE__, "Exception: unknown");
   }
   try {
     UpdateUtil::SendNotification(false, false, version);

@@ -5,11 +5,13 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <csignal>
+#include <exception>
 #include <map>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/core/key_value.h"
@@ -59,9 +61,6 @@ struct Numbers {
   int build = 0;
   int nano = 0;
 };
-
-// A version whose text cannot be read ends the check with an answer and a log line of its own.
-struct UnreadableVersion {};
 
 // The lowest version on the way to the highest one, and the nodes whose way leads over it.
 struct LowestStop {
@@ -140,8 +139,9 @@ struct Needs {
   std::vector<std::int32_t> small;
 };
 
-Needs Classify(UpgradeHandler& handler, const std::vector<int>& stop_nodes,
-               const std::vector<UpdateNode>& nodes, const Numbers& stop) {
+// @return empty, after a log line, when a node's version cannot be read.
+std::optional<Needs> Classify(UpgradeHandler& handler, const std::vector<int>& stop_nodes,
+                              const std::vector<UpdateNode>& nodes, const Numbers& stop) {
   Needs needs;
   for (const int id : stop_nodes) {
     for (const UpdateNode& node : nodes) {
@@ -150,7 +150,7 @@ Needs Classify(UpgradeHandler& handler, const std::vector<int>& stop_nodes,
       if (!handler.ParseVersion(node.GetFullVersion(), now.name, now.build, now.nano)) {
         Log(LOG_ERR, line::kBadNodeVersion, "Parse node %d current version %s fail", id,
             node.GetFullVersion().c_str());
-        throw UnreadableVersion();
+        return std::nullopt;
       }
       const bool lacks_build = now.build < stop.build;
       const bool lacks_nano = now.build == stop.build && now.nano < stop.nano;
@@ -161,34 +161,41 @@ Needs Classify(UpgradeHandler& handler, const std::vector<int>& stop_nodes,
   return needs;
 }
 
-Numbers Parse(UpgradeHandler& handler, const std::string& version, const char* name, int log_line) {
+// @return empty, after a log line, when the text cannot be read.
+std::optional<Numbers> Parse(UpgradeHandler& handler, const std::string& version, const char* name,
+                             int log_line) {
   Numbers numbers;
   if (!handler.ParseVersion(version, numbers.name, numbers.build, numbers.nano)) {
     Log(LOG_ERR, log_line, "Parse %s version %s fail", name, version.c_str());
-    throw UnreadableVersion();
+    return std::nullopt;
   }
   return numbers;
 }
 
 // Records what the stop nodes need.
-void Record(UpgradeHandler& handler, const std::vector<UpdateNode>& nodes, const LowestStop& stop,
+// @return false, after a log line, when a version cannot be read; nothing is recorded then.
+bool Record(UpgradeHandler& handler, const std::vector<UpdateNode>& nodes, const LowestStop& stop,
             const std::string& highest) {
-  const Numbers top = Parse(handler, highest, "highest_version", line::kBadHighest);
-  Numbers target = Parse(handler, stop.version, "min_upgrade_version", line::kBadLowestStop);
-  if (top.build == target.build) target.nano = top.nano;
-  const Needs needs = Classify(handler, stop.nodes, nodes, target);
+  const auto top = Parse(handler, highest, "highest_version", line::kBadHighest);
+  if (!top) return false;
+  auto target = Parse(handler, stop.version, "min_upgrade_version", line::kBadLowestStop);
+  if (!target) return false;
+  if (top->build == target->build) target->nano = top->nano;
+  const std::optional<Needs> needs = Classify(handler, stop.nodes, nodes, *target);
+  if (!needs) return false;
   UpgradeHandler::PatchInfo record;
-  record.available = !needs.full.empty();
+  record.available = !needs->full.empty();
   record.type = "hbx";
-  record.version = "VXM " + target.name + "-" + std::to_string(target.build);
-  record.build_num = target.build;
+  record.version = "VXM " + target->name + "-" + std::to_string(target->build);
+  record.build_num = target->build;
   // Written also when nobody needs it: it says so then.
-  handler.PatchAvailableToFile(needs.full, record, false);
-  if (needs.small.empty()) return;
+  handler.PatchAvailableToFile(needs->full, record, false);
+  if (needs->small.empty()) return true;
   record.available = true;
-  record.version = top.build == target.build ? highest : stop.version;
+  record.version = top->build == target->build ? highest : stop.version;
   record.type = "smallupdate";
-  handler.PatchAvailableToFile(needs.small, record, false);
+  handler.PatchAvailableToFile(needs->small, record, false);
+  return true;
 }
 
 Json::Value Describe(const LowestStop& stop) {
@@ -201,7 +208,7 @@ Json::Value Describe(const LowestStop& stop) {
   return data;
 }
 
-// Exceptions of the node list and of the version comparison pass through here.
+// Exceptions of the node list and of the version comparison pass through to PatchCheckEqual.
 void CheckEqual(UpgradeHandler& handler, const APIRequest& request, APIResponse& response) {
   const SDK::Upgrade::SystemUpdate unasked;
   const std::vector<int> ids = AskedNodes(request);
@@ -215,9 +222,7 @@ void CheckEqual(UpgradeHandler& handler, const APIRequest& request, APIResponse&
     response.SetSuccess(none);
     return;
   }
-  try {
-    Record(handler, nodes, stop, highest);
-  } catch (const UnreadableVersion&) {
+  if (!Record(handler, nodes, stop, highest)) {
     response.SetError(error::kGeneral, Json::Value());
     return;
   }

@@ -41,7 +41,8 @@ TEST(ModuleLoader, SaysWhatIsWrongWithATable) {
   const auto expect = [](const std::string& name, const std::string& cause) {
     EXPECT_EQ(ErrorOf(Variant(name)), Variant(name) + ": " + cause);
   };
-  expect("no_table", "exports no gTable");
+  expect("no_function", "exports no GetAPITable");
+  expect("no_table", "GetAPITable does not return an exported gTable");
   expect("odd_size", "gTable's size 40 is no multiple of 32");
   expect("empty", "gTable is empty");
   expect("null_name", "row 2: a name is null");

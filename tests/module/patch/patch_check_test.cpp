@@ -114,6 +114,7 @@ TEST_F(PatchCheckRequest, APromotionIsNotCalledAvailableAndAnnouncedWithoutAVers
                      R"("promotion":true,"promotion_version":"VXM 1.4.0-76000","type":"hbx"})");
   EXPECT_THAT(Lines("check"),
               ElementsAre("check /etc/kaloinfo.conf patch_check_notified_version="));
+  EXPECT_THAT(Lines("execl /usr/kalo/bin/kaloapp"), ElementsAre(kRaise));
   EXPECT_THAT(Lines("info_set"), ElementsAre("info_set patch_check_notified_version="));
 }
 

@@ -99,6 +99,13 @@ TEST_F(Groups, ListsModelsInOrderAndIdsAsGiven) {
                                          "get /etc.defaults/kaloinfo.conf unique 8192"));
 }
 
+TEST_F(Groups, TheCapIsInItsGroupWhereverItStands) {
+  platform.files["/etc.defaults/kaloinfo.conf"]["unique"] = "M1";
+  platform.AddNode(3, "M1", 1);
+  EXPECT_EQ(List({0, 3}), "M1:0,3,* ");
+  EXPECT_EQ(List({3, 0}), "M1:3,0,* ");
+}
+
 TEST_F(Groups, OnlyNode0NeedsNoNodeList) {
   platform.files["/etc.defaults/kaloinfo.conf"]["unique"] = "M1";
   EXPECT_EQ(List({0, 0}), "M1:0,0,* ");

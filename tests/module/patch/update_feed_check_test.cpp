@@ -101,6 +101,12 @@ TEST_F(UpdateFeedCheck, AtAnEqualBuildTheOfferIsHeldAgainstTheHighestOfTheMesh) 
   EXPECT_EQ(Lines("regular_check").size(), 1U);
 }
 
+TEST_F(UpdateFeedCheck, TheHighestOfTheMeshIsNotTheLastNode) {
+  AddNode(0, 9346, "VXM 1.3.1-9346 Update 4", 3);
+  AddNode(1, 9346, "VXM 1.3.1-9346 Update 2", 1);
+  EXPECT_TRUE(Check().over_version);  // newer than node 1, older than node 0
+}
+
 TEST_F(UpdateFeedCheck, WhatIsNotFoundIsNotOverVersion) {
   AddNode(0, 9350);
   platform.regular_offers["M1"] = {false, "hbx", "VXM 1.3.1-9340"};
@@ -167,6 +173,28 @@ TEST_F(UpdateFeedCheck, ASmallUpdateOfAnotherBuildIsAFullOne) {
   EXPECT_EQ(Key("avaliable_full"), "true");
   EXPECT_EQ(Key("patch_full"), "VXM 1.3.1-9346 Update 2");
   EXPECT_EQ(info.version, "VXM 1.3.1 Update 4");
+}
+
+TEST_F(UpdateFeedCheck, AnOlderFullUpdateReplacesASmallOne) {
+  AddNode(0, 9346, "VXM 1.3.1-9346 Update 1");
+  AddNode(1, 9300, "VXM 1.3.0-9340");
+  const PatchInfo info = Check();
+  EXPECT_EQ(info.version, "VXM 1.3.0-9340 Update 0");
+  EXPECT_EQ(Key("patch_full"), "VXM 1.3.0-9340");
+  EXPECT_EQ(Key("uniques_full"), "M2  1;");
+  EXPECT_EQ(Key("avaliable_nano"), "true");
+  EXPECT_EQ(Key("patch_nano"), "VXM 1.3.0-9340 Update 0");
+  EXPECT_EQ(Key("uniques_nano"), "M2  1;");
+}
+
+TEST_F(UpdateFeedCheck, TheFeedsNumbersReplaceThoseOfAnOfferThatIsNotNewer) {
+  AddNode(0, 76000, "VXM 1.4.0-76000");
+  FeedItem("VXM 1.4.0-76010", 76010);
+  EXPECT_EQ(Check().build_num, 76010);
+  FeedItem("whatever", 76010);
+  const PatchInfo info = Check();
+  EXPECT_EQ(info.version, "whatever Update 0");
+  EXPECT_EQ(info.build_num, 0);
 }
 
 TEST_F(UpdateFeedCheck, From76000OnItIsAPromotionWithoutASmallUpdate) {
@@ -294,6 +322,16 @@ TEST_F(ShouldUpdate, RecordsThePatchForThoseNodes) {
       info);
   EXPECT_EQ(Key("avaliable_full"), "true");
   EXPECT_EQ(Key("uniques_full"), "M2  3;");
+}
+
+TEST_F(ShouldUpdate, RecordsNoPromotionWhateverTheBuildIs) {
+  PatchInfo info;
+  info.available = true;
+  info.version = "VXM 1.4.0-76000";
+  info.build_num = 76000;
+  handler.PatchAvailableToFile(Json::Value(), info);
+  EXPECT_EQ(Key("avaliable_full"), "true");
+  EXPECT_EQ(Key("avaliable_promo"), "-");
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <ctime>
+
 #include "tests/module/patch/check_test.h"
 
 namespace KALO::MESH::Webapi {
@@ -54,6 +56,16 @@ TEST_F(UpdateFeed, IsAskedForModelBuildBetaAndGroup) {
   EXPECT_THAT(CheckLogs(), ElementsAre("7 Using default RSS server URL: "
                                        "https://update.kalo.example/autoupdate/v2/getList",
                                        "7 Fetching RSS V2 from URL: " + url));
+}
+
+TEST_F(UpdateFeed, TheFilesNameHoldsTheTime) {
+  const std::time_t before = std::time(nullptr);
+  (void)Check();
+  const std::string prefix = "/tmp/rss_v2_";
+  ASSERT_TRUE(fetched_file.starts_with(prefix));
+  const long seconds = std::stol(fetched_file.substr(prefix.size()));
+  EXPECT_GE(seconds, before);
+  EXPECT_LE(seconds, std::time(nullptr));
 }
 
 TEST_F(UpdateFeed, IsWhereTheConfigurationSays) {
@@ -120,6 +132,16 @@ TEST_F(UpdateFeed, AFetcherThatCouldNotBeRunIsNoOffer) {
   EXPECT_EQ(Cause(),
             "3 Failed to get RSS V2 with url: https://update.kalo.example/autoupdate/v2/getList"
             "?unique=M1&build_num=76000&include_beta=true&group_id=4");
+}
+
+TEST_F(UpdateFeed, AFetcherThatDiedLeavesNoFile) {
+  platform.on_program = [this](const std::vector<std::string>& words) {
+    if (words.front() != "/usr/kalo/bin/wget") return 0;
+    fetched_file = words.at(4);
+    std::ofstream(fetched_file) << "half a doc";
+    return -1;
+  };
+  (void)Check();
 }
 
 TEST_F(UpdateFeed, AFetcherThatFailedLeadsOnToItsFile) {
@@ -215,8 +237,8 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         Document{"Empty", "", kParse}, Document{"Garbage", "<html>", kParse},
         Document{"Half", R"({"channel":{"item":[)", kParse},
-        Document{"TrailingText", WithBuild("76010") + "x", kParse},
-        Document{"TwoDocuments", WithBuild("76010") + WithBuild("76010"), kParse},
+        Document{"ByteOrderMark", "\xEF\xBB\xBF" + WithBuild("76010"), kParse},
+        Document{"TrailingComma", R"({"channel":{"item":[1,]}})", kParse},
         Document{"TooDeep", std::string(2000, '[') + std::string(2000, ']'), kParse},
         Document{"TooLarge", std::string(10000000, ' ') + WithBuild("76010"), kParse},
         Document{"RootArray", "[]", kChannel}, Document{"RootText", R"("x")", kChannel},
@@ -262,6 +284,18 @@ TEST_F(UpdateFeed, ADocumentMayHaveOneMebibyte) {
   EXPECT_TRUE(Check().available);
   Feed(" " + blanks + item);
   EXPECT_EQ(Cause(), kParse);
+}
+
+TEST_F(UpdateFeed, WhatStandsBehindTheDocumentIsNotLookedAt) {
+  for (const std::string rest : {"x", "{}", "\n"}) {
+    Feed(WithBuild("76010") + rest);
+    EXPECT_TRUE(Check().available) << rest;
+  }
+}
+
+TEST_F(UpdateFeed, ABuildMayBeWrittenWithADecimalPoint) {
+  Feed(WithBuild("76010.0"));
+  EXPECT_TRUE(Check().available);
 }
 
 TEST_F(UpdateFeed, Build76000IsAccepted) {

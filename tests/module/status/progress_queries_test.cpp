@@ -34,6 +34,13 @@ TEST_P(DownloadProgress, AnAbsentVersionIsEmptyText) {
               fake::ElementsAre(R"(success {"percent":12,"status":"downloading","version":""})"));
 }
 
+TEST_P(DownloadProgress, AFileWithoutAStepIsNoneAndKeepsItsVersion) {
+  platform.files[kPath] = {{"version", "v"}};
+  Call(GetParam());
+  EXPECT_THAT(Answers(),
+              fake::ElementsAre(R"(success {"percent":0,"status":"none","version":"v"})"));
+}
+
 TEST_P(DownloadProgress, AVersionThatCannotBeReadFails) {
   platform.files[kPath] = {{"step", "downloading"}, {"percent", "12"}};
   platform.results["get /tmp/mesh_download version"] = -1;
@@ -152,9 +159,10 @@ TEST_F(UpdateProgress, Version2HasTheServicesTotal) {
 TEST_F(UpdateProgress, Version1AnswersAFailureOfTheServiceAtOnce) {
   platform.progress.code = 1;
   Call(WebapiUpgradeProgress);
-  EXPECT_THAT(Logs(), fake::ElementsAre("3 Progress from dbus error"));
-  EXPECT_THAT(Answers(), fake::ElementsAre("error 117 null"));
-  EXPECT_THAT(Lines("exec"), fake::IsEmpty());
+  EXPECT_THAT(Lines(),
+              fake::ElementsAre("client", "progress",
+                                fake::MatchesRegex("log 3 [0-9]+ Progress from dbus error"),
+                                "error 117 null"));
 }
 
 TEST_F(UpdateProgress, Version2FallsBackToTheNodeAndLogsAfterwards) {
@@ -203,6 +211,20 @@ TEST_F(UpdateProgress, AFallbackWithoutDataFails) {
   }
 }
 
+TEST_F(UpdateProgress, AFallbackWithAMemberOfTheWrongTypeFails) {
+  platform.progress.code = 1;
+  for (const char* data : {R"({"errno":"x"})", R"({"version":[]})", R"({"err_msg":{}})"}) {
+    platform.journal.Clear();
+    platform.exec_envelope = fake::FromText(std::string(R"({"success":true,"data":)") + data + "}");
+    Call(WebapiUpgradeProgressV2);
+    EXPECT_THAT(Logs(),
+                fake::ElementsAre("3 Progress from dbus error, fallback to KALO.Core.Upgrade",
+                                  ::testing::StartsWith("3 Exception: ")))
+        << data;
+    EXPECT_THAT(Answers(), fake::ElementsAre("error 117 null")) << data;
+  }
+}
+
 TEST_F(UpdateProgress, AnExceptionIsNoReasonToFallBack) {
   for (const auto entry : {WebapiUpgradeProgress, WebapiUpgradeProgressV2}) {
     platform.journal.Clear();
@@ -210,7 +232,7 @@ TEST_F(UpdateProgress, AnExceptionIsNoReasonToFallBack) {
     Call(entry);
     EXPECT_THAT(Logs(), fake::ElementsAre("3 Exception: bus gone"));
     EXPECT_THAT(Answers(), fake::ElementsAre("error 117 null"));
-    EXPECT_THAT(Lines("exec"), fake::IsEmpty());
+    EXPECT_THAT(Lines("call"), fake::IsEmpty());
   }
 }
 

@@ -7,6 +7,16 @@ namespace {
 
 using Status = MESH_UPGRADE_STATUS;
 
+// The numbers are part of the contract with who links the module.
+static_assert(sizeof(Status) == 4);
+static_assert(static_cast<int>(Status::NONE) == 0);
+static_assert(static_cast<int>(Status::READY_TO_UPGRADE) == 1);
+static_assert(static_cast<int>(Status::UPGRADING) == 2);
+static_assert(static_cast<int>(Status::DOWNLOADING) == 3);
+static_assert(static_cast<int>(Status::MESH_SYSTEM_ERROR) == 4);
+static_assert(static_cast<int>(Status::SYSTEM_BUSY) == 5);
+static_assert(static_cast<int>(Status::MESH_VERSION_NOT_EQUAL) == 6);
+
 class UpgradeStatus : public fake::ModuleTest {
  protected:
   void SetUp() override {
@@ -23,15 +33,17 @@ class UpgradeStatus : public fake::ModuleTest {
   void Offer(const std::string& key, const std::string& value = "true") {
     platform.files["/tmp/mesh_patch"][key] = value;
   }
-  std::string V1(const std::string& parameters = "{}") {
+  std::string Ask(KALO::APIHandler entry, const std::string& parameters) {
     platform.journal.Clear();
-    Call(WebapiUpgradeStatusV1, parameters);
+    Call(entry, parameters);
+    EXPECT_EQ(Answers().size(), 1U);
     return Answers().at(0);
   }
+  std::string V1(const std::string& parameters = "{}") {
+    return Ask(WebapiUpgradeStatusV1, parameters);
+  }
   std::string V2(const std::string& parameters = "{}") {
-    platform.journal.Clear();
-    Call(WebapiUpgradeStatusV2, parameters);
-    return Answers().at(0);
+    return Ask(WebapiUpgradeStatusV2, parameters);
   }
 };
 
@@ -195,6 +207,8 @@ TEST_F(UpgradeStatus, ReadyWithoutPatchInformationDegradesToNone) {
   }
   platform.files.erase("/tmp/mesh_patch");
   EXPECT_EQ(V1(), kNone);
+  EXPECT_THAT(Logs(), fake::ElementsAre(
+                          "4 READY_TO_UPGRADE but patch info unavailable, falling back to NONE"));
   platform.throwers["get /tmp/mesh_patch"] = fake::Throws(fake::NotStandard());
   EXPECT_EQ(V1(), kNone);
 }
@@ -243,6 +257,16 @@ TEST_F(UpgradeStatus, ABadProgressFileFails) {
   Upgrade("upgrading", "101");
   EXPECT_EQ(V1(), "error 117 null");
   EXPECT_EQ(V2(), "error 117 null");
+}
+
+TEST_F(UpgradeStatus, ABadDownloadFileFailsToo) {
+  Download("downloading", "101");
+  for (const auto entry : {WebapiUpgradeStatusV1, WebapiUpgradeStatusV2}) {
+    EXPECT_EQ(Ask(entry, "{}"), "error 117 null");
+    EXPECT_THAT(Logs(),
+                fake::ElementsAre("3 Invaild progress percentage [101] from /tmp/mesh_download",
+                                  "3 Exception: Invaild progress percentage"));
+  }
 }
 
 TEST_F(UpgradeStatus, MapsEachKindOfException) {

@@ -62,6 +62,13 @@ TEST_F(PatchCleanRequest, KeysThatAreNotThereAreOnlyLogged) {
   EXPECT_THAT(Answers(), ElementsAre("success null"));
 }
 
+TEST_F(PatchCleanRequest, OnlyANegativeResultOfARemovalIsAFailure) {
+  platform.results = {{"remove /tmp/mesh_patch patch_upload", 1},
+                      {"remove /tmp/mesh_patch uploaded_list", 1}};
+  Clean();
+  EXPECT_THAT(Logs(), ElementsAre());
+}
+
 TEST_F(PatchCleanRequest, NodesThatCannotBeAskedAreAFailure) {
   platform.throwers["send"] = fake::Throws(std::runtime_error("no credentials"));
   Clean();

@@ -94,12 +94,10 @@ TEST_F(DownloadStartRequest, TheChildDownloadsUploadsAndSaysSo) {
                   "set /tmp/mesh_upgrade step=ready_upgrade", "set /tmp/mesh_upgrade percent=0",
                   "notify success manual VXM 1.3.2-9400", "unlock 41"));
   EXPECT_THAT(Answers(), IsEmpty()) << "the child answers nothing";
-  std::vector<std::string> logs;
-  for (const std::string& line : Logs()) logs.push_back(line);
-  EXPECT_THAT(logs, ElementsAre("7 Start Download Patches, target version is [VXM 1.3.2-9400], "
-                                "base version is []",
-                                "7 Start Download Patch and Upload", "7 Start Upload Patch",
-                                "7 Start Download Patch and Upload", "7 Start Upload Patch"));
+  EXPECT_THAT(Logs(), ElementsAre("7 Start Download Patches, target version is [VXM 1.3.2-9400], "
+                                  "base version is []",
+                                  "7 Start Download Patch and Upload", "7 Start Upload Patch",
+                                  "7 Start Download Patch and Upload", "7 Start Upload Patch"));
 }
 
 TEST_F(DownloadStartRequest, OnlyANegativeResultOfTheVersionsWriteIsAFailure) {
@@ -128,6 +126,29 @@ TEST_F(DownloadStartRequest, TheSmallUpdateComesAfterTheFullOneAndOnTopOfIt) {
   EXPECT_THAT(Lines("notify"), ElementsAre("notify success manual VXM 1.3.2-9400 Update 2"));
 }
 
+// The group of the CAP goes last, and is asked for just like the others.
+TEST_F(DownloadStartRequest, TheGroupOfTheCapGetsTheSmallUpdateToo) {
+  Offer("full", "VXM 1.3.2-9400", "M1  0; M2  3;");
+  Offer("nano", "VXM 1.3.2-9400 Update 2", "M1  0; M2  3;");
+  Start();
+  EXPECT_THAT(Lines("job_set"), ElementsAre("job_set 4 0 0 0", "job_set 4 1 10 25",
+                                            "job_set 4 2 20 50", "job_set 4 3 30 75"));
+  EXPECT_THAT(
+      Lines("download"),
+      ElementsAre("download /volume1/@mesh_full manual", "download /volume1/@mesh_full manual",
+                  "download /volume1/@mesh_nano manual", "download /volume1/@mesh_nano manual"));
+  EXPECT_EQ(Lines("upload").back(),
+            R"(upload 0 KALO.Core.Upgrade.Patch upload 1 {"base_ver_num":"9400"} )"
+            "/store/M1_9400 Update 2");
+}
+
+TEST_F(DownloadStartRequest, TheGroupOfTheCapGetsThePromotionToo) {
+  Offer("promo", "VXM 1.4.0-76010", "M1  0; M2  3;");
+  Start(R"({"is_promotion":true})");
+  EXPECT_THAT(Lines("download"), ElementsAre("download /volume1/@mesh_full manual promotion",
+                                             "download /volume1/@mesh_full manual promotion"));
+}
+
 TEST_F(DownloadStartRequest, ASmallUpdateAloneHasNoBase) {
   Offer("nano", "VXM 1.3.1-9346 Update 2", "M2  3;");
   Start();
@@ -135,7 +156,6 @@ TEST_F(DownloadStartRequest, ASmallUpdateAloneHasNoBase) {
   EXPECT_THAT(Lines("upload"),
               ElementsAre(R"(upload 3 KALO.Core.Upgrade.Patch upload 1 {"base_ver_num":""} )"
                           "/store/M2_9346 Update 2"));
-  EXPECT_EQ(platform.files["/tmp/mesh_download"].count("version"), 0U) << "the child wrote it";
   EXPECT_THAT(Lines("set /tmp/mesh_download version"),
               ElementsAre("set /tmp/mesh_download version=VXM 1.3.1-9346 Update 2"));
 }
@@ -198,11 +218,23 @@ TEST_F(DownloadStartRequest, NothingAvailableAtAllChangesNothing) {
 
 TEST_F(DownloadStartRequest, WithoutCredentialsNothingIsRead) {
   Offer("full", "VXM 1.3.2-9400", "M2  3;");
-  platform.cred_result = 1;
+  for (const int result : {1, -1}) {
+    platform.journal.Clear();
+    platform.cred_result = result;
+    Call(WebapiUpgradeDownloadStart);
+    EXPECT_THAT(Answers(), ElementsAre("error 117 null"));
+    EXPECT_THAT(Logs(), ElementsAre("3 Exception: Fail to init kalocredential"));
+    EXPECT_THAT(Lines("get"), IsEmpty());
+  }
+}
+
+TEST_F(DownloadStartRequest, StoresThatCannotBeEmptiedOrWereThereAreTakenAsTheyAre) {
+  Offer("full", "VXM 1.3.2-9400", "M2  3;");
+  platform.on_program = [](const auto&) { return 1; };
+  platform.results["mkdirp /volume1/@mesh_full"] = 1;
+  platform.fork_result = 4711;
   Call(WebapiUpgradeDownloadStart);
-  EXPECT_THAT(Answers(), ElementsAre("error 117 null"));
-  EXPECT_THAT(Logs(), ElementsAre("3 Exception: Fail to init kalocredential"));
-  EXPECT_THAT(Lines("get"), IsEmpty());
+  EXPECT_THAT(Answers(), ElementsAre("success null"));
 }
 
 TEST_F(DownloadStartRequest, ABusyLockIsAGeneralFailureHere) {
@@ -212,6 +244,7 @@ TEST_F(DownloadStartRequest, ABusyLockIsAGeneralFailureHere) {
   EXPECT_THAT(Answers(), ElementsAre("error 117 null"));
   EXPECT_THAT(Logs(), ElementsAre("3 Exception: Get patch lock failed"));
   EXPECT_THAT(Lines("unlink"), IsEmpty());
+  EXPECT_THAT(Lines("unlock"), ElementsAre("unlock -1"));
 }
 
 struct Preparation {
@@ -227,9 +260,12 @@ TEST_P(FailingPreparation, FreesTheLockAndLeavesWhatWasDone) {
   Offer("full", "VXM 1.3.2-9400", "M2  3;");
   platform.results[GetParam().call] = -1;
   Call(WebapiUpgradeDownloadStart);
-  EXPECT_THAT(Answers(), ElementsAre("error 117 null"));
-  EXPECT_EQ(Logs().back(), std::string("3 Exception: ") + GetParam().cause);
-  EXPECT_THAT(Lines("unlock"), ElementsAre("unlock 41"));
+  EXPECT_THAT(
+      LinesFrom("unlock"),
+      ElementsAre("unlock 41",
+                  fake::MatchesRegex(std::string("log 3 [0-9]+ Exception: ") + GetParam().cause),
+                  "error 117 null"))
+      << "who asks at once is not refused by the lock of an answered request";
   EXPECT_THAT(Lines("fork"), IsEmpty());
 }
 
@@ -244,15 +280,15 @@ TEST_F(DownloadStartRequest, ExceptionsBeforeTheForkAreAnsweredAndFreeTheLock) {
   Offer("full", "VXM 1.3.2-9400", "M2  3;");
   platform.throwers["mkdirp"] = fake::Throws(WebapiParamException("bad"));
   Call(WebapiUpgradeDownloadStart);
-  EXPECT_THAT(Answers(), ElementsAre("error 403 null"));
-  EXPECT_EQ(Logs().back(), "3 Parameter Error: bad");
-  EXPECT_THAT(Lines("unlock"), ElementsAre("unlock 41"));
+  EXPECT_THAT(LinesFrom("unlock"),
+              ElementsAre("unlock 41", fake::MatchesRegex("log 3 [0-9]+ Parameter Error: bad"),
+                          "error 403 null"));
   platform.journal.Clear();
   platform.throwers["mkdirp"] = fake::Throws(fake::NotStandard());
   Call(WebapiUpgradeDownloadStart);
-  EXPECT_THAT(Answers(), ElementsAre("error 117 null"));
-  EXPECT_EQ(Logs().back(), "3 Exception: unknown");
-  EXPECT_THAT(Lines("unlock"), ElementsAre("unlock 41"));
+  EXPECT_THAT(LinesFrom("unlock"),
+              ElementsAre("unlock 41", fake::MatchesRegex("log 3 [0-9]+ Exception: unknown"),
+                          "error 117 null"));
 }
 
 TEST_F(DownloadStartRequest, AFailedForkIsAnsweredAndNothingElse) {
@@ -349,12 +385,39 @@ TEST_F(DownloadStartRequest, ATroubleInTheFailureItselfStillFreesTheLock) {
   EXPECT_EQ(logs.end()[-1], "3 Failed to send notification");
 }
 
+TEST_F(DownloadStartRequest, NoTroubleOfAnyTypeKeepsTheChildFromItsEnd) {
+  Offer("full", "VXM 1.3.2-9400", "M2  3;");
+  platform.download_result = false;
+  platform.throwers["set /tmp/mesh_download step=failed"] = fake::Throws(fake::NotStandard());
+  Start();
+  EXPECT_EQ(exit_status_, 0);
+  EXPECT_EQ(Lines("notify failure").size(), 1U);
+  EXPECT_EQ(Lines().back(), "unlock 41");
+}
+
 TEST_F(DownloadStartRequest, NodesThatCannotBeCleanedDoNotStopTheDownload) {
   Offer("full", "VXM 1.3.2-9400", "M2  3;");
   platform.throwers["send"] = fake::Throws(fake::NotStandard());
   Start();
   EXPECT_EQ(Logs().front(), "3 Failed to cleanup patchs");
   EXPECT_EQ(Lines("notify success").size(), 1U);
+}
+
+TEST_F(DownloadStartRequest, NodesThatCannotBeListedDoNotStopTheDownload) {
+  Offer("full", "VXM 1.3.2-9400", "");
+  platform.node_infos.code = 1;
+  Start();
+  EXPECT_THAT(Logs(), ElementsAre("3 Failed to get node infos", "3 Failed to cleanup patchs"));
+  EXPECT_THAT(Lines("set /tmp/mesh_upgrade step"),
+              ElementsAre("set /tmp/mesh_upgrade step=ready_upgrade"));
+}
+
+TEST_F(DownloadStartRequest, AHeldBackGroupWithoutNodesIsNotDownloaded) {
+  std::array<int, 4> job{};
+  std::vector<UpgradeHandler::UploadWork> works;
+  handler.DownloadPatches("VXM 1.3.2-9400", {{"M1", true, {0}}, {"M1", true, {}}}, false, "",
+                          job[0], job[1], job[2], job[3], works, false);
+  EXPECT_THAT(Lines("download"), IsEmpty()) << "of several groups of the CAP the last one counts";
 }
 
 class DownloadCancelRequest : public fake::ModuleTest {};

@@ -131,7 +131,8 @@ TEST_F(PatchUploadRequest, AWrongPatchIsRefused) {
   platform.patches[moved].valid = false;
   Upload();
   ExpectRefused("error 1003 null", logs);
-  EXPECT_EQ(Lines("unlink").front(), "unlink /up/A_new.pat");
+  EXPECT_THAT(Lines("unlink"), fake::ElementsAre("unlink /up/A_new.pat"))
+      << "what is no patch is the server's, as everything else of the request";
 }
 
 TEST_F(PatchUploadRequest, PatchesOfDifferentVersionsAreRefusedAndDeleted) {
@@ -161,11 +162,13 @@ TEST_F(PatchUploadRequest, ANodeIsOlderByBuildThenByNano) {
   platform.AddNode(0, "A", 76010, 1);
   platform.AddNode(1, "B", 76011, 0);
   platform.AddNode(2, "A", 76010, 3);
+  platform.AddNode(3, "A", 76000, 5);
+  Answer(3, R"({"success": true, "data": {}})");
   HandIn("A", 76010, 2);
   HandIn("B", 76010, 2);
   Upload();
   EXPECT_THAT(Lines("set /tmp/mesh_patch uploaded_list"),
-              fake::ElementsAre("set /tmp/mesh_patch uploaded_list= 0"));
+              fake::ElementsAre("set /tmp/mesh_patch uploaded_list= 0 3"));
 }
 
 TEST_F(PatchUploadRequest, ABusyLockKeepsTheFilesAndUnlocksNothing) {

@@ -77,14 +77,17 @@ TEST_F(EqualCheck, TheParameterIsReadFirstAndTheKeysGoBeforeTheNodesAreAsked) {
 TEST_F(EqualCheck, AskedNodesAreTakenInTheirOrder) {
   AddNode(0, "M1", kHigh);
   AddNode(3, "M2", kLow);
-  AddNode(5, "M2", kLow);
+  AddNode(5, "M3", kLow);
   platform.upgrade_paths[kLow] = {kHigh};
   EXPECT_EQ(Answer(R"({"nodes":[5,3]})"),
             R"(success {"available":true,"nodes":[3,5],"version":"VXM 1.4.2-76020"})")
       << "asked in the request's order, listed by ascending id";
   EXPECT_THAT(Lines("log 7 200"),
               ElementsAre("log 7 200 Get parameter 5", "log 7 200 Get parameter 3"));
-  EXPECT_EQ(Key("uniques_full"), "M2  3 5;");
+  EXPECT_THAT(Lines("upgrade_path"),
+              ElementsAre(std::string("upgrade_path ") + kHigh + " " + kLow + " M3",
+                          std::string("upgrade_path ") + kHigh + " " + kLow + " M2"));
+  EXPECT_EQ(Key("uniques_full"), "M2  3; M3  5;");
 }
 
 TEST_F(EqualCheck, AnythingButAnArrayWithIdsMeansTheCap) {
@@ -156,6 +159,17 @@ TEST_F(EqualCheck, TheLowestStopCollectsThoseWhoPassIt) {
   EXPECT_EQ(Key("uniques_full"), "M2  3 4;");
 }
 
+TEST_F(EqualCheck, ALowerStopForgetsThoseOfTheHigherOne) {
+  AddNode(0, "M1", kHigh);
+  AddNode(3, "M2", kMiddle);
+  AddNode(4, "M2", kLow);
+  platform.upgrade_paths[kMiddle] = {kHigh};
+  platform.upgrade_paths[kLow] = {kHigh, kMiddle, kHigh};
+  EXPECT_EQ(Answer(R"({"nodes":[3,4]})"),
+            R"(success {"available":true,"nodes":[4],"version":"VXM 1.4.1-76010"})");
+  EXPECT_EQ(Key("uniques_full"), "M2  4;");
+}
+
 TEST_F(EqualCheck, AWayThatPassesTheStopTwiceListsItsNodeTwice) {
   AddNode(0, "M1", kLow);
   AddNode(3, "M2", kHigh);
@@ -220,6 +234,17 @@ TEST_F(EqualCheck, TheHighestSmallNumberCountsForItsOwnBuild) {
   (void)Answer();
   EXPECT_EQ(Key("uniques_nano"), "M1  0;");
   EXPECT_EQ(Key("patch_nano"), "VXM 1.4.0-76000 Update 3");
+}
+
+TEST_F(EqualCheck, AFullPatchAndTheHighestSmallOne) {
+  AddNode(0, "M1", kLow);
+  AddNode(3, "M2", "VXM 1.4.1-76010 Update 2");
+  platform.upgrade_paths[kLow] = {kMiddle, "VXM 1.4.1-76010 Update 2"};
+  EXPECT_EQ(Answer(), R"(success {"available":true,"nodes":[0],"version":"VXM 1.4.1-76010"})");
+  EXPECT_EQ(Key("patch_full"), kMiddle);
+  EXPECT_EQ(Key("uniques_full"), "M1  0;");
+  EXPECT_EQ(Key("patch_nano"), "VXM 1.4.1-76010 Update 2");
+  EXPECT_EQ(Key("uniques_nano"), "M1  0;");
 }
 
 TEST_F(EqualCheck, FullAndSmallTogether) {

@@ -100,6 +100,19 @@ TEST_F(Precheck, ShowsTheLicenceInTheAskedLanguage) {
   ExpectEnd();
 }
 
+TEST_F(Precheck, WithoutALanguageTheLicenceIsShownInEnglish) {
+  statuses_[std::string(kUpdater) + " --should-show-eula"] = 1;
+  platform.program_output = "text";
+  (void)Answer(R"({"lang":3})");
+  EXPECT_THAT(Lines("popen"), ElementsAre("popen /tmp/patchtmp/updater r updater "
+                                          "--print-eula-content -l enu"));
+}
+
+TEST_F(Precheck, AnEmptyLanguageIsALanguageToo) {
+  (void)Answer(R"({"lang":""})");
+  EXPECT_THAT(Lines(), Contains("exec /tmp/patchtmp/updater -p -l "));
+}
+
 TEST_F(Precheck, TellsTheUpdatersFindings) {
   statuses_[std::string(kUpdater) + " -p"] = 1;
   report_ = {{"can_continue", "yes"}, {"leading_note", "Note"}, {"reason", "not enough memory"}};
@@ -130,8 +143,12 @@ TEST_F(Precheck, OnlyYesLetsTheUpgradeGoOn) {
 }
 
 TEST_F(Precheck, TheReportDecidesAndNotTheExitStatus) {
-  statuses_[std::string(kUpdater) + " -p"] = 3;
-  EXPECT_EQ(Answer(), R"(success {"eulacheck":false,"precheck":false})");
+  for (const int status : {3, -1}) {
+    platform.journal.Clear();
+    statuses_[std::string(kUpdater) + " -p"] = status;
+    EXPECT_EQ(Answer(), R"(success {"eulacheck":false,"precheck":false})");
+    EXPECT_THAT(Lines(), Contains("log 3 1562 Some customized reasons found by updater precheck"));
+  }
   platform.journal.Clear();
   statuses_.clear();
   report_ = {{"leading_note", "Note"}, {"reason", "why"}};
@@ -146,6 +163,15 @@ TEST_F(Precheck, AReportWithoutItsTextsIsAFailure) {
   ExpectFailure("Failed to get reason from");
   platform.journal.Clear();
   report_ = {{"leading_note", ""}, {"reason", "why"}};
+  ExpectFailure("Failed to get leading note");
+}
+
+TEST_F(Precheck, AReportWhoseTextsDoNotFitIsAFailure) {
+  report_ = {{"leading_note", "Note"}, {"reason", "why"}};
+  platform.results["get /run/customized_reason reason"] = -1;
+  ExpectFailure("Failed to get reason from");
+  platform.journal.Clear();
+  platform.results["get /run/customized_reason leading_note"] = -1;
   ExpectFailure("Failed to get leading note");
 }
 
@@ -198,6 +224,21 @@ TEST_F(Precheck, TheFirstHandedInPatchThatCanBeMovedIsTaken) {
   EXPECT_THAT(Lines("move"), ElementsAre("move /tmp/M1_VXM 1.4.0-76010.pat /tmp/FullUpgrade.pat",
                                          "move /tmp/M2_VXM 1.4.0-76010.pat /tmp/FullUpgrade.pat"));
   EXPECT_THAT(Lines("parse_patch"), ElementsAre("parse_patch /tmp/FullUpgrade.pat"));
+}
+
+TEST_F(Precheck, OnlyOneHandedInPatchIsMoved) {
+  HandIn("M1");
+  HandIn("M2");
+  (void)Answer();
+  EXPECT_THAT(Lines("move"), ElementsAre("move /tmp/M1_VXM 1.4.0-76010.pat /tmp/FullUpgrade.pat"));
+}
+
+TEST_F(Precheck, AHandedInPatchThatCannotBeMovedIsNone) {
+  HandIn("M2");
+  platform.stuck_files = {"/tmp/M2_VXM 1.4.0-76010.pat"};
+  EXPECT_EQ(Answer(), R"(success {"eulacheck":false,"precheck":false})");
+  EXPECT_THAT(Lines("log 6"), ElementsAre("log 6 1510 FullUpgrade.pat not found, treat as nano "
+                                          "precheck success"));
 }
 
 TEST_F(Precheck, AnyNameButAnEmptyOneIsLookedFor) {
@@ -255,12 +296,15 @@ TEST_F(Precheck, APatchThatCannotBeLookedAtIsAFailure) {
 }
 
 TEST_F(Precheck, AScratchFolderThatStaysIsOnlyLogged) {
-  statuses_["/bin/rm -rf"] = 1;
-  EXPECT_EQ(Answer(), R"(success {"eulacheck":false,"precheck":false})");
-  EXPECT_THAT(Lines("log 3"),
-              ElementsAre("log 3 1534 Failed to clean extract directory: /tmp/patchtmp",
-                          "log 3 1459 Failed to clean extract directory: /tmp/patchtmp"));
-  EXPECT_EQ(Lines().back(), "unlock 41");
+  for (const int status : {1, -1}) {
+    platform.journal.Clear();
+    statuses_["/bin/rm -rf"] = status;
+    EXPECT_EQ(Answer(), R"(success {"eulacheck":false,"precheck":false})");
+    EXPECT_THAT(Lines("log 3"),
+                ElementsAre("log 3 1534 Failed to clean extract directory: /tmp/patchtmp",
+                            "log 3 1459 Failed to clean extract directory: /tmp/patchtmp"));
+    EXPECT_EQ(Lines().back(), "unlock 41");
+  }
 }
 
 TEST_F(Precheck, WithoutAScratchFolderNothingIsUnpacked) {

@@ -30,13 +30,28 @@ TEST_F(Start, ARunningDownloadSetsTheCodeButTheLastAnswerWins) {
   EXPECT_EQ(Lines("start_update").size(), 1U);
 }
 
+TEST_F(Start, WhatComesAfterARunningDownloadIsTheAnswer) {
+  Download("downloading", "40");
+  platform.start_result = 1;
+  Call(WebapiUpgradeStart);
+  EXPECT_THAT(Answers(), fake::ElementsAre("error 5209 null", "error 9001 null"));
+  platform.journal.Clear();
+  platform.on_get_client = fake::Throws(std::runtime_error("no bus"));
+  Call(WebapiUpgradeStart);
+  EXPECT_THAT(Answers(), fake::ElementsAre("error 5209 null", "error 117 null"));
+}
+
 TEST_F(Start, OtherStepsLetItStart) {
-  for (const char* step : {"finished", "failed", "canceled", "downloading2", "none"}) {
+  for (const char* step : {"finished", "failed", "canceled", "downloading2", "none", ""}) {
     platform.journal.Clear();
     Download(step);
     Call(WebapiUpgradeStart);
     EXPECT_THAT(Answers(), fake::ElementsAre("success null")) << step;
   }
+  platform.journal.Clear();
+  platform.files["/tmp/mesh_download"] = {{"version", "v"}};
+  Call(WebapiUpgradeStart);
+  EXPECT_THAT(Answers(), fake::ElementsAre("success null")) << "no step";
 }
 
 TEST_F(Start, ABadProgressFileTakesTheSamePath) {

@@ -20,7 +20,7 @@ const char gTable[40] = {};
 #elif !defined(VARIANT_no_table)
 extern const KALO::APIRow gTable[];
 const KALO::APIRow gTable[] = {
-#if defined(VARIANT_good)
+#if defined(VARIANT_good) || defined(VARIANT_no_function)
     {"A.B", 1, "one", Answer},
     {"A.B", 2, "two", Answer},
 #elif defined(VARIANT_terminated)
@@ -44,5 +44,16 @@ const KALO::APIRow gTable[] = {
     {"A.B", 1, "one", KaloNowhereDefined},
 #endif
 };
+#endif
+
+#if !defined(VARIANT_no_function)
+const KALO::APIRow* GetAPITable();
+const KALO::APIRow* GetAPITable() {
+#if defined(VARIANT_no_table)
+  return reinterpret_cast<const KALO::APIRow*>(&GetAPITable);
+#else
+  return reinterpret_cast<const KALO::APIRow*>(gTable);
+#endif
+}
 #endif
 }

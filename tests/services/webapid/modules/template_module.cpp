@@ -213,4 +213,9 @@ const KALO::APIRow gTable[] = {
     {"KALO.Test", 1, "node_0", Echo},
     {"KALO.Test", 1, "nodes", Echo},
 };
+
+__attribute__((visibility("default"))) const KALO::APIRow* GetAPITable();
+const KALO::APIRow* GetAPITable() {
+  return gTable;
+}
 }
