@@ -63,8 +63,8 @@ void MeshCore::Reported(std::uint32_t id, std::uint64_t round,
 
 void MeshCore::StartAnswered(std::uint32_t id, const StartAnswer& answer, TimePoint now) {
   driver_.StartAnswered(id, answer, now);
-  // A node that could not be reached is told again at the next tick, not at once.
-  if (answer.outcome != StartOutcome::kUnreachable) Tick(now);
+  // A node that is to be told again is told so at the next tick, not at once.
+  if (answer.outcome != StartOutcome::kLater) Tick(now);
 }
 
 void MeshCore::RequestStart(StartReceiver receiver, TimePoint now) {
@@ -100,8 +100,11 @@ void MeshCore::Tick(TimePoint now) {
   if (pending_ && (pending_->missing.empty() || now >= pending_->until)) BeginPending();
   const std::vector<std::uint32_t> starts = driver_.Step(now);
   // On disk first: after a restart in between, a node must be known to have been told.
-  static_cast<void>(store_.Save(driver_.Record()));
-  for (const std::uint32_t id : starts) commands_.Start(id);
+  if (store_.Save(driver_.Record())) {
+    for (const std::uint32_t id : starts) commands_.Start(id);
+  } else {
+    driver_.NotTold(starts);
+  }
   history_.Note(driver_.Record(), Seconds());
   keeper_.Keep(driver_.Record());
 }

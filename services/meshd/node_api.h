@@ -7,11 +7,15 @@
 
 namespace kalo::meshd {
 
-enum class StartOutcome { kAccepted, kRefused, kUnreachable };
+enum class StartOutcome {
+  kAccepted,
+  kRefused,
+  kLater  ///< nothing was heard of the node, or it is busy for a moment: it is to be told again
+};
 
 /// A node's answer to `start`.
 struct StartAnswer {
-  StartOutcome outcome = StartOutcome::kUnreachable;
+  StartOutcome outcome = StartOutcome::kLater;
   std::int32_t error_number = 0;  ///< the node's, with kRefused
 };
 

@@ -8,14 +8,12 @@
 #include "host/core/log.h"
 #include "services/meshd/update_failure.h"
 #include "services/meshd/update_progress.h"
+#include "services/node/error_codes.h"
 
 namespace kalo::meshd {
 namespace {
 
 using mesh::MeshCode;
-
-// The node's own word for "I am at it already".
-constexpr std::int32_t kInstallRunning = 5220;
 
 bool IsWorking(const UpdateNode& node) {
   return node.stage == NodeStage::kStarting || node.stage == NodeStage::kInstalling;
@@ -143,6 +141,11 @@ void UpdateDriver::ObservedInstalling(UpdateNode& node, const NodeReport& report
   node.old_failure = false;
   // "finish" in the old boot tells of an earlier installation.
   if (StepRank(install.step) < 0 || install.step == "finish") return;
+  // A slow node is not given up as long as it gets on.
+  if (std::pair(StepRank(install.step), install.percent) >
+      std::pair(StepRank(node.step), node.percent)) {
+    waits_[node.id].since = now;
+  }
   node.step = install.step;
   node.percent = install.percent;
 }
@@ -153,7 +156,7 @@ void UpdateDriver::StartAnswered(std::uint32_t id, const StartAnswer& answer, Ti
   waits_[id].called = false;
   if (node->stage != NodeStage::kStarting) return;
   const bool at_it =
-      answer.outcome == StartOutcome::kRefused && answer.error_number == kInstallRunning;
+      answer.outcome == StartOutcome::kRefused && answer.error_number == node::error::kInstalling;
   if (answer.outcome == StartOutcome::kAccepted || at_it) {
     Enter(*node, NodeStage::kInstalling, now);
     node->step = "preparing";
@@ -163,6 +166,10 @@ void UpdateDriver::StartAnswered(std::uint32_t id, const StartAnswer& answer, Ti
     Fail(*node, StartRefused(*node, answer.error_number));
   }
   RefreshShown(record_);
+}
+
+void UpdateDriver::NotTold(const std::vector<std::uint32_t>& ids) {
+  for (const std::uint32_t id : ids) waits_[id].called = false;
 }
 
 void UpdateDriver::EndLateStages(TimePoint now) {

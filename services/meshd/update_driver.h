@@ -15,8 +15,9 @@ namespace kalo::meshd {
 
 /// How long the driver waits.
 struct UpdateTiming {
-  std::chrono::milliseconds start{60000};     ///< for a node to take the order to install
-  std::chrono::milliseconds install{180000};  ///< for the new boot after that
+  std::chrono::milliseconds start{60000};  ///< for a node to take the order to install
+  /// for a sign that the installation goes on: another step, a higher percentage, the new boot
+  std::chrono::milliseconds install{180000};
   /// for a node's new installer to replace the report of an earlier failure
   std::chrono::milliseconds old_failure{10000};
 };
@@ -53,8 +54,10 @@ class UpdateDriver {
   void StartAnswered(std::uint32_t id, const StartAnswer& answer, TimePoint now);
 
   /// Ends waits that are over and gives the next nodes their turn.
-  /// @return the nodes to tell now; each one's StartAnswered follows.
+  /// @return the nodes to tell now; each one's StartAnswered follows, or they stand in NotTold.
   [[nodiscard]] std::vector<std::uint32_t> Step(TimePoint now);
+  /// Those that Step named could not be told; the next Step names them again.
+  void NotTold(const std::vector<std::uint32_t>& ids);
 
   [[nodiscard]] bool Running() const { return record_.state == UpdateState::kRunning; }
   [[nodiscard]] const UpdateRecord& Record() const { return record_; }

@@ -1,13 +1,12 @@
 #include "services/meshd/update_failure.h"
 
 #include "host/mesh/wire.h"
+#include "services/node/error_codes.h"
 
 namespace kalo::meshd {
 namespace {
 
 using mesh::UpdateError;
-
-constexpr std::int32_t kNothingStaged = 5225;
 
 NodeError Failure(const UpdateNode& node, std::int32_t number, const std::string& what,
                   const std::string& why) {
@@ -47,7 +46,7 @@ NodeError StartRefused(const UpdateNode& node, std::int32_t error_number) {
   const std::int32_t number =
       error_number != 0 ? error_number : static_cast<std::int32_t>(UpdateError::kStartRefused);
   return Failure(node, number, "refused to install",
-                 error_number == kNothingStaged
+                 error_number == node::error::kNothingStaged
                      ? "no patch is staged on it any more"
                      : "it answered with error " + std::to_string(error_number));
 }

@@ -5,6 +5,7 @@
 #include <exception>
 
 #include "host/core/log.h"
+#include "services/node/error_codes.h"
 
 namespace kalo::meshd {
 namespace {
@@ -67,6 +68,7 @@ StartAnswer WebNodeApi::Start() {
         client->Call(node_, kApi, kApiVersion, "start", Json::objectValue, kStartDeadline);
     if (!response.IsValid()) return {};
     if (response.IsSuccess()) return {StartOutcome::kAccepted, 0};
+    if (response.GetErrno() == node::error::kBusy) return {};
     return {StartOutcome::kRefused, response.GetErrno()};
   } catch (const NodeUnreachable& e) {
     Log(LOG_WARNING, "node %d: start: %s", node_.node_id, e.what());

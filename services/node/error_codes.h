@@ -13,5 +13,6 @@ inline constexpr int kNothingStaged = 5225;
 inline constexpr int kCannotStage = 5226;
 inline constexpr int kNoFile = 5227;
 inline constexpr int kOtherBase = 5228;
+inline constexpr int kBusy = 5229;
 
 }  // namespace kalo::node::error

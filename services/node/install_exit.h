@@ -6,7 +6,7 @@ namespace kalo::node {
 enum InstallExit : int {
   kOk = 0,
   kFailed = 1,
-  kBusy = 3,  ///< an installation is running
+  kBusy = 3,  ///< an installation is running, or something else that it must not disturb
 };
 
 }  // namespace kalo::node

@@ -10,12 +10,14 @@
 #include <exception>
 #include <iostream>
 #include <optional>
+#include <string>
 
 #include "host/core/file_lock.h"
 #include "host/core/log.h"
 #include "host/core/spawn.h"
 #include "platform/paths.h"
 #include "services/node/boot_result.h"
+#include "services/node/error_codes.h"
 #include "services/node/install_exit.h"
 #include "services/node/install_report.h"
 #include "services/node/installer.h"
@@ -34,15 +36,37 @@ int Restart() {
   return InstallExit::kOk;
 }
 
+// Everything is installed: whoever follows it must hear that only the restart is missing.
+void ReportNoRestart(const std::string& version) {
+  kalo::node::InstallReport report;
+  report.step = "failed";
+  report.version = version;
+  report.error_number = kalo::node::error::kGeneral;
+  report.err_desc = "the node cannot be restarted";
+  report.err_msg = std::string(KALO::paths::kRebootProgram) + " could not be run";
+  if (!kalo::node::WriteInstallReport(report)) {
+    kalo::Log(LOG_ERR, "install: the report cannot be written");
+  }
+}
+
 int InstallAndRestart() {
+  // What is installed already waits for its restart, which may not have come the first time.
+  const bool is_installed = kalo::slots::IsTrialOpen();
   kalo::node::Installer installer;
-  return installer.Run() ? Restart() : InstallExit::kFailed;
+  if (!is_installed && !installer.Run()) return InstallExit::kFailed;
+  const int result = Restart();
+  if (result != InstallExit::kOk) ReportNoRestart(kalo::slots::ReadState().version);
+  return result;
 }
 
 // Returns as soon as the installation holds the lock; it goes on in a session of its own.
 int Start(bool foreground) {
   const std::optional<kalo::FileLock> lock = kalo::FileLock::TryTake(KALO::paths::kInstallLock);
   if (!lock) return errno == EWOULDBLOCK ? InstallExit::kBusy : InstallExit::kFailed;
+  if (kalo::slots::ReadState().trial == kalo::slots::Trial::kBooted) {
+    kalo::Log(LOG_ERR, "install: the version that runs is not confirmed yet");
+    return InstallExit::kBusy;
+  }
   if (foreground) return InstallAndRestart();
   kalo::node::InstallReport report;
   report.step = "preparing";

@@ -73,7 +73,7 @@ bool Installer::Run() {
     WriteConfiguration();
     what = "making the new version the next boot's";
     Enter("start_service", kServiceAt);
-    Activate();
+    slots::ActivateForTrial(staged_.description.version);
     Enter("reboot", kRebootAt);
     return true;
   } catch (const patch::PatchError& e) {
@@ -103,7 +103,7 @@ void Installer::Check() {
 }
 
 void Installer::WritePrograms() {
-  fs::remove_all(slot_);
+  slots::Discard(slot_);
   fs::remove_all(SmallFolder(slot_));
   fs::create_directory(slot_);
   const std::uint64_t copied = staged_.full.empty() ? SizeOf(slots::ActiveSlot()) : 0;
@@ -157,15 +157,12 @@ void Installer::WriteConfiguration() {
   if (access((slot_ / "sbin/webapid").c_str(), X_OK) != 0) {
     throw std::runtime_error("the patch brings no server: sbin/webapid is missing");
   }
-  // Last of all: a slot with a version file counts as a firmware.
+  // Last of all, and when everything else is on the disk: a slot with a version file counts as a
+  // firmware.
+  sync();
   if (!WriteFileAtomic(slot_ / "VERSION", patch::WriteDescription(staged_.description), 0644)) {
     throw std::system_error(errno, std::generic_category(), "writing VERSION");
   }
-}
-
-void Installer::Activate() {
-  sync();
-  slots::ActivateForTrial(staged_.description.version);
 }
 
 void Installer::Enter(const char* step, std::int32_t percent) {

@@ -26,7 +26,6 @@ class Installer {
   void Extract(const std::string& patch, const std::filesystem::path& folder);
   void AddSmallUpdate();
   void WriteConfiguration();
-  void Activate();
   void Enter(const char* step, std::int32_t percent);
   void Advance(std::int32_t percent);
   void Fail(const char* what, const std::string& why, int error_number);

@@ -16,6 +16,7 @@
 #include "platform/paths.h"
 #include "services/node/error_codes.h"
 #include "services/node/install_exit.h"
+#include "services/node/install_report.h"
 #include "services/node/node_info.h"
 #include "services/node/slots.h"
 #include "services/node/stage.h"
@@ -29,11 +30,22 @@ void Refuse(KALO::APIResponse& response, int code, const std::string& why) {
   response.SetError(code, Json::Value());
 }
 
+// Whoever gives the order to install again, as its answer was lost, must be able to tell the
+// installation that he asked for from anything else that is over in a moment.
+void RefuseWhileBusy(KALO::APIResponse& response) {
+  const std::string step = ReadInstallReport().step;
+  if (step == "none" || step == "failed" || step == "finish") {
+    return Refuse(response, error::kBusy,
+                  "a patch is being handed in or dropped, or a boot judged");
+  }
+  Refuse(response, error::kInstalling, "an installation is running");
+}
+
 // Staging and installing keep each other out by the install lock.
 std::optional<FileLock> KeepInstallerOut(KALO::APIResponse& response) {
   auto lock = FileLock::TryTake(KALO::paths::kInstallLock);
   if (!lock && errno == EWOULDBLOCK) {
-    Refuse(response, error::kInstalling, "an installation is running");
+    RefuseWhileBusy(response);
   } else if (!lock) {
     Refuse(response, error::kGeneral,
            std::string("cannot take ") + KALO::paths::kInstallLock + ": " +
@@ -149,9 +161,7 @@ void StartInstall(const KALO::APIRequest& /*request*/, KALO::APIResponse& respon
   const pid_t pid = Spawn({KALO::paths::kInstallerProgram, "start"});
   const int status = pid < 0 ? -1 : WaitForExit(pid);
   if (status == InstallExit::kOk) return response.SetSuccess(Json::Value());
-  if (status == InstallExit::kBusy) {
-    return Refuse(response, error::kInstalling, "an installation is running");
-  }
+  if (status == InstallExit::kBusy) return RefuseWhileBusy(response);
   Refuse(response, error::kGeneral,
          std::string(KALO::paths::kInstallerProgram) + " ended with " + std::to_string(status));
 }

@@ -93,13 +93,17 @@ void WriteState(const State& state) {
     ThrowErrno("writing " + StateFile().string());
 }
 
+void SyncFolder(const fs::path& path) {
+  const UniqueFd folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!folder || fsync(folder.Get()) != 0) ThrowErrno("syncing " + path.string());
+}
+
 void FlipLink(const std::string& slot) {
   const fs::path next = Folder() / "current.next";
   if (unlink(next.c_str()) != 0 && errno != ENOENT) ThrowErrno("removing " + next.string());
   if (symlink(slot.c_str(), next.c_str()) != 0) ThrowErrno("making " + next.string());
   if (rename(next.c_str(), Link().c_str()) != 0) ThrowErrno("flipping " + Link().string());
-  const UniqueFd folder(open(Folder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!folder || fsync(folder.Get()) != 0) ThrowErrno("syncing " + Folder().string());
+  SyncFolder(Folder());
 }
 
 void FailTrial(State state, const std::string& failure) {
@@ -164,6 +168,18 @@ fs::path InactiveSlot() {
   return Folder() / Other(ActiveSlot().filename().string());
 }
 
+void Discard(const fs::path& slot) {
+  if (fs::remove(slot / "VERSION")) SyncFolder(slot);
+  fs::remove_all(slot);
+}
+
+bool IsTrialOpen() {
+  const State state = ReadState();
+  // Armed with the old link is an activation that broke off: nothing of it runs.
+  return state.trial == Trial::kBooted ||
+         (state.trial == Trial::kArmed && LinkedSlot() != state.previous);
+}
+
 void ActivateForTrial(const std::string& version) {
   const std::string active = ActiveSlot().filename();
   WriteState({Trial::kArmed, active, version, ""});
@@ -180,6 +196,10 @@ void EndTrial() {
 bool FallBack(const std::string& failure) {
   const State state = ReadState();
   if (state.trial != Trial::kBooted) return false;
+  if (!HoldsFirmware(state.previous)) {
+    Log(LOG_ERR, "slots: no way back: slot %s holds no firmware", state.previous.c_str());
+    return false;
+  }
   FailTrial(state, failure);
   return true;
 }

@@ -39,6 +39,16 @@ struct State {
 /// @return the slot that an installation may write; it may not exist yet.
 [[nodiscard]] std::filesystem::path InactiveSlot();
 
+/// Removes what lies in a slot. At no moment on its way does the rest count as a firmware, not even
+/// after a power cut.
+/// @throws std::system_error
+void Discard(const std::filesystem::path& slot);
+
+/// Whether the node runs a version that was not confirmed yet, or waits for the restart into one.
+/// Both slots are needed then, the one that runs and the one that the link names or the way back:
+/// neither may be written.
+[[nodiscard]] bool IsTrialOpen();
+
 /// Makes the inactive slot the one that the next boot tries. The slot is on the disk already.
 /// @throws std::system_error; the active slot then stays the next boot's.
 void ActivateForTrial(const std::string& version);
@@ -47,8 +57,9 @@ void ActivateForTrial(const std::string& version);
 /// @throws std::system_error
 void EndTrial();
 
-/// Goes back to the previous slot, if a trial is running; the next boot shows it.
-/// @return whether a trial was running.
+/// Goes back to the previous slot, if a trial is running and the slot holds a firmware; the next
+/// boot shows it.
+/// @return whether it went back.
 /// @throws std::system_error
 bool FallBack(const std::string& failure);
 

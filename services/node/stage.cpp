@@ -118,10 +118,11 @@ void Stage(const std::string& path, const patch::PatchDescription& description,
   const fs::path target = Place::Path(place.patch);
   SyncFile(path);
   if (rename(path.c_str(), target.c_str()) != 0) ThrowErrno("moving " + path);
+  if (!small && NodeId() == 0) WriteLocator();
+  // From here on it is staged.
   if (!WriteFileAtomic(Place::Path(place.info), info.Text(), 0600)) {
     ThrowErrno("writing " + Place::Path(place.info).string());
   }
-  if (!small && NodeId() == 0) WriteLocator();
 }
 
 void RemoveStaged() {

@@ -36,6 +36,7 @@ constexpr std::array kRows = {
     Row{5226, 200, "The patch could not be staged on this node."},
     Row{5227, 200, "The request carries no patch file."},
     Row{5228, 200, "The small update applies on another version than this node runs or holds."},
+    Row{5229, 200, "The node is busy with a patch; please try again in a moment."},
     Row{7001, 400, "The request is malformed."},
     Row{7002, 404, "There is no such API, version or method."},
     Row{7003, 401, "Please sign in first."},

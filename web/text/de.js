@@ -219,6 +219,8 @@ export default {
   "error.5227.do": "Wählen Sie die Dateien noch einmal.",
   "error.5228": "Das kleine Update gehört zu einer anderen Version, als ein Knoten hat.",
   "error.5228.do": "Installieren Sie zuerst die vollständige Version.",
+  "error.5229": "Ein Knoten ist gerade mit einem Patch beschäftigt.",
+  "error.5229.do": "Versuchen Sie es gleich noch einmal.",
   "error.7001": "Der Router hat die Anfrage dieser Seite nicht verstanden.",
   "error.7001.do": "Laden Sie diese Seite neu.",
   "error.7002": "Der Router kennt diese Funktion nicht.",

@@ -219,6 +219,8 @@ export default {
   "error.5227.do": "Choose the files again.",
   "error.5228": "The small update belongs to another version than a node runs.",
   "error.5228.do": "Install the full version first.",
+  "error.5229": "A node is busy with a patch.",
+  "error.5229.do": "Try again in a moment.",
   "error.7001": "The router did not understand this page's request.",
   "error.7001.do": "Load this page again.",
   "error.7002": "The router does not know this function.",

@@ -134,6 +134,21 @@ TEST_F(MeshCoreTest, ANodeIsOnDiskAsToldBeforeItIsTold) {
   EXPECT_EQ(UpdateStore(kFolder).Load().nodes.at(0).stage, NodeStage::kStarting);
 }
 
+// After the CAP's own restart it would be told once more, and refuse.
+TEST_F(MeshCoreTest, ANodeIsNotToldAsLongAsThatCannotBeOnDisk) {
+  for (const std::uint32_t id : {3U, 0U}) nodes_[id].Stage(kNewVersion);
+  Request();
+  Report(1);
+  core_->StartAnswered(3, {StartOutcome::kAccepted, 0}, now_);
+  fs::remove_all(kFolder);
+  nodes_[3].Boot(kNewVersion);
+  Report(2);
+  EXPECT_THAT(commands_.starts, ElementsAre(3));
+  fs::create_directories(kFolder);
+  core_->Tick(now_ += 1s);
+  EXPECT_THAT(commands_.starts, ElementsAre(3, 0));
+}
+
 TEST_F(MeshCoreTest, AnUnreachableNodeIsToldAgainAtTheNextTickOnly) {
   nodes_[3].Stage(kNewVersion);
   Request();

@@ -228,6 +228,34 @@ TEST_F(UpdateDriverTest, ANodeThatNeverComesBackFailsAtTheDeadline) {
   EXPECT_THAT(driver_->Record().nodes[3].error.message, HasSubstr("its last step was reboot"));
 }
 
+TEST_F(UpdateDriverTest, ASlowNodeIsNotGivenUpAsLongAsItGetsOn) {
+  ASSERT_EQ(Begin(), MeshCode::kOk);
+  Beat();
+  for (int percent = 1; percent <= 5; ++percent) {
+    Pass(170s);
+    nodes_[3].Report("updating_programs", percent);
+    Beat();
+    EXPECT_EQ(StageOf(3), NodeStage::kInstalling) << percent;
+  }
+  Pass(170s);
+  nodes_[3].Report("updating_configurations", 0);
+  Beat();
+  Pass(170s);
+  Beat();
+  EXPECT_EQ(StageOf(3), NodeStage::kInstalling);
+  Pass(10s);
+  Beat();
+  EXPECT_EQ(StageOf(3), NodeStage::kFailed) << "saying the same again is not getting on";
+}
+
+TEST_F(UpdateDriverTest, WhoWasNotToldAfterAllIsNamedAgain) {
+  ASSERT_EQ(Begin(), MeshCode::kOk);
+  ASSERT_THAT(driver_->Step(now_), ElementsAre(3));
+  EXPECT_THAT(driver_->Step(now_), IsEmpty());
+  driver_->NotTold({3});
+  EXPECT_THAT(driver_->Step(now_), ElementsAre(3));
+}
+
 TEST_F(UpdateDriverTest, ANodeThatCannotBeToldIsToldAgainUntilTheDeadline) {
   ASSERT_EQ(Begin(), MeshCode::kOk);
   nodes_[3].SetReachable(false);

@@ -4,6 +4,8 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdlib>
+
 #include "platform/paths.h"
 #include "services/node/boot_result.h"
 #include "services/node/error_codes.h"
@@ -121,6 +123,24 @@ TEST_F(Installing, AChangedSmallUpdateFailsTheWholeInstallation) {
   EXPECT_FALSE(Installer().Run());
   EXPECT_EQ(ReadInstallReport().error_number, error::kNotVerified);
   ExpectOldVersionStays();
+}
+
+// The restart may fail, or take a while: what runs must not be written over meanwhile.
+TEST_F(Installing, AMissingRestartIsToldAndTriedAgainWithoutInstallingAgain) {
+  constexpr const char* kInstall = KALO_INSTALL " start --foreground";
+  StageNext();
+  WriteText(KALO::paths::kRebootProgram, "#!/bin/sh\nexit 1\n");
+  fs::permissions(KALO::paths::kRebootProgram, fs::perms(0755));
+  WriteText(kFolder / "a/mark", "runs");
+  EXPECT_NE(std::system(kInstall), 0);
+  EXPECT_EQ(ReadInstallReport().step, "failed");
+  EXPECT_EQ(ReadInstallReport().version, kNext);
+  EXPECT_EQ(ReadInstallReport().err_desc, "the node cannot be restarted");
+  WriteText(KALO::paths::kRebootProgram, "#!/bin/sh\ntouch /tmp/restarted\n");
+  EXPECT_EQ(std::system(kInstall), 0);
+  EXPECT_TRUE(fs::exists("/tmp/restarted"));
+  EXPECT_TRUE(fs::exists(kFolder / "a/mark"));
+  EXPECT_EQ(slots::ActiveSlot(), kFolder / "b");
 }
 
 TEST_F(Installing, NothingStagedFails) {

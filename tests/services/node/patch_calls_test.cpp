@@ -5,6 +5,7 @@
 #include "host/core/file_lock.h"
 #include "platform/paths.h"
 #include "services/node/error_codes.h"
+#include "services/node/installer.h"
 #include "services/node/node_info.h"
 #include "services/node/stage.h"
 #include "tests/services/node/support.h"
@@ -96,9 +97,28 @@ TEST_F(PatchCalls, ASmallUpdateWithoutItsBaseIsRefused) {
 TEST_F(PatchCalls, AnInstallationKeepsThemOut) {
   const std::string path = MakePatch(kNext);
   const auto installer = FileLock::TryTake(KALO::paths::kInstallLock);
+  ASSERT_TRUE(WriteInstallReport({"updating_programs", 30, kNext, 0, "", ""}));
   EXPECT_EQ(Upload(path).ErrorCode(), error::kInstalling);
   EXPECT_EQ(Call(CleanPatch).ErrorCode(), error::kInstalling);
   EXPECT_TRUE(fs::exists(path));
+}
+
+TEST_F(PatchCalls, WhatElseHoldsTheLockIsNoInstallation) {
+  const std::string path = MakePatch(kNext);
+  const auto other = FileLock::TryTake(KALO::paths::kInstallLock);
+  for (const char* step : {"none", "failed", "finish"}) {
+    ASSERT_TRUE(WriteInstallReport({step, 0, "", 0, "", ""}));
+    EXPECT_EQ(Upload(path).ErrorCode(), error::kBusy) << step;
+    EXPECT_EQ(Call(CleanPatch).ErrorCode(), error::kBusy) << step;
+  }
+}
+
+TEST_F(PatchCalls, APatchWhoseLocatorCannotBeWrittenIsNotStaged) {
+  WriteText("/etc/kalo/node.conf", "id=\"0\"\nname=\"Hall\"\n");
+  fs::create_directory(KALO::paths::kFullPatchLocator);
+  EXPECT_EQ(Upload(MakePatch(kNext)).ErrorCode(), error::kCannotStage);
+  fs::remove(KALO::paths::kFullPatchLocator);
+  EXPECT_FALSE(ReadStaged().has_value());
 }
 
 TEST_F(PatchCalls, CleanDropsTheStagedPatchAndTheLocatorAndNothingElse) {
@@ -152,7 +172,19 @@ TEST_F(PatchCalls, StartTellsThatOneRuns) {
   ASSERT_TRUE(Upload(MakePatch(kNext)).IsSuccess());
   fs::create_symlink(KALO_INSTALL, KALO::paths::kInstallerProgram);
   const auto installer = FileLock::TryTake(KALO::paths::kInstallLock);
+  EXPECT_EQ(Call(StartInstall).ErrorCode(), error::kBusy);
+  ASSERT_TRUE(WriteInstallReport({"updating_programs", 30, kNext, 0, "", ""}));
   EXPECT_EQ(Call(StartInstall).ErrorCode(), error::kInstalling);
+}
+
+// The slot that does not run is the way back.
+TEST_F(PatchCalls, NothingIsInstalledBeforeTheLastOneIsConfirmed) {
+  fs::create_symlink(KALO_INSTALL, KALO::paths::kInstallerProgram);
+  ASSERT_TRUE(Upload(MakePatch(kNext)).IsSuccess());
+  ASSERT_TRUE(Installer().Run());
+  Boot();
+  EXPECT_EQ(Call(StartInstall).ErrorCode(), error::kBusy);
+  EXPECT_TRUE(fs::exists("/volume1/@slots/a/VERSION"));
 }
 
 TEST_F(PatchCalls, InfoTellsWhoTheNodeIsAndWhatIsStaged) {
@@ -172,7 +204,7 @@ TEST_F(PatchCalls, ANodeThatDoesNotKnowItselfSaysSo) {
   for (const char* path : {"/etc/kalo/node.conf", "/run/boot_id", "/usr/kalo/VERSION"}) {
     SetUp();
     fs::remove(path);
-    EXPECT_THROW(NodeInfo(), std::runtime_error) << path;
+    EXPECT_THROW((void)NodeInfo(), std::runtime_error) << path;
   }
 }
 

@@ -60,6 +60,31 @@ TEST_F(Slots, GivingUpGoesBackAtOnce) {
   EXPECT_FALSE(FallBack("again"));
 }
 
+TEST_F(Slots, BothAreNeededUntilATrialIsConfirmed) {
+  EXPECT_FALSE(IsTrialOpen());
+  ActivateForTrial(node::kNext);
+  EXPECT_TRUE(IsTrialOpen()) << "what runs is not what the link names";
+  EXPECT_EQ(Next(), "b");
+  EXPECT_TRUE(IsTrialOpen());
+  EndTrial();
+  EXPECT_FALSE(IsTrialOpen());
+}
+
+TEST_F(Slots, AnActivationThatBrokeOffNeedsOnlyWhatRuns) {
+  ActivateForTrial(node::kNext);
+  fs::remove(kFolder / "current");
+  fs::create_symlink("a", kFolder / "current");
+  EXPECT_FALSE(IsTrialOpen());
+}
+
+TEST_F(Slots, ThereIsNoGivingUpWithoutAFirmwareToGoBackTo) {
+  ActivateForTrial(node::kNext);
+  EXPECT_EQ(Next(), "b");
+  fs::remove(kFolder / "a/VERSION");
+  EXPECT_FALSE(FallBack("not healthy"));
+  EXPECT_EQ(ActiveSlot(), kFolder / "b");
+}
+
 // The power may go between the writes of an activation: the state is written, the link is not.
 TEST_F(Slots, AnInterruptedActivationBootsTheOldSlotAndSaysSo) {
   ActivateForTrial(node::kNext);
