@@ -22,7 +22,7 @@ EventHub::~EventHub() {
 }
 
 void EventHub::Open(Request& request, std::function<bool()> may_listen) {
-  if (count_ == kMostStreams || stopped_) return request.Answer(ErrorReply(webapi::kServerBusy));
+  if (count_ == kMostStreams) return request.Answer(ErrorReply(webapi::kServerBusy));
   Channel& channel = channels_[request.row];
   channel.row = request.row;
   request.stream = std::make_unique<EventStream>(
@@ -84,7 +84,6 @@ void EventHub::ShowOut(Channel& channel) const {
 }
 
 void EventHub::Stop() {
-  stopped_ = true;
   for (auto& [row, channel] : channels_) {
     loop_.Cancel(channel.timer);
     for (const Listener& listener : channel.listeners) listener.stream->End();

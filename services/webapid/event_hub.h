@@ -56,7 +56,6 @@ class EventHub {
   WorkerPool& workers_;
   std::map<const webapi::RowDescription*, Channel> channels_;
   std::size_t count_ = 0;
-  bool stopped_ = false;
 };
 
 }  // namespace kalo::webapid

@@ -119,6 +119,7 @@ int Front::AcceptForm(Request& request) {
 }
 
 void Front::Complete(Request& request) {
+  if (closed_) return request.Answer(ErrorReply(webapi::kServerBusy));
   const BodyResult body = request.body->Finish();
   if (body.error != 0) return request.Answer(ErrorReply(body.error));
   switch (request.kind) {

@@ -34,6 +34,9 @@ class Front : public RequestServer {
   void Begin(Request& request, const std::string& method, const std::string& path) override;
   void Complete(Request& request) override;
 
+  /// From now on every request that is complete is answered with "server busy".
+  void Close() { closed_ = true; }
+
  private:
   // Each returns 0 or an error code.
   [[nodiscard]] int Accept(Request& request, const std::string& method, const std::string& path);
@@ -47,6 +50,7 @@ class Front : public RequestServer {
   void Listen(Request& request);
 
   Parts parts_;
+  bool closed_ = false;
 };
 
 }  // namespace kalo::webapid

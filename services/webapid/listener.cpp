@@ -22,6 +22,7 @@ constexpr std::size_t kConnectionMemory = std::size_t{16} << 10;
 constexpr MHD_UNSIGNED_LONG_LONG kMostWait = 60000;  // ms
 constexpr int kRuns = 4;                             // in one turn of the loop
 constexpr int kMostCircles = 8;
+constexpr int kMostCirclesWhileSending = 256;  // each sends a piece of a long answer
 constexpr std::chrono::milliseconds kCircleWait{10};
 // What a refused request may still send so that it gets its answer on a healthy connection: closing
 // one on which bytes still come makes the client's system drop the answer.
@@ -77,6 +78,8 @@ MHD_Daemon* Listener::Start(int socket) {
       Option(MHD_OPTION_NOTIFY_CONNECTION, Callback(&OnConnection), this),
       Option(MHD_OPTION_NOTIFY_COMPLETED, Callback(&OnCompleted), this),
       Option(MHD_OPTION_CONNECTION_LIMIT, connection_limit_),
+      // Nobody shuts out all others.
+      Option(MHD_OPTION_PER_IP_CONNECTION_LIMIT, std::max(connection_limit_ / 2, 1U)),
       Option(MHD_OPTION_CONNECTION_TIMEOUT, request_time_.count()),
       Option(MHD_OPTION_CONNECTION_MEMORY_LIMIT, kConnectionMemory),
       Option(MHD_OPTION_STRICT_FOR_CLIENT, 1),
@@ -119,8 +122,8 @@ std::optional<std::chrono::milliseconds> Listener::RunOnce() {
   MHD_run(daemon_.get());
   MHD_UNSIGNED_LONG_LONG wait = 0;
   if (MHD_get_timeout(daemon_.get(), &wait) != MHD_YES) return std::nullopt;
-  circles_ = wait == 0 && !moved_ && !IsSending() ? circles_ + 1 : 0;
-  if (circles_ > kMostCircles) return kCircleWait;
+  circles_ = wait == 0 && !moved_ ? circles_ + 1 : 0;
+  if (circles_ > (IsSending() ? kMostCirclesWhileSending : kMostCircles)) return kCircleWait;
   return std::chrono::milliseconds(static_cast<long>(std::min(wait, kMostWait)));
 }
 

@@ -69,12 +69,12 @@ void Enter(KALO::APIHandler handler, const Call& call, const ForkWatch& forks,
     handler(&request, &response);
     EndChild(forks);
   } catch (const std::exception& e) {
-    EndChild(forks);
     Log(LOG_ERR, "%s threw: %s", call.Name().c_str(), e.what());
+    EndChild(forks);
     response.SetError(webapi::kGeneralFailure, Json::Value());
   } catch (...) {
-    EndChild(forks);
     Log(LOG_ERR, "%s threw something that is no std::exception", call.Name().c_str());
+    EndChild(forks);
     response.SetError(webapi::kGeneralFailure, Json::Value());
   }
 }

@@ -76,13 +76,14 @@ Server::Server(const Configuration& configuration, int inherited)
       authentication_(sessions_, users_, logins_),
       front_({configuration_, rows_, uploads_, page_, authentication_, admin_workers_,
               mesh_workers_, events_}) {
-  if (!uploads_.Prepare()) {
-    Log(LOG_ERR, "%s cannot be used: %s", KALO::paths::kUploads, std::strerror(errno));
-  }
   AddListener(Listen(configuration_.address, configuration_.admin_port), PortKind::kAdmin);
   AddListener(Listen(configuration_.address, configuration_.mesh_port), PortKind::kMesh);
   if (inherited >= 0) AddListener(InheritListener(inherited), PortKind::kAdmin);
   AddLocalListener();
+  // Whoever has the ports has the uploads: those of a server that runs already are left alone.
+  if (!uploads_.Prepare()) {
+    Log(LOG_ERR, "%s cannot be used: %s", KALO::paths::kUploads, std::strerror(errno));
+  }
 }
 
 // Without it root signs in as everybody does.
@@ -135,10 +136,11 @@ void Server::Run() {
   End();
 }
 
-// Every waiting request gets its answer before the listeners go: the library must not be stopped
-// while a connection is suspended.
+// Every waiting request gets its answer before the listeners go, and no other one begins to wait:
+// the library must not be stopped while a connection is suspended.
 void Server::End() {
   Log(LOG_NOTICE, "ending");
+  front_.Close();
   logins_.Stop();
   admin_workers_.Stop();
   mesh_workers_.Stop();

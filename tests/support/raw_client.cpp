@@ -33,19 +33,25 @@ std::size_t BodyLength(std::string header) {
 
 }  // namespace
 
-UniqueFd Connect(int port) {
+UniqueFd Connect(int port, const Origin& origin) {
   UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_in address{};
   address.sin_family = AF_INET;
+  inet_pton(AF_INET, origin.address.c_str(), &address.sin_addr);
+  if (bind(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) return {};
   address.sin_port = htons(static_cast<std::uint16_t>(port));
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (origin.receive_bytes > 0) {
+    setsockopt(fd.Get(), SOL_SOCKET, SO_RCVBUF, &origin.receive_bytes, sizeof(int));
+  }
   const int yes = 1;
   setsockopt(fd.Get(), IPPROTO_TCP, TCP_NODELAY, &yes, sizeof(yes));
   if (connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) fd.Reset();
   return fd;
 }
 
-RawClient::RawClient(int port, const ClientFiles& files) : fd_(Connect(port)) {
+RawClient::RawClient(int port, const ClientFiles& files, const Origin& origin)
+    : fd_(Connect(port, origin)) {
   gnutls_certificate_credentials_t credentials = nullptr;
   gnutls_certificate_allocate_credentials(&credentials);
   credentials_.reset(credentials);

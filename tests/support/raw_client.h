@@ -11,9 +11,15 @@
 
 namespace kalo::test {
 
+/// How a client connects.
+struct Origin {
+  std::string address = "127.0.0.1";
+  int receive_bytes = 0;  ///< of its system's buffer for what it did not read yet; 0: the usual
+};
+
 /// @return a connection to a port of loopback, on which nothing was said yet; empty when nobody
 ///         listens.
-[[nodiscard]] UniqueFd Connect(int port);
+[[nodiscard]] UniqueFd Connect(int port, const Origin& origin = {});
 
 /// What a client brings along for the mesh port; PEM files, empty for none.
 struct ClientFiles {
@@ -25,7 +31,7 @@ struct ClientFiles {
 /// certificate.
 class RawClient {
  public:
-  RawClient(int port, const ClientFiles& files);
+  RawClient(int port, const ClientFiles& files, const Origin& origin = {});
   RawClient(const RawClient&) = delete;
   RawClient& operator=(const RawClient&) = delete;
   ~RawClient() = default;

@@ -1,7 +1,11 @@
 #include <sys/socket.h>
 #include <time.h>
 
+#include <algorithm>
+#include <memory>
 #include <string_view>
+#include <thread>
+#include <vector>
 
 #include "host/core/unique_fd.h"
 #include "tests/services/webapid/server_fixture.h"
@@ -28,6 +32,19 @@ class Connections : public ServerTest {
     EXPECT_EQ(clock_getcpuclockid(Pid(), &clock), 0);
     EXPECT_EQ(clock_gettime(clock, &time), 0);
     return std::chrono::seconds(time.tv_sec) + milliseconds(time.tv_nsec / 1'000'000);
+  }
+  [[nodiscard]] bool GetsBusy() const {
+    const milliseconds before = ProcessorTime();
+    const auto is_busy = [&] { return ProcessorTime() - before > milliseconds(400); };
+    return WaitFor(is_busy, std::chrono::seconds(2));
+  }
+  // @return a connection on which a handshake was begun, and goes no further.
+  [[nodiscard]] static UniqueFd BeginHandshake() {
+    UniqueFd fd = Connect(kPort);
+    constexpr std::string_view kPartOfHello("\x16\x03\x01\x02\x00\x01\x00\x01\xFC", 9);
+    EXPECT_EQ(send(fd.Get(), kPartOfHello.data(), kPartOfHello.size(), MSG_NOSIGNAL),
+              static_cast<ssize_t>(kPartOfHello.size()));
+    return fd;
   }
 };
 
@@ -95,15 +112,60 @@ TEST_F(Connections, AnUnfinishedHandshakeCostsNoTime) {
   std::string head = Request("1.1", "");
   head.resize(head.size() - 2);
   ASSERT_TRUE(owing.Send(head));
-  const UniqueFd fd = Connect(kPort);
-  constexpr std::string_view kPartOfHello("\x16\x03\x01\x02\x00\x01\x00\x01\xFC", 9);
-  ASSERT_EQ(send(fd.Get(), kPartOfHello.data(), kPartOfHello.size(), MSG_NOSIGNAL),
-            static_cast<ssize_t>(kPartOfHello.size()));
-  const milliseconds before = ProcessorTime();
-  const auto is_busy = [&] { return ProcessorTime() - before > milliseconds(400); };
-  EXPECT_FALSE(WaitFor(is_busy, std::chrono::seconds(2)));
+  const UniqueFd fd = BeginHandshake();
+  EXPECT_FALSE(GetsBusy());
   HttpClient other = Admin();
   EXPECT_EQ(Call(other, "echo").status, 401);
+}
+
+// Neither must one beside an answer that is not read.
+TEST_F(Connections, NorDoesOneBesideAClientThatDoesNotRead) {
+  const HttpClient user = SignedIn();
+  RawClient client(kPort, {}, {"127.0.0.1", 4096});
+  const std::string body = R"({"text":")" + std::string(1'000'000, 'x') + R"("})";
+  const std::string request =
+      "POST /webapi/KALO.Test/1/large HTTP/1.1\r\nHost: router.test\r\nContent-Length: " +
+      std::to_string(body.size()) + "\r\nCookie: kalo_session=" + user.cookie +
+      "\r\nX-KALO-Token: " + user.token + "\r\n\r\n" + body;
+  // The system takes a part of what nobody reads.
+  ASSERT_TRUE(client.Send(request + request + request));
+  const UniqueFd fd = BeginHandshake();
+  EXPECT_FALSE(GetsBusy());
+  EXPECT_EQ(client.Answer(kLongWait, true), 200) << "all of it comes when it is read";
+}
+
+TEST_F(Connections, OneAddressDoesNotShutOutTheOthers) {
+  ASSERT_EQ(Stop(), 0);
+  Configure(R"(, "limits": {"connections": 8})");
+  Start();
+  std::vector<std::unique_ptr<RawClient>> greedy;
+  for (int i = 0; i < 8; ++i) greedy.push_back(std::make_unique<RawClient>(kPort, ClientFiles{}));
+  const auto is_open = [](const auto& client) { return client->IsOpen(); };
+  EXPECT_EQ(std::count_if(greedy.begin(), greedy.end(), is_open), 4);
+  RawClient other(kPort, {}, {"127.0.0.9"});
+  ASSERT_TRUE(other.Send(Request("1.1", "")));
+  EXPECT_EQ(other.Answer(kLongWait, true), 401);
+}
+
+// Whatever comes while the server ends gets an answer or the end of its connection.
+TEST_F(Connections, TheServerEndsWellUnderLoad) {
+  for (int round = 0; round < 5; ++round) {
+    const HttpClient user = SignedIn();
+    std::vector<std::jthread> crowd;
+    for (int i = 0; i < 8; ++i) {
+      crowd.emplace_back([&user](const std::stop_token& stop) {
+        HttpClient client = Admin();
+        client.SetSession(user.cookie, user.token);
+        while (!stop.stop_requested()) (void)Call(client, "poll");
+      });
+    }
+    HttpClient client = Admin();
+    client.SetSession(user.cookie, user.token);
+    EXPECT_EQ(Call(client, "poll").status, 200);
+    EXPECT_EQ(Stop(), 0);
+    crowd.clear();
+    Start();
+  }
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 
 #include "host/core/spawn.h"
 #include "host/core/unique_fd.h"
+#include "platform/paths.h"
 #include "tests/services/webapid/server_fixture.h"
 #include "tests/support/wait.h"
 
@@ -44,6 +45,13 @@ TEST_F(StartUp, BadCertificatesAndTakenPortsEndTheServer) {
   WriteTestFile("/etc/kalo/tls/server.key", "no key");
   EXPECT_EQ(RunProgram({WEBAPID}), 1);
   EXPECT_TRUE(log_.WaitFor("are certificate and key good?"));
+}
+
+TEST_F(StartUp, ASecondServerLeavesTheUploadsOfTheFirstAlone) {
+  const std::string upload = std::string(KALO::paths::kUploads) + "/under-way/0";
+  WriteTestFile(upload, "half");
+  EXPECT_EQ(RunProgram({WEBAPID}), 1);
+  EXPECT_TRUE(std::filesystem::exists(upload));
 }
 
 TEST_F(StartUp, ProgramsExplainThemselves) {

@@ -104,7 +104,7 @@ TEST_F(Uploads, LeftoversAreSweptAtTheStart) {
   WriteTestFile(std::string(kUploads) + "/old/0", "half");
   WriteTestFile(std::string(kUploads) + "/loose", "half");
   Start();
-  EXPECT_TRUE(fs::is_empty(kUploads));
+  EXPECT_TRUE(WaitFor([] { return fs::is_empty(kUploads); }));
 }
 
 // Sends until the server has begun the file, and then goes away.
