@@ -14,6 +14,11 @@ namespace kalo {
 /// @return empty with errno set on failure.
 [[nodiscard]] std::optional<std::string> ReadFile(const std::string& path, std::size_t limit);
 
+/// Tells the errno of a failed ReadFile: whether there is nothing that could be read, also later:
+/// no file, none of the regular kind, one that is too large. Otherwise it may well be read the next
+/// time, and who would replace it must not.
+[[nodiscard]] bool IsNothingThere(int error);
+
 /// Replaces a file whole: temporary file in the same folder, fsync unless it lies on a tmpfs,
 /// rename. On failure the old file is as it was.
 /// @return false with errno set on failure.

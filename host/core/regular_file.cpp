@@ -61,6 +61,10 @@ std::optional<std::string> RegularFile::ReadAll(std::size_t limit) const {
   return text;
 }
 
+bool IsNothingThere(int error) {
+  return error == ENOENT || error == ELOOP || error == EINVAL || error == EFBIG;
+}
+
 std::optional<std::string> ReadFile(const std::string& path, std::size_t limit) {
   const auto file = RegularFile::Open(AT_FDCWD, path);
   if (!file) return std::nullopt;

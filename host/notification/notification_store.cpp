@@ -69,9 +69,11 @@ Store Parse(const std::string& text, const std::string& name) {
   return store;
 }
 
+// A file that is damaged is given up; one that cannot be read now may be well the next time.
 Store Read(const fs::path& path) {
   const std::optional<std::string> text = ReadFile(path, kLargestStore);
   if (!text && errno == ENOENT) return {};
+  if (!text && !IsNothingThere(errno)) Fail(path);
   try {
     if (!text) Fail(path);
     return Parse(*text, path);

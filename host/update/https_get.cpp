@@ -210,12 +210,13 @@ class Fetch {
     void operator()(curl_slist* list) const { Curl().slist_free_all(list); }
   };
 
+  // Both are used until the handle ends, so they stand before it.
+  std::string error_ = std::string(CURL_ERROR_SIZE, '\0');
   std::unique_ptr<curl_slist, ListEnd> headers_;
   CurlHandle curl_ = NewCurlHandle();
   const HttpsRequest& request_;
   HttpsLimits limits_;
   BodySink& sink_;
-  std::string error_ = std::string(CURL_ERROR_SIZE, '\0');
   std::string tag_;
   std::optional<FetchOutcome> end_;
   bool begun_ = false;

@@ -3,8 +3,10 @@
 
 #include <syslog.h>
 
+#include <exception>
 #include <filesystem>
 
+#include "host/core/log.h"
 #include "host/update/download/left_files.h"
 #include "host/update/download/recovery.h"
 #include "platform/paths.h"
@@ -14,11 +16,11 @@ namespace {
 // Where the module and the platform beneath it write files whole.
 void SweepAll() {
   namespace paths = KALO::paths;
-  for (const char* file :
-       {paths::kDownloadProgress, paths::kConfiguration, paths::kNotifications}) {
+  for (const char* file : {paths::kDownloadProgress, paths::kConfiguration, paths::kNotifications,
+                           paths::kFullPatchLocator, paths::kUpdateHistory}) {
     kalo::download::SweepLeftFiles(std::filesystem::path(file).parent_path());
   }
-  for (const char* folder : {paths::kFeedState, paths::kStagedPatch}) {
+  for (const char* folder : {paths::kFeedState, paths::kStagedPatch, paths::kSlots}) {
     kalo::download::SweepLeftFiles(folder);
   }
 }
@@ -27,7 +29,12 @@ void SweepAll() {
 
 int main() {
   openlog("kalo-download-recovery", 0, LOG_DAEMON);
-  kalo::download::RecoverDownload();
-  SweepAll();
-  return 0;
+  try {
+    kalo::download::RecoverDownload();
+    SweepAll();
+    return 0;
+  } catch (const std::exception& e) {
+    kalo::Log(LOG_ERR, "%s", e.what());
+    return 1;
+  }
 }

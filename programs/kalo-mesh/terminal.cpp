@@ -1,13 +1,19 @@
 #include "programs/kalo-mesh/terminal.h"
 
+#include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/signalfd.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <iostream>
 
+#include "host/core/unique_fd.h"
 #include "programs/kalo-mesh/failure.h"
 
 namespace kalo::cli {
@@ -21,6 +27,34 @@ bool IsContinuation(char c) {
 bool IsWideControl(std::string_view rest) {
   return rest.size() > 1 && rest[0] == '\xC2' && static_cast<unsigned char>(rest[1]) < 0xA0U;
 }
+
+// Holds back the signals that end the program as long as it lives; then they do.
+class HeldSignals {
+ public:
+  HeldSignals() {
+    sigset_t held;
+    sigemptyset(&held);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) sigaddset(&held, signal);
+    sigprocmask(SIG_BLOCK, &held, &before_);
+    fd_ = UniqueFd(signalfd(-1, &held, SFD_CLOEXEC));
+  }
+  HeldSignals(const HeldSignals&) = delete;
+  HeldSignals& operator=(const HeldSignals&) = delete;
+  ~HeldSignals() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+
+  // @return whether a line was typed; false when such a signal came first.
+  [[nodiscard]] bool WaitForLine() const {
+    std::array<pollfd, 2> ready = {{{fd_.Get(), POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}}};
+    while (poll(ready.data(), ready.size(), -1) < 0) {
+      if (errno != EINTR) return false;
+    }
+    return ready[0].revents == 0;
+  }
+
+ private:
+  sigset_t before_{};
+  UniqueFd fd_;
+};
 
 // Switches the echo off as long as it lives.
 class NoEcho {
@@ -90,13 +124,15 @@ std::string Fit(std::string_view text, std::size_t width) {
 
 std::string ReadPassword(const std::string& prompt) {
   std::string password;
-  const bool asks = isatty(STDIN_FILENO) == 1;
-  if (asks) std::cerr << prompt << std::flush;
-  {
+  if (isatty(STDIN_FILENO) == 1) {
+    std::cerr << prompt << std::flush;
+    const HeldSignals held;  // goes last: the echo is on again when the program ends
     const NoEcho silence;
+    if (held.WaitForLine()) std::getline(std::cin, password);
+    std::cerr << "\n";
+  } else {
     std::getline(std::cin, password);
   }
-  if (asks) std::cerr << "\n";
   if (password.empty()) throw Failure(kUsage, "no password given");
   return password;
 }

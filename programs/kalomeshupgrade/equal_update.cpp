@@ -11,6 +11,7 @@
 
 #include "host/core/folder.h"
 #include "host/core/log.h"
+#include "host/mesh/wire.h"
 #include "host/update/download/fetch_patch.h"
 #include "host/update/feed/feed_client.h"
 #include "platform/core/file.h"
@@ -65,6 +66,17 @@ Client::SystemUpdateProgress AskProgress() {
   }
 }
 
+// An answer that came too late, or was lost, says nothing.
+bool RunsAllTheSame(std::uint16_t code) {
+  if (code != static_cast<std::uint16_t>(mesh::MeshCode::kTimedOut) &&
+      code != static_cast<std::uint16_t>(mesh::MeshCode::kConnectionLost)) {
+    return false;
+  }
+  const Client::SystemUpdateProgress progress = AskProgress();
+  return progress.code == 0 && progress.step != "none" && progress.step != "finish" &&
+         progress.step != "failed";
+}
+
 void EmptyStore(const char* folder) {
   if (KALOFSMkdirP(folder, 0, 1, -1, -1) < 0 || !RemoveContents(folder)) {
     throw EqualUpdateError(std::string(folder) + ": " + std::strerror(errno));
@@ -87,7 +99,7 @@ void EqualUpdate::Run() {
     ThrowIfStopAsked();
     const auto client = Client::MeshClientFactory::GetClient();
     const auto code = static_cast<std::uint16_t>(client->StartSystemUpdate() & kCodeMask);
-    if (code != 0) {
+    if (code != 0 && !RunsAllTheSame(code)) {
       throw EqualUpdateError("the mesh service does not start the update: " +
                              Client::ErrorCodeToSemanticString(code));
     }

@@ -58,7 +58,8 @@ void MeshCore::Reported(std::uint32_t id, std::uint64_t round,
   LogChange(id, report ? registry_.Answered(*report, now) : registry_.Silent(id, now));
   if (report) driver_.Observed(*report, now);
   if (pending_ && round >= pending_->round) pending_->missing.erase(id);
-  Tick(now);
+  // What follows the clock alone need not be done for each node's word.
+  if (pending_ || driver_.Running()) Tick(now);
 }
 
 void MeshCore::StartAnswered(std::uint32_t id, const StartAnswer& answer, TimePoint now) {

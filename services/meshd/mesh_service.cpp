@@ -1,8 +1,12 @@
 #include "services/meshd/mesh_service.h"
 
+#include <syslog.h>
+
 #include <algorithm>
+#include <exception>
 #include <utility>
 
+#include "host/core/log.h"
 #include "services/meshd/mesh_answers.h"
 #include "services/meshd/update_progress.h"
 
@@ -114,8 +118,13 @@ void MeshService::RunTicks(const std::stop_token& stop, std::chrono::millisecond
   while (!stop.stop_requested()) {
     stopping_.wait_for(lock, stop, interval, [] { return false; });
     if (stop.stop_requested()) continue;
-    core_.Tick(Now());
-    Deliver(lock);
+    try {
+      core_.Tick(Now());
+      Deliver(lock);
+    } catch (const std::exception& e) {
+      Log(LOG_ERR, "%s", e.what());
+      if (!lock.owns_lock()) lock.lock();
+    }
   }
 }
 

@@ -1,10 +1,7 @@
 #include "services/meshd/node_report.h"
 
-#include <syslog.h>
-
 #include <algorithm>
 
-#include "host/core/log.h"
 #include "services/meshd/bus_text.h"
 #include "services/meshd/json_members.h"
 
@@ -31,27 +28,22 @@ InstallReport ReadInstall(const Json::Value& install) {
 
 }  // namespace
 
-std::optional<NodeReport> ParseNodeReport(const Json::Value& data) {
-  try {
-    NodeReport report;
-    report.node_id = NumberOf(data, "node_id", kLargestId);
-    report.name = BusTextOf(data, "name");
-    report.unique = BusTextOf(data, "unique");
-    report.version = BusTextOf(data, "version");
-    report.build = IntegerOf(data, "build");
-    report.nano = IntegerOf(data, "nano");
-    report.boot_id = BusTextOf(data, "boot_id");
-    report.staged_version = BusTextOf(data, "staged_version");
-    report.install = ReadInstall(MemberOf(data, "install"));
-    // Without them nobody could tell whether an update of this node succeeded.
-    if (report.version.empty() || report.boot_id.empty()) {
-      throw BadJson("it does not say what it runs or in which boot");
-    }
-    return report;
-  } catch (const BadJson& e) {
-    Log(LOG_WARNING, "node info cannot be read: %s", e.what());
-    return std::nullopt;
+NodeReport ParseNodeReport(const Json::Value& data) {
+  NodeReport report;
+  report.node_id = NumberOf(data, "node_id", kLargestId);
+  report.name = BusTextOf(data, "name");
+  report.unique = BusTextOf(data, "unique");
+  report.version = BusTextOf(data, "version");
+  report.build = IntegerOf(data, "build");
+  report.nano = IntegerOf(data, "nano");
+  report.boot_id = BusTextOf(data, "boot_id");
+  report.staged_version = BusTextOf(data, "staged_version");
+  report.install = ReadInstall(MemberOf(data, "install"));
+  // Without them nobody could tell whether an update of this node succeeded.
+  if (report.version.empty() || report.boot_id.empty()) {
+    throw BadJson("it does not say what it runs or in which boot");
   }
+  return report;
 }
 
 }  // namespace kalo::meshd

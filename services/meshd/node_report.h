@@ -32,8 +32,9 @@ struct NodeReport {
 
 /// Reads the data of a node's `info` answer. Texts come out fit for the bus: valid UTF-8 without
 /// control characters, of bounded length.
-/// @return empty when a key is missing or of another type, when the node does not say what it runs
-///         or in which boot; the cause goes to the log.
-[[nodiscard]] std::optional<NodeReport> ParseNodeReport(const Json::Value& data);
+/// @throws BadJson when a key is missing or of another type, when the node does not say what it
+/// runs
+///         or in which boot.
+[[nodiscard]] NodeReport ParseNodeReport(const Json::Value& data);
 
 }  // namespace kalo::meshd

@@ -1,6 +1,11 @@
 #include "services/meshd/node_worker.h"
 
+#include <syslog.h>
+
+#include <exception>
 #include <utility>
+
+#include "host/core/log.h"
 
 namespace kalo::meshd {
 
@@ -36,8 +41,13 @@ void NodeWorker::Run(const std::stop_token& stop) {
   for (;;) {
     const Orders orders = NextOrders(stop);
     if (orders.stop) return;
-    if (orders.start) events_.OnStartAnswer(id_, api_->Start());
-    events_.OnReport(id_, orders.round, api_->Info());
+    // What goes wrong in one turn must not end the service with all other nodes.
+    try {
+      if (orders.start) events_.OnStartAnswer(id_, api_->Start());
+      events_.OnReport(id_, orders.round, api_->Info());
+    } catch (const std::exception& e) {
+      Log(LOG_ERR, "node %u: %s", id_, e.what());
+    }
   }
 }
 

@@ -48,20 +48,32 @@ Json::Value ToValue(const UpdateRecord& record, std::int64_t now) {
 }  // namespace
 
 UpdateHistory::UpdateHistory(const std::string& folder) : path_(folder + "/history.json") {
+  loaded_ = Load();
+}
+
+bool UpdateHistory::Load() {
   const std::optional<std::string> text = ReadFile(path_, kFileLimit);
-  if (!text) return;
+  if (!text && !IsNothingThere(errno)) {
+    if (!failing_) Log(LOG_ERR, "cannot read %s: %s", path_.c_str(), std::strerror(errno));
+    failing_ = true;
+    return false;
+  }
+  if (!text) return true;
   std::optional<Json::Value> updates = ParseStrictJson(*text);
   if (updates && updates->isArray()) {
     updates_ = std::move(*updates);
   } else {
     Log(LOG_ERR, "%s is damaged; the history begins anew", path_.c_str());
   }
+  return true;
 }
 
 void UpdateHistory::Note(const UpdateRecord& record, std::int64_t now) {
   const bool ended = record.state == UpdateState::kFinished || record.state == UpdateState::kFailed;
   // An update that began under a service without a history has no time.
   if (!ended || record.begun == 0) return;
+  if (!loaded_) loaded_ = Load();
+  if (!loaded_) return;
   const Json::Value newest = updates_.empty() ? Json::Value() : updates_[updates_.size() - 1];
   if (newest.isObject() && newest["begun"] == Json::Value(Json::Int64{record.begun})) return;
   Json::Value longer = updates_;

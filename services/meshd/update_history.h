@@ -13,7 +13,8 @@ namespace kalo::meshd {
 /// docs/files.md has its members.
 class UpdateHistory {
  public:
-  /// Reads the file; one that is damaged counts as empty, which the log tells.
+  /// Reads the file; one that is damaged counts as empty, which the log tells. One that cannot be
+  /// read is read later, and never replaced before that.
   explicit UpdateHistory(const std::string& folder);
 
   /// Adds an update that has ended, once. One that could not be added is tried again with the next
@@ -22,9 +23,13 @@ class UpdateHistory {
   void Note(const UpdateRecord& record, std::int64_t now);
 
  private:
+  // @return false when there is a file that cannot be read now.
+  [[nodiscard]] bool Load();
+
   std::string path_;
   Json::Value updates_{Json::arrayValue};
   bool failing_ = false;
+  bool loaded_ = false;
 };
 
 }  // namespace kalo::meshd

@@ -5,6 +5,7 @@
 #include <exception>
 
 #include "host/core/log.h"
+#include "services/meshd/json_members.h"
 #include "services/node/error_codes.h"
 
 namespace kalo::meshd {
@@ -28,8 +29,7 @@ NodeClient* WebNodeApi::Client() {
   try {
     client_ = std::make_unique<NodeClient>();
   } catch (const std::runtime_error& e) {
-    if (!complained_) Log(LOG_ERR, "cannot call node %d: %s", node_.node_id, e.what());
-    complained_ = true;
+    Complain(std::string("it cannot be called: ") + e.what());
   }
   return client_.get();
 }
@@ -49,15 +49,27 @@ std::optional<NodeReport> WebNodeApi::Info() {
 std::optional<NodeReport> WebNodeApi::ReadInfo(const KALO::MESH::SDK::Response& response) {
   Json::Value data;
   if (!response.IsValid() || !response.IsSuccess() || !response.GetData(data)) {
-    Log(LOG_WARNING, "node %d: info failed, error %d", node_.node_id, response.GetErrno());
+    Complain("it answers info with error " + std::to_string(response.GetErrno()));
     return std::nullopt;
   }
-  std::optional<NodeReport> report = ParseNodeReport(data);
-  if (report && report->node_id != static_cast<std::uint32_t>(node_.node_id)) {
-    Log(LOG_ERR, "node %d calls itself node %u", node_.node_id, report->node_id);
+  try {
+    NodeReport report = ParseNodeReport(data);
+    if (report.node_id != static_cast<std::uint32_t>(node_.node_id)) {
+      throw BadJson("it calls itself node " + std::to_string(report.node_id));
+    }
+    Complain("");
+    return report;
+  } catch (const BadJson& e) {
+    Complain(std::string("its info cannot be used: ") + e.what());
     return std::nullopt;
   }
-  return report;
+}
+
+void WebNodeApi::Complain(const std::string& what) {
+  if (!what.empty() && what != complaint_) {
+    Log(LOG_WARNING, "node %d: %s", node_.node_id, what.c_str());
+  }
+  complaint_ = what;
 }
 
 StartAnswer WebNodeApi::Start() {

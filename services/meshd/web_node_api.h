@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include "host/update/node_client.h"
 #include "services/meshd/node_api.h"
@@ -22,10 +23,12 @@ class WebNodeApi final : public NodeApi {
   // @return null when they cannot be loaded.
   [[nodiscard]] NodeClient* Client();
   [[nodiscard]] std::optional<NodeReport> ReadInfo(const KALO::MESH::SDK::Response& response);
+  // A node says the same each second: what is wrong with it is logged when it changes.
+  void Complain(const std::string& what);
 
   NodeAddress node_;
   std::unique_ptr<NodeClient> client_;
-  bool complained_ = false;
+  std::string complaint_;  // the last one; empty when all is well
 };
 
 }  // namespace kalo::meshd

@@ -7,6 +7,7 @@
 
 #include "host/core/log.h"
 #include "host/notification/notification_store.h"
+#include "host/webapi/error_codes.h"
 #include "platform/webapi/api_request.h"
 #include "platform/webapi/api_response.h"
 #include "platform/webapi/api_table.h"
@@ -23,12 +24,11 @@ void WebapiCoreNotificationDismiss(KALO::APIRequest* request, KALO::APIResponse*
 
 namespace {
 
-constexpr int kGeneralFailure = 117;
 constexpr int kBadParameter = 403;
 
 void AnswerFailure(KALO::APIResponse& response, const std::exception& e) {
   kalo::Log(LOG_ERR, "notifications: %s", e.what());
-  response.SetError(kGeneralFailure, Json::Value());
+  response.SetError(kalo::webapi::kGeneralFailure, Json::Value());
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include "host/core/log.h"
 #include "host/core/unique_fd.h"
 #include "host/webapi/api_registry.h"
+#include "host/webapi/error_codes.h"
 #include "host/webapi/module_description.h"
 #include "host/webapi/module_error.h"
 #include "host/webapi/module_loader.h"
@@ -45,7 +46,7 @@ bool SendAnswer(int channel, bool retiring, const std::string& answer) {
   const std::uint32_t flags = retiring ? kRetiring : 0;
   if (SendMessage(channel, flags, answer)) return true;
   Log(LOG_ERR, "an answer of %zu bytes cannot be sent: %s", answer.size(), std::strerror(errno));
-  return SendMessage(channel, flags, ErrorEnvelope(117));
+  return SendMessage(channel, flags, ErrorEnvelope(webapi::kGeneralFailure));
 }
 
 int Serve(const UniqueFd& channel) {

@@ -56,6 +56,11 @@ class PatchFetch {
       case FetchOutcome::kCancelled:
         throw DownloadError(Cause::kCancelled, "cancelled");
       case FetchOutcome::kCannotStore:
+        if (part_.IsForeign()) {
+          Drop();
+          last_cause_ = Cause::kServer;
+          return "the server does not go on where it left off";
+        }
         throw DownloadError(part_.LacksSpace() ? Cause::kNoSpace : Cause::kStorage,
                             url_ + ": cannot be stored");
       case FetchOutcome::kTooLarge:

@@ -37,8 +37,8 @@ PartFile::~PartFile() {
 }
 
 bool PartFile::Begin(std::uint64_t from, const std::string& tag) {
-  const bool goes_on = from > 0 && from == size_ && tag == tag_;
-  if (!goes_on && (from > 0 || !StartAnew())) return false;
+  foreign_ = from > 0 && (from != size_ || tag != tag_);
+  if (foreign_ || (from == 0 && !StartAnew())) return false;
   tag_ = tag;
   return true;
 }

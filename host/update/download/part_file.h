@@ -37,6 +37,8 @@ class PartFile : public BodySink {
   [[nodiscard]] HttpsRequest Rest(const std::string& url) const;
   /// @return whether there is no space for the file.
   [[nodiscard]] bool LacksSpace() const { return lacks_space_; }
+  /// @return whether the server went on with something that is not the rest of what is there.
+  [[nodiscard]] bool IsForeign() const { return foreign_; }
   [[nodiscard]] std::uint64_t Size() const { return size_; }
 
   /// @return the SHA-256 of what is there. Nothing can be added afterwards without StartAnew.
@@ -60,6 +62,7 @@ class PartFile : public BodySink {
   std::uint64_t checked_at_ = 0;
   std::string tag_;
   bool lacks_space_ = false;
+  bool foreign_ = false;
   bool kept_ = false;
 };
 

@@ -48,9 +48,10 @@ void WriteEnding(const char* step, const char* percent) {
 
 void SweepParts(const char* store) {
   std::error_code error;
-  for (const auto& entry : fs::directory_iterator(store, error)) {
+  for (fs::directory_iterator entry(store, error), end; !error && entry != end;
+       entry.increment(error)) {
     std::error_code ignored;
-    if (entry.path().extension() == ".part") fs::remove(entry.path(), ignored);
+    if (entry->path().extension() == ".part") fs::remove(entry->path(), ignored);
   }
 }
 

@@ -3,11 +3,13 @@
 #include <syslog.h>
 
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <stdexcept>
+#include <system_error>
 
 #include "host/core/file_io.h"
 #include "host/core/log.h"
@@ -32,8 +34,11 @@ class KnownNumber {
   explicit KnownNumber(const std::string& unique)
       : path_(fs::path(KALO::paths::kFeedState) / unique) {}
 
+  // @throws std::runtime_error when there is one that cannot be read: an old list might pass.
   [[nodiscard]] std::int32_t Get() const {
     const std::optional<std::string> text = ReadFile(path_, kLongestNumber);
+    if (!text && !IsNothingThere(errno))
+      throw std::system_error(errno, std::generic_category(), path_);
     std::int32_t number = 0;
     if (text) std::from_chars(text->data(), text->data() + text->size(), number);
     return number;

@@ -7,6 +7,7 @@
 #include <functional>
 
 #include "host/core/log.h"
+#include "host/webapi/error_codes.h"
 #include "platform/webapi/api_request.h"
 #include "platform/webapi/api_response.h"
 #include "platform/webapi/api_table.h"
@@ -27,7 +28,6 @@ void WebapiCoreMeshDiagnosis(KALO::APIRequest* request, KALO::APIResponse* respo
 
 namespace {
 
-constexpr int kGeneralFailure = 117;
 constexpr int kBadParameter = 403;
 
 void Answer(KALO::APIResponse& response, const char* what,
@@ -36,7 +36,7 @@ void Answer(KALO::APIResponse& response, const char* what,
     response.SetSuccess(make());
   } catch (const std::exception& e) {
     kalo::Log(LOG_ERR, "%s: %s", what, e.what());
-    response.SetError(kGeneralFailure, Json::Value());
+    response.SetError(kalo::webapi::kGeneralFailure, Json::Value());
   }
 }
 

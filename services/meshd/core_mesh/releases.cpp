@@ -1,4 +1,5 @@
 #include <set>
+#include <stdexcept>
 
 #include "host/mesh/mesh_details.h"
 #include "host/update/feed/release_details.h"
@@ -21,8 +22,11 @@ Json::Value ToJson(const std::string& model, const feed::Release& release) {
 }  // namespace
 
 Json::Value Releases(const std::string& version) {
+  const MeshDetails mesh = GetMeshDetails();
+  if (mesh.code != 0)
+    throw std::runtime_error("the mesh service does not tell which nodes there are");
   std::set<std::string> models;
-  for (const MeshNodeDetails& node : GetMeshDetails().nodes) {
+  for (const MeshNodeDetails& node : mesh.nodes) {
     if (!node.model.empty()) models.insert(node.model);
   }
   Json::Value answer(Json::objectValue);

@@ -219,6 +219,21 @@ TEST_F(DownloadTest, AServerThatIgnoresTheRangeIsTakenFromTheBegin) {
   EXPECT_EQ(Contents(kFile), bytes_);
 }
 
+TEST_F(DownloadTest, ARestOfSomethingElseIsDroppedAndAllIsFetchedAnew) {
+  const std::size_t half = bytes_.size() / 2;
+  patch_ = [this, half](const ScriptClient& c, int attempt) {
+    if (attempt > 2) return void(c.Send(Whole()));
+    if (attempt == 2) {
+      return void(c.Send(ScriptServer::Answer("206 Partial Content", bytes_.substr(half), "")));
+    }
+    c.Send("HTTP/1.1 200 OK\r\nETag: \"a\"\r\nContent-Length: " + std::to_string(bytes_.size()) +
+           "\r\n\r\n" + bytes_.substr(0, half));
+  };
+  EXPECT_EQ(Fetch(), std::nullopt);
+  EXPECT_EQ(Contents(kFile), bytes_);
+  EXPECT_EQ(PatchRequests(), 3U);
+}
+
 TEST_F(DownloadTest, WithoutATagARestIsNotAskedFor) {
   patch_ = [this](const ScriptClient& c, int attempt) {
     EXPECT_EQ(c.Request().find("Range:"), std::string::npos);

@@ -1,6 +1,7 @@
 #include "services/meshd/update_history.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <filesystem>
 #include <fstream>
@@ -48,6 +49,21 @@ class UpdateHistoryTest : public ::testing::Test {
     fs::create_directories(kFolder);
   }
 };
+
+TEST_F(UpdateHistoryTest, WhatCannotBeReadNowIsNotReplaced) {
+  UpdateHistory(kFolder).Note(Ended(1000), 1060);
+  rlimit usual{};
+  getrlimit(RLIMIT_NOFILE, &usual);
+  const rlimit none{0, usual.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
+  UpdateHistory history(kFolder);
+  history.Note(Ended(2000), 2060);
+  setrlimit(RLIMIT_NOFILE, &usual);
+  EXPECT_EQ(InFile().size(), 1U);
+  history.Note(Ended(2000), 2060);
+  ASSERT_EQ(InFile().size(), 2U);
+  EXPECT_EQ(InFile()[0]["begun"].asInt(), 1000);
+}
 
 TEST_F(UpdateHistoryTest, TellsWhoWhenAndWhatBecameOfEachNode) {
   UpdateRecord record = Ended(1000, UpdateState::kFailed);
