@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -28,6 +29,8 @@ class NodeUnreachable : public std::runtime_error {
 struct UploadLimits {
   std::chrono::milliseconds whole = std::chrono::minutes(10);  ///< from connecting to the answer
   std::chrono::milliseconds stall = std::chrono::seconds(30);  ///< below 1 KiB/s while sending
+  /// Asked at least once a second; false ends it. Empty: it is wanted to its end.
+  std::function<bool()> is_wanted = {};
 };
 
 /// Calls the web API of mesh nodes over mutual TLS with this node's certificate. The server's

@@ -121,7 +121,7 @@ void NodeTransfer::SendForm(const Json::Value& params, const std::string& path,
   AddFile(path);
   Set(CURLOPT_MIMEPOST, form_.get());
   SetHeaders({"Expect:"});
-  stall_ = limits.stall;
+  limits_ = limits;
   moved_at_ = std::chrono::steady_clock::now();
   Set(CURLOPT_NOPROGRESS, 0L);
   Set(CURLOPT_XFERINFOFUNCTION, &NodeTransfer::OnProgress);
@@ -154,7 +154,8 @@ int NodeTransfer::OnProgress(void* self, curl_off_t /*down_total*/, curl_off_t /
                              curl_off_t up_total, curl_off_t up) {
   auto* transfer = static_cast<NodeTransfer*>(self);
   transfer->note_->Moved(static_cast<std::uint64_t>(up), static_cast<std::uint64_t>(up_total));
-  return transfer->Stalls(up_total, up) ? 1 : 0;
+  const bool wanted = !transfer->limits_.is_wanted || transfer->limits_.is_wanted();
+  return !wanted || transfer->Stalls(up_total, up) ? 1 : 0;
 }
 
 // The library's own low-speed limit would also count the time in which the node checks what it has
@@ -162,12 +163,12 @@ int NodeTransfer::OnProgress(void* self, curl_off_t /*down_total*/, curl_off_t /
 bool NodeTransfer::Stalls(curl_off_t total, curl_off_t sent) {
   const auto now = std::chrono::steady_clock::now();
   if (total > 0 && sent >= total) return false;
-  const std::int64_t enough = kSlowestBytesPerSecond * stall_.count() / 1000;
+  const std::int64_t enough = kSlowestBytesPerSecond * limits_.stall.count() / 1000;
   if (sent - moved_to_ >= enough) {
     moved_to_ = sent;
     moved_at_ = now;
   }
-  return now - moved_at_ > stall_;
+  return now - moved_at_ > limits_.stall;
 }
 
 std::size_t NodeTransfer::OnBody(char* bytes, std::size_t size, std::size_t count, void* self) {
@@ -187,7 +188,7 @@ KALO::MESH::SDK::Response NodeTransfer::Answer(CURLcode result) const {
     return {};
   }
   if (file_ && !file_->Trouble().empty()) throw std::runtime_error(file_->Trouble());
-  if (result == CURLE_ABORTED_BY_CALLBACK) Unreachable(node_id_, "takes no more of the upload");
+  if (result == CURLE_ABORTED_BY_CALLBACK) Unreachable(node_id_, "the upload was broken off");
   if (result != CURLE_OK) Unreachable(node_id_, Curl().easy_strerror(result));
   const std::optional<Json::Value> envelope = ParseStrictJson(body_);
   if (!envelope) {

@@ -78,7 +78,7 @@ class NodeTransfer {
   std::unique_ptr<curl_mime, MimeDeleter> form_;
   std::optional<UploadFile> file_;
   std::optional<TransferNote> note_;
-  std::chrono::milliseconds stall_{0};
+  UploadLimits limits_;
   std::chrono::steady_clock::time_point moved_at_;
   curl_off_t moved_to_ = 0;
   std::string body_;

@@ -14,6 +14,7 @@
 #include "host/mesh/wire.h"
 #include "host/update/download/fetch_patch.h"
 #include "host/update/feed/feed_client.h"
+#include "host/update/node_client.h"
 #include "platform/core/file.h"
 #include "platform/core/key_value.h"
 #include "platform/mesh/client.h"
@@ -172,11 +173,23 @@ void EqualUpdate::Upload(const WantedPatch& patch, std::int32_t id, const std::s
   if (node == nodes_.end()) throw EqualUpdateError(name + " is not attached to the mesh");
   Json::Value params(Json::objectValue);
   params["base_ver_num"] = patch.base;
-  const Response answer = node->Upload("KALO.Core.Upgrade.Patch", "upload", 1, params, path);
+  const Response answer = SendPatch({id, node->GetAddress()}, params, path);
   if (answer.IsSuccess()) return;
   throw EqualUpdateError(name + (answer.IsValid() ? " refuses the patch with error " +
                                                         std::to_string(answer.GetErrno())
                                                   : " gives no usable answer to the patch"));
+}
+
+Response EqualUpdate::SendPatch(const NodeAddress& node, const Json::Value& params,
+                                const std::string& path) {
+  UploadLimits limits;
+  limits.is_wanted = [this] { return !IsStopAsked(); };
+  try {
+    return NodeClient(limits).Upload(node, "KALO.Core.Upgrade.Patch", 1, "upload", params, path);
+  } catch (const NodeUnreachable&) {
+    ThrowIfStopAsked();
+    throw;
+  }
 }
 
 // Whoever waits for the end of the program waits for the update: while it runs, a second one must

@@ -7,6 +7,7 @@
 
 #include "host/core/file_lock.h"
 #include "host/core/signal_queue.h"
+#include "host/update/node_client.h"
 #include "platform/update/update_node.h"
 #include "programs/kalomeshupgrade/wanted_patches.h"
 
@@ -47,6 +48,9 @@ class EqualUpdate {
   void HandOut(const WantedPatch& patch, const ModelGroup& group);
   std::string Fetch(const WantedPatch& patch, const ModelGroup& group);
   void Upload(const WantedPatch& patch, std::int32_t id, const std::string& path);
+  [[nodiscard]] KALO::MESH::SDK::Response SendPatch(const NodeAddress& node,
+                                                    const Json::Value& params,
+                                                    const std::string& path);
   void Follow();
   void TakeBack(const char* word);
   void CleanNodes() const;

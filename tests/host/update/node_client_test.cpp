@@ -222,6 +222,19 @@ TEST_F(NodeClientTest, AnUploadThatNobodyTakesEnds) {
                NodeUnreachable);
 }
 
+TEST_F(NodeClientTest, AnUploadThatIsNotWantedAnyMoreEnds) {
+  for (const Behaviour behaviour : {Behaviour::kTakesNothing, Behaviour::kNoAnswer}) {
+    TestNode::Options options = Node(1);
+    options.behaviour = behaviour;
+    const TestNode node(options);
+    const auto begun = std::chrono::steady_clock::now();
+    const auto is_wanted = [begun] { return std::chrono::steady_clock::now() - begun < kShort; };
+    EXPECT_THROW((void)Upload(std::string(32UL * 1024 * 1024, 'p'), {kLong, kLong, is_wanted}),
+                 NodeUnreachable);
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, kLong);
+  }
+}
+
 TEST_F(NodeClientTest, ANodeMayTakeItsTimeToCheckWhatItHasGot) {
   TestNode::Options options = Node(1);
   options.behaviour = Behaviour::kSlowAnswer;
