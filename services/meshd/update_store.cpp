@@ -31,6 +31,7 @@ UpdateStore::UpdateStore(const std::string& folder) : path_(folder + "/update.js
 UpdateRecord UpdateStore::Load() {
   const std::optional<std::string> text = ReadFile(path_, kFileLimit);
   if (!text) {
+    if (!IsNothingThere(errno)) throw std::system_error(errno, std::generic_category(), path_);
     if (errno != ENOENT) Log(LOG_ERR, "%s: %s", path_.c_str(), std::strerror(errno));
     return {};
   }

@@ -12,8 +12,10 @@ class UpdateStore {
   /// @param folder is made when it does not exist
   explicit UpdateStore(const std::string& folder);
 
-  /// @return the record; a fresh one when none was saved, or when what was saved cannot be read
-  ///         (the log tells).
+  /// @return the record; a fresh one when none was saved, or when what was saved is damaged (the
+  /// log
+  ///         tells).
+  /// @throws std::system_error when it cannot be read now: an update may be running.
   [[nodiscard]] UpdateRecord Load();
 
   /// Saves a record that differs from the last one saved or loaded.

@@ -128,10 +128,21 @@ void AdvanceTrial(State state) {
   }
 }
 
+// A node boots whatever the state says, or does not say.
+State StateAtBoot() {
+  try {
+    return ReadState();
+  } catch (const std::system_error& e) {
+    Log(LOG_ERR, "slots: %s", e.what());
+    return {};
+  }
+}
+
 }  // namespace
 
 State ReadState() {
   const auto text = ReadFile(StateFile(), kMaxState);
+  if (!text && !IsNothingThere(errno)) ThrowErrno("reading " + StateFile().string());
   if (!text) return {};
   const KeyValueText values(*text);
   State state;
@@ -145,9 +156,10 @@ State ReadState() {
 }
 
 fs::path ChooseAtBoot() {
-  AdvanceTrial(ReadState());
+  const State state = StateAtBoot();
+  AdvanceTrial(state);
   for (const std::string& slot :
-       {LinkedSlot(), ReadState().previous, std::string("a"), std::string("b")}) {
+       {LinkedSlot(), state.previous, std::string("a"), std::string("b")}) {
     if (!HoldsFirmware(slot)) continue;
     if (slot != LinkedSlot()) {
       Log(LOG_ERR, "slots: the link names no firmware, taking slot %s", slot.c_str());

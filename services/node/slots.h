@@ -25,7 +25,8 @@ struct State {
   std::string failure;   ///< why the trial failed, for people
 };
 
-/// @return the recorded state; a missing or unreadable file means that nothing is being tried.
+/// @return the recorded state; a missing or damaged file means that nothing is being tried.
+/// @throws std::system_error when it cannot be read now: a trial may be under way all the same.
 [[nodiscard]] State ReadState();
 
 /// Decides which slot this boot shows, and counts the boot against a running trial. Called once, as

@@ -113,7 +113,7 @@ void FaultMesh::MakeNewer() {
 }
 
 std::string FaultMesh::Running(int node) const {
-  return journeys::VersionIn(Node(node).Read(KALO::paths::kRunningVersion));
+  return journeys::ValueIn(Node(node).Read(KALO::paths::kRunningVersion), "version");
 }
 
 // Every program of a node loads it from its next boot on.

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "platform/paths.h"
+#include "tests/journeys/support/mesh_box.h"
 #include "tests/support/wait.h"
 
 namespace kalo::faults {
@@ -88,14 +89,6 @@ std::string Lines(const std::string& text, std::string_view mark) {
     if (line.find(mark) != std::string::npos) found += line + "\n";
   }
   return found;
-}
-
-// The value of a line key="value" without escapes, which these files never need.
-std::string Value(const std::string& text, const std::string& key) {
-  const std::string line = Lines(text, key + "=\"");
-  const std::size_t begin = line.find('"');
-  if (begin == std::string::npos) return "";
-  return line.substr(begin + 1, line.find('"', begin + 1) - begin - 1);
 }
 
 bool IsRollingGroup(const std::string& text) {
@@ -208,11 +201,11 @@ void Rules::CheckProgressFile(const char* path) {
   const std::string text = mesh_.Node(0).Read(path);
   const std::string bad = FirstBadLine(text);
   if (!bad.empty()) Break(std::string(path) + " has the line: " + bad);
-  const std::string step = Value(text, "step");
+  const std::string step = journeys::ValueIn(text, "step");
   if (std::find(kSteps.begin(), kSteps.end(), step) == kSteps.end()) {
     Break(std::string(path) + " has the step " + step);
   }
-  const std::string percent = Value(text, "percent");
+  const std::string percent = journeys::ValueIn(text, "percent");
   int number = 0;
   const auto [end, error] =
       std::from_chars(percent.data(), percent.data() + percent.size(), number);
@@ -239,7 +232,8 @@ void Rules::CheckConfiguration(bool restarted) {
   while (std::getline(lines, line)) {
     if (line.starts_with("patch_check_notified_version=")) continue;
     // One that cannot be read is drawn anew.
-    if (line.starts_with("rolling_group_id=") && IsRollingGroup(Value(now, "rolling_group_id")))
+    if (line.starts_with("rolling_group_id=") &&
+        IsRollingGroup(journeys::ValueIn(now, "rolling_group_id")))
       continue;
     if (Lines(now, line).empty()) Break("/etc/kaloinfo.conf lost the line: " + line);
   }

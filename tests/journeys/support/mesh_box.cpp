@@ -48,11 +48,13 @@ std::string Patch(const std::string& model, int build) {
   return model + "=" + (Patches() / (model + "-" + std::to_string(build) + ".patch")).string();
 }
 
-std::string VersionIn(const std::string& text) {
-  const std::string key = "version=\"";
-  const std::size_t begin = text.find(key);
+std::string ValueIn(const std::string& text, const std::string& key) {
+  const std::string mark = "\n" + key + "=\"";
+  const std::string lines = "\n" + text;
+  std::size_t begin = lines.find(mark);
   if (begin == std::string::npos) return "";
-  return text.substr(begin + key.size(), text.find('"', begin + key.size()) - begin - key.size());
+  begin += mark.size();
+  return lines.substr(begin, lines.find('"', begin) - begin);
 }
 
 MeshBox::MeshBox(const std::string& name, const std::vector<std::string>& options)
@@ -191,7 +193,7 @@ bool MeshBox::WaitForStaged(int node, const std::string& version) const {
 }
 
 std::string MeshBox::RunningVersion(int node) const {
-  return VersionIn(Exec(node, {"cat", "/usr/kalo/VERSION"}).out);
+  return ValueIn(Exec(node, {"cat", "/usr/kalo/VERSION"}).out, "version");
 }
 
 Json::Value MeshBox::Status() const {

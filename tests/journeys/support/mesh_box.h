@@ -84,8 +84,9 @@ class MeshBox {
 inline constexpr const char* kFirst = "VXM 1.4.0-76000";
 inline constexpr const char* kNext = "VXM 1.4.0-76010";
 
-/// @return the version that a VERSION file's text names; empty when it names none.
-[[nodiscard]] std::string VersionIn(const std::string& text);
+/// Reads a key=value file as these tests find it: without escapes, which none of theirs needs.
+/// @return the key's value; empty when it has none.
+[[nodiscard]] std::string ValueIn(const std::string& text, const std::string& key);
 
 /// @return the word for the command line: a model and the file of its patch.
 [[nodiscard]] std::string Patch(const std::string& model, int build);

@@ -1,13 +1,14 @@
 #include "services/meshd/update_history.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 
 #include "host/core/strict_json.h"
+#include "tests/support/no_descriptors.h"
 
 namespace kalo::meshd {
 namespace {
@@ -52,15 +53,14 @@ class UpdateHistoryTest : public ::testing::Test {
 
 TEST_F(UpdateHistoryTest, WhatCannotBeReadNowIsNotReplaced) {
   UpdateHistory(kFolder).Note(Ended(1000), 1060);
-  rlimit usual{};
-  getrlimit(RLIMIT_NOFILE, &usual);
-  const rlimit none{0, usual.rlim_max};
-  setrlimit(RLIMIT_NOFILE, &none);
-  UpdateHistory history(kFolder);
-  history.Note(Ended(2000), 2060);
-  setrlimit(RLIMIT_NOFILE, &usual);
+  std::optional<UpdateHistory> history;
+  {
+    const test::NoDescriptors none;
+    history.emplace(kFolder);
+    history->Note(Ended(2000), 2060);
+  }
   EXPECT_EQ(InFile().size(), 1U);
-  history.Note(Ended(2000), 2060);
+  history->Note(Ended(2000), 2060);
   ASSERT_EQ(InFile().size(), 2U);
   EXPECT_EQ(InFile()[0]["begun"].asInt(), 1000);
 }

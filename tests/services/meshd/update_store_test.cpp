@@ -4,6 +4,9 @@
 
 #include <filesystem>
 #include <fstream>
+#include <system_error>
+
+#include "tests/support/no_descriptors.h"
 
 namespace kalo::meshd {
 namespace {
@@ -37,11 +40,21 @@ TEST_F(UpdateStoreTest, KeepsWhatWasSaved) {
   EXPECT_EQ(fs::status(kFile).permissions(), fs::perms::owner_read | fs::perms::owner_write);
 }
 
-TEST_F(UpdateStoreTest, WhatCannotBeReadIsNoUpdate) {
+TEST_F(UpdateStoreTest, WhatIsDamagedIsNoUpdate) {
   UpdateStore store(kFolder);
   std::ofstream(kFile) << "{\"format\":";
   EXPECT_EQ(store.Load().state, UpdateState::kNone);
   EXPECT_TRUE(store.Save(Running()));
+  EXPECT_EQ(store.Load().state, UpdateState::kRunning);
+}
+
+TEST_F(UpdateStoreTest, WhatCannotBeReadNowIsNotForgotten) {
+  ASSERT_TRUE(UpdateStore(kFolder).Save(Running()));
+  UpdateStore store(kFolder);
+  {
+    const test::NoDescriptors none;
+    EXPECT_THROW((void)store.Load(), std::system_error);
+  }
   EXPECT_EQ(store.Load().state, UpdateState::kRunning);
 }
 

@@ -1,8 +1,11 @@
 #include "services/node/slots.h"
 
+#include <system_error>
+
 #include "host/update/patch_format/description.h"
 #include "platform/paths.h"
 #include "tests/services/node/support.h"
+#include "tests/support/no_descriptors.h"
 
 namespace kalo::slots {
 namespace {
@@ -58,6 +61,19 @@ TEST_F(Slots, GivingUpGoesBackAtOnce) {
   EXPECT_EQ(ReadState().failure, "not healthy");
   EXPECT_EQ(Next(), "a");
   EXPECT_FALSE(FallBack("again"));
+}
+
+// Who took it for no trial would confirm nothing, and the next boot would go back.
+TEST_F(Slots, AStateThatCannotBeReadNowIsNotNone) {
+  ActivateForTrial(node::kNext);
+  EXPECT_EQ(Next(), "b");
+  {
+    const test::NoDescriptors none;
+    EXPECT_THROW(static_cast<void>(ReadState()), std::system_error);
+    EXPECT_THROW(EndTrial(), std::system_error);
+    EXPECT_EQ(Next(), "b") << "a node boots all the same";
+  }
+  EXPECT_EQ(ReadState().trial, Trial::kBooted);
 }
 
 TEST_F(Slots, BothAreNeededUntilATrialIsConfirmed) {
