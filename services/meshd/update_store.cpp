@@ -16,7 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t kFileLimit = 1024 * 1024;
+constexpr std::size_t kFileLimit = std::size_t{1} << 20;
 constexpr mode_t kMode = 0600;
 
 }  // namespace
