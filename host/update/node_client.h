@@ -29,7 +29,8 @@ class NodeUnreachable : public std::runtime_error {
 struct UploadLimits {
   std::chrono::milliseconds whole = std::chrono::minutes(10);  ///< from connecting to the answer
   std::chrono::milliseconds stall = std::chrono::seconds(30);  ///< below 1 KiB/s while sending
-  /// Asked at least once a second; false ends it. Empty: it is wanted to its end.
+  /// Asked at least once a second until everything is sent; false ends it. What the node has got
+  /// whole it keeps, so its answer is waited for. Empty: it is wanted to its end.
   std::function<bool()> is_wanted = {};
 };
 

@@ -154,15 +154,15 @@ int NodeTransfer::OnProgress(void* self, curl_off_t /*down_total*/, curl_off_t /
                              curl_off_t up_total, curl_off_t up) {
   auto* transfer = static_cast<NodeTransfer*>(self);
   transfer->note_->Moved(static_cast<std::uint64_t>(up), static_cast<std::uint64_t>(up_total));
+  if (up_total > 0 && up >= up_total) return 0;
   const bool wanted = !transfer->limits_.is_wanted || transfer->limits_.is_wanted();
-  return !wanted || transfer->Stalls(up_total, up) ? 1 : 0;
+  return !wanted || transfer->Stalls(up) ? 1 : 0;
 }
 
 // The library's own low-speed limit would also count the time in which the node checks what it has
 // got, when nothing moves and nothing is wrong.
-bool NodeTransfer::Stalls(curl_off_t total, curl_off_t sent) {
+bool NodeTransfer::Stalls(curl_off_t sent) {
   const auto now = std::chrono::steady_clock::now();
-  if (total > 0 && sent >= total) return false;
   const std::int64_t enough = kSlowestBytesPerSecond * limits_.stall.count() / 1000;
   if (sent - moved_to_ >= enough) {
     moved_to_ = sent;

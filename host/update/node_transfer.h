@@ -68,7 +68,7 @@ class NodeTransfer {
   static int OnFileSeek(void* self, curl_off_t offset, int origin);
   static int OnProgress(void* self, curl_off_t down_total, curl_off_t down, curl_off_t up_total,
                         curl_off_t up);
-  [[nodiscard]] bool Stalls(curl_off_t total, curl_off_t sent);
+  [[nodiscard]] bool Stalls(curl_off_t sent);
 
   CURL* curl_;
   std::int32_t node_id_;

@@ -34,7 +34,12 @@ class HeldSignals {
   HeldSignals() {
     sigset_t held;
     sigemptyset(&held);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) sigaddset(&held, signal);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+      struct sigaction action {};
+      const bool is_ignored =
+          sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+      if (!is_ignored) sigaddset(&held, signal);
+    }
     sigprocmask(SIG_BLOCK, &held, &before_);
     fd_ = UniqueFd(signalfd(-1, &held, SFD_CLOEXEC));
   }

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <thread>
 
 #include "host/core/folder.h"
 #include "host/core/log.h"
@@ -35,6 +36,7 @@ using KALO::MESH::SDK::Upgrade::UpdateUtil;
 constexpr int kPercentWhenHandedOut = 30;  // the rest is the mesh service's
 constexpr std::chrono::milliseconds kLook{1000};
 constexpr int kMostMissedLooks = 60;
+constexpr int kLooksForALateStart = 10;
 constexpr std::uint32_t kCodeMask = 0xFFFF;
 
 void WriteProgress(const char* step, int percent) {
@@ -67,15 +69,22 @@ Client::SystemUpdateProgress AskProgress() {
   }
 }
 
-// An answer that came too late, or was lost, says nothing.
+// An answer that came too late, or was lost, says nothing: the update may begin yet, after the
+// service has asked all nodes once more. As long as nobody tells, it is taken to run.
 bool RunsAllTheSame(std::uint16_t code) {
   if (code != static_cast<std::uint16_t>(mesh::MeshCode::kTimedOut) &&
       code != static_cast<std::uint16_t>(mesh::MeshCode::kConnectionLost)) {
     return false;
   }
-  const Client::SystemUpdateProgress progress = AskProgress();
-  return progress.code == 0 && progress.step != "none" && progress.step != "finish" &&
-         progress.step != "failed";
+  bool is_idle = false;
+  for (int look = 0; look < kLooksForALateStart; ++look) {
+    std::this_thread::sleep_for(kLook);
+    const Client::SystemUpdateProgress progress = AskProgress();
+    is_idle = progress.code == 0 &&
+              (progress.step == "none" || progress.step == "finish" || progress.step == "failed");
+    if (progress.code == 0 && !is_idle) return true;
+  }
+  return !is_idle;
 }
 
 void EmptyStore(const char* folder) {

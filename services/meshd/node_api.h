@@ -16,7 +16,7 @@ enum class StartOutcome {
 /// A node's answer to `start`.
 struct StartAnswer {
   StartOutcome outcome = StartOutcome::kLater;
-  std::int32_t error_number = 0;  ///< the node's, with kRefused
+  std::int32_t error_number = 0;  ///< the node's; 0 when it gave none
 };
 
 /// The calls that the service makes to one node. Used by one thread.

@@ -37,13 +37,23 @@ NodeWorker::Orders NodeWorker::NextOrders(const std::stop_token& stop) {
   return {stop.stop_requested(), std::exchange(start_, false), round_};
 }
 
+// Whatever goes wrong, somebody waits for the outcome.
+StartAnswer NodeWorker::TellToStart() {
+  try {
+    return api_->Start();
+  } catch (const std::exception& e) {
+    Log(LOG_ERR, "node %u: %s", id_, e.what());
+    return {};
+  }
+}
+
 void NodeWorker::Run(const std::stop_token& stop) {
   for (;;) {
     const Orders orders = NextOrders(stop);
     if (orders.stop) return;
     // What goes wrong in one turn must not end the service with all other nodes.
     try {
-      if (orders.start) events_.OnStartAnswer(id_, api_->Start());
+      if (orders.start) events_.OnStartAnswer(id_, TellToStart());
       events_.OnReport(id_, orders.round, api_->Info());
     } catch (const std::exception& e) {
       Log(LOG_ERR, "node %u: %s", id_, e.what());

@@ -58,6 +58,7 @@ class NodeWorker {
   };
 
   void Run(const std::stop_token& stop);
+  [[nodiscard]] StartAnswer TellToStart();
   // Waits for the next heartbeat's time or an order.
   [[nodiscard]] Orders NextOrders(const std::stop_token& stop);
 

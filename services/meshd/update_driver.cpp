@@ -15,6 +15,9 @@ namespace {
 
 using mesh::MeshCode;
 
+// Not at once: each word of a node is a moment in which it could be told.
+constexpr std::chrono::seconds kPauseBeforeAgain{1};
+
 bool IsWorking(const UpdateNode& node) {
   return node.stage == NodeStage::kStarting || node.stage == NodeStage::kInstalling;
 }
@@ -154,6 +157,9 @@ void UpdateDriver::StartAnswered(std::uint32_t id, const StartAnswer& answer, Ti
   UpdateNode* node = Running() ? Find(id) : nullptr;
   if (node == nullptr) return;
   waits_[id].called = false;
+  waits_[id].again = now + kPauseBeforeAgain;
+  waits_[id].cause =
+      answer.error_number == node::error::kBusy ? LateCause::kBusy : LateCause::kSilent;
   if (node->stage != NodeStage::kStarting) return;
   const bool at_it =
       answer.outcome == StartOutcome::kRefused && answer.error_number == node::error::kInstalling;
@@ -169,14 +175,17 @@ void UpdateDriver::StartAnswered(std::uint32_t id, const StartAnswer& answer, Ti
 }
 
 void UpdateDriver::NotTold(const std::vector<std::uint32_t>& ids) {
-  for (const std::uint32_t id : ids) waits_[id].called = false;
+  for (const std::uint32_t id : ids) {
+    waits_[id].called = false;
+    waits_[id].cause = LateCause::kNotSaved;
+  }
 }
 
 void UpdateDriver::EndLateStages(TimePoint now) {
   for (UpdateNode& node : record_.nodes) {
     const auto waited = now - waits_[node.id].since;
     if (node.stage == NodeStage::kStarting && waited >= timing_.start) {
-      Fail(node, NotReached(node));
+      Fail(node, NotReached(node, waits_[node.id].cause));
     } else if (node.stage == NodeStage::kInstalling && waited >= timing_.install) {
       Fail(node, TookTooLong(node));
     }
@@ -206,7 +215,8 @@ std::vector<std::uint32_t> UpdateDriver::Step(TimePoint now) {
   for (const UpdateNode& node : record_.nodes) {
     Wait& wait = waits_[node.id];
     // After a restart the node is heard first: it may be through already.
-    if (node.stage != NodeStage::kStarting || wait.called || !wait.seen) continue;
+    if (node.stage != NodeStage::kStarting || wait.called || !wait.seen || now < wait.again)
+      continue;
     wait.called = true;
     starts.push_back(node.id);
   }

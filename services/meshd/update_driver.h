@@ -9,6 +9,7 @@
 #include "host/mesh/wire.h"
 #include "services/meshd/node_api.h"
 #include "services/meshd/node_registry.h"
+#include "services/meshd/update_failure.h"
 #include "services/meshd/update_record.h"
 
 namespace kalo::meshd {
@@ -56,7 +57,8 @@ class UpdateDriver {
   /// Ends waits that are over and gives the next nodes their turn.
   /// @return the nodes to tell now; each one's StartAnswered follows, or they stand in NotTold.
   [[nodiscard]] std::vector<std::uint32_t> Step(TimePoint now);
-  /// Those that Step named could not be told; the next Step names them again.
+  /// Those that Step named were not told, as that could not be saved; the next Step names them
+  /// again.
   void NotTold(const std::vector<std::uint32_t>& ids);
 
   [[nodiscard]] bool Running() const { return record_.state == UpdateState::kRunning; }
@@ -65,9 +67,11 @@ class UpdateDriver {
  private:
   // What is only good for this run of the service.
   struct Wait {
-    TimePoint since{};    // since when the node is in its stage
-    bool seen = false;    // it said something since the service started
-    bool called = false;  // a call that tells it to install is under way
+    TimePoint since{};                     // since when the node is in its stage
+    bool seen = false;                     // it said something since the service started
+    bool called = false;                   // a call that tells it to install is under way
+    TimePoint again{};                     // when it may be told once more
+    LateCause cause = LateCause::kSilent;  // why it was not told so far
   };
 
   void ObservedWaiting(UpdateNode& node, const NodeReport& report);

@@ -51,9 +51,11 @@ NodeError StartRefused(const UpdateNode& node, std::int32_t error_number) {
                      : "it answered with error " + std::to_string(error_number));
 }
 
-NodeError NotReached(const UpdateNode& node) {
-  return Failure(node, UpdateError::kDeadline, "could not be told to install",
-                 "it did not answer in time");
+NodeError NotReached(const UpdateNode& node, LateCause cause) {
+  const char* why = "it did not answer in time";
+  if (cause == LateCause::kBusy) why = "it was busy with a patch all the time";
+  if (cause == LateCause::kNotSaved) why = "the main router cannot save how far the update is";
+  return Failure(node, UpdateError::kDeadline, "could not be told to install", why);
 }
 
 NodeError WasOffline(const UpdateNode& node) {

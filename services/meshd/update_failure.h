@@ -15,8 +15,14 @@ namespace kalo::meshd {
 /// It took the order, and no new boot came in time.
 [[nodiscard]] NodeError TookTooLong(const UpdateNode& node);
 [[nodiscard]] NodeError StartRefused(const UpdateNode& node, std::int32_t error_number);
+/// Why a node was not told to install.
+enum class LateCause {
+  kSilent,   ///< it did not answer
+  kBusy,     ///< it was at another patch
+  kNotSaved  ///< what is not on disk is not ordered
+};
 /// It could not be told to install in time.
-[[nodiscard]] NodeError NotReached(const UpdateNode& node);
+[[nodiscard]] NodeError NotReached(const UpdateNode& node, LateCause cause);
 /// It was offline when the update began.
 [[nodiscard]] NodeError WasOffline(const UpdateNode& node);
 

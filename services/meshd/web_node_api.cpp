@@ -80,7 +80,8 @@ StartAnswer WebNodeApi::Start() {
         client->Call(node_, kApi, kApiVersion, "start", Json::objectValue, kStartDeadline);
     if (!response.IsValid()) return {};
     if (response.IsSuccess()) return {StartOutcome::kAccepted, 0};
-    if (response.GetErrno() == node::error::kBusy) return {};
+    if (response.GetErrno() == node::error::kBusy)
+      return {StartOutcome::kLater, node::error::kBusy};
     return {StartOutcome::kRefused, response.GetErrno()};
   } catch (const NodeUnreachable& e) {
     Log(LOG_WARNING, "node %d: start: %s", node_.node_id, e.what());

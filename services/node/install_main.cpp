@@ -22,6 +22,7 @@
 #include "services/node/install_report.h"
 #include "services/node/installer.h"
 #include "services/node/slots.h"
+#include "services/node/stage.h"
 
 namespace {
 
@@ -49,11 +50,19 @@ void ReportNoRestart(const std::string& version) {
   }
 }
 
+// What is installed already waits for its restart, which may not have come the first time; unless
+// something else was handed in since.
+bool IsInstalled() {
+  if (kalo::slots::GetUse() != kalo::slots::Use::kAwaitsRestart) return false;
+  const auto staged = kalo::node::ReadStaged();
+  if (!staged || staged->description.version == kalo::slots::ReadState().version) return true;
+  kalo::slots::CallOff();
+  return false;
+}
+
 int InstallAndRestart() {
-  // What is installed already waits for its restart, which may not have come the first time.
-  const bool is_installed = kalo::slots::IsTrialOpen();
   kalo::node::Installer installer;
-  if (!is_installed && !installer.Run()) return InstallExit::kFailed;
+  if (!IsInstalled() && !installer.Run()) return InstallExit::kFailed;
   const int result = Restart();
   if (result != InstallExit::kOk) ReportNoRestart(kalo::slots::ReadState().version);
   return result;
@@ -63,8 +72,8 @@ int InstallAndRestart() {
 int Start(bool foreground) {
   const std::optional<kalo::FileLock> lock = kalo::FileLock::TryTake(KALO::paths::kInstallLock);
   if (!lock) return errno == EWOULDBLOCK ? InstallExit::kBusy : InstallExit::kFailed;
-  if (kalo::slots::ReadState().trial == kalo::slots::Trial::kBooted) {
-    kalo::Log(LOG_ERR, "install: the version that runs is not confirmed yet");
+  if (kalo::slots::GetUse() == kalo::slots::Use::kAwaitsVerdict) {
+    kalo::Log(LOG_ERR, "install: the boot is not judged yet");
     return InstallExit::kBusy;
   }
   if (foreground) return InstallAndRestart();

@@ -46,6 +46,15 @@ std::uint64_t SizeOf(const fs::path& folder) {
   return bytes;
 }
 
+// Without its version file: the copy is not yet a firmware.
+void CopyWhatRuns(const fs::path& slot) {
+  for (const auto& entry : fs::directory_iterator(slots::ActiveSlot())) {
+    if (entry.path().filename() == "VERSION") continue;
+    fs::copy(entry.path(), slot / entry.path().filename(),
+             fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  }
+}
+
 // Where a small update is written before it goes into the slot.
 fs::path SmallFolder(const fs::path& slot) {
   return slot.native() + ".small";
@@ -115,9 +124,7 @@ void Installer::WritePrograms() {
                                 " bytes, free are " + std::to_string(available));
   }
   if (staged_.full.empty()) {
-    fs::copy(slots::ActiveSlot(), slot_,
-             fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-    fs::remove(slot_ / "VERSION");  // not yet a firmware
+    CopyWhatRuns(slot_);
   } else {
     Extract(staged_.full, slot_);
   }

@@ -185,11 +185,28 @@ void Discard(const fs::path& slot) {
   fs::remove_all(slot);
 }
 
-bool IsTrialOpen() {
+Use GetUse() {
   const State state = ReadState();
-  // Armed with the old link is an activation that broke off: nothing of it runs.
-  return state.trial == Trial::kBooted ||
-         (state.trial == Trial::kArmed && LinkedSlot() != state.previous);
+  switch (state.trial) {
+    case Trial::kNone:
+      return Use::kFree;
+    case Trial::kArmed:
+      // With the old link it is an activation that broke off: nothing of it runs.
+      return LinkedSlot() != state.previous ? Use::kAwaitsRestart : Use::kFree;
+    case Trial::kBooted:
+      // Without a firmware to go back to there is nothing to keep, and an update may be the cure.
+      return HoldsFirmware(state.previous) ? Use::kAwaitsVerdict : Use::kFree;
+    case Trial::kFailed:
+      return Use::kAwaitsVerdict;
+  }
+  return Use::kFree;
+}
+
+void CallOff() {
+  State state = ReadState();
+  FlipLink(state.previous);
+  state.trial = Trial::kNone;
+  WriteState(state);
 }
 
 void ActivateForTrial(const std::string& version) {

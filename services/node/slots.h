@@ -37,7 +37,9 @@ struct State {
 
 /// @throws std::runtime_error when the link names no slot.
 [[nodiscard]] std::filesystem::path ActiveSlot();
-/// @return the slot that an installation may write; it may not exist yet.
+/// @return the slot that the link does not name; it may not exist yet. GetUse tells whether it may
+/// be
+///         written.
 [[nodiscard]] std::filesystem::path InactiveSlot();
 
 /// Removes what lies in a slot. At no moment on its way does the rest count as a firmware, not even
@@ -45,10 +47,19 @@ struct State {
 /// @throws std::system_error
 void Discard(const std::filesystem::path& slot);
 
-/// Whether the node runs a version that was not confirmed yet, or waits for the restart into one.
-/// Both slots are needed then, the one that runs and the one that the link names or the way back:
-/// neither may be written.
-[[nodiscard]] bool IsTrialOpen();
+/// What the slots are needed for.
+enum class Use {
+  kFree,           ///< the inactive slot may be written
+  kAwaitsRestart,  ///< what was installed is the next boot's; the slot that runs is not the link's
+  kAwaitsVerdict   ///< a boot is not judged yet: the other slot is the way back, or still runs
+};
+
+/// @throws std::system_error when the state cannot be read.
+[[nodiscard]] Use GetUse();
+
+/// Takes an activation back that was not booted: the next boot stays with what runs.
+/// @throws std::system_error
+void CallOff();
 
 /// Makes the inactive slot the one that the next boot tries. The slot is on the disk already.
 /// @throws std::system_error; the active slot then stays the next boot's.

@@ -121,7 +121,10 @@ void Stage(const std::string& path, const patch::PatchDescription& description,
   if (!small && NodeId() == 0) WriteLocator();
   // From here on it is staged.
   if (!WriteFileAtomic(Place::Path(place.info), info.Text(), 0600)) {
-    ThrowErrno("writing " + Place::Path(place.info).string());
+    const int error = errno;
+    if (!small) (void)unlink(KALO::paths::kFullPatchLocator);
+    throw std::system_error(error, std::generic_category(),
+                            "writing " + Place::Path(place.info).string());
   }
 }
 

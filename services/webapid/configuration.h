@@ -23,7 +23,7 @@ struct Configuration {
 
   std::chrono::seconds request_time{30};   ///< for headers and body of a request without files
   std::chrono::seconds upload_time{3600};  ///< for a request with files
-  unsigned connections = 100;              ///< per port; further clients wait
+  unsigned connections = 100;              ///< per port, half of them for one address
   std::uint64_t upload_bytes = std::uint64_t{512} << 20;
 };
 

@@ -22,7 +22,7 @@ constexpr std::size_t kConnectionMemory = std::size_t{16} << 10;
 constexpr MHD_UNSIGNED_LONG_LONG kMostWait = 60000;  // ms
 constexpr int kRuns = 4;                             // in one turn of the loop
 constexpr int kMostCircles = 8;
-constexpr int kMostCirclesWhileSending = 256;  // each sends a piece of a long answer
+constexpr int kMostCirclesWhileSending = 256;  // each may send a piece of a long answer
 constexpr std::chrono::milliseconds kCircleWait{10};
 // What a refused request may still send so that it gets its answer on a healthy connection: closing
 // one on which bytes still come makes the client's system drop the answer.

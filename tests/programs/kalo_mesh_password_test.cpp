@@ -22,9 +22,17 @@ class PasswordPrompt : public ::testing::Test {
     int terminal = -1;
     asker_ = forkpty(&terminal, nullptr, nullptr, nullptr);
     ASSERT_GE(asker_, 0);
-    if (asker_ == 0) _exit(ReadPassword("Password: ") == "secret" ? 0 : 1);
+    if (asker_ == 0) Ask();
     terminal_ = UniqueFd(terminal);
     ASSERT_TRUE(test::WaitFor([this] { return !HasEcho(); }));
+  }
+  [[noreturn]] static void Ask() {
+    signal(SIGINT, SIG_DFL);
+    try {
+      _exit(ReadPassword("Password: ") == "secret" ? 0 : 1);
+    } catch (...) {
+      _exit(2);
+    }
   }
   [[nodiscard]] bool HasEcho() const {
     termios settings{};
@@ -33,7 +41,7 @@ class PasswordPrompt : public ::testing::Test {
   // @return how the process that asked ended.
   [[nodiscard]] int WaitForEnd() const {
     int status = -1;
-    EXPECT_EQ(waitpid(asker_, &status, 0), asker_);
+    EXPECT_TRUE(test::WaitFor([&] { return waitpid(asker_, &status, WNOHANG) == asker_; }));
     return status;
   }
 

@@ -154,6 +154,7 @@ TEST_F(MeshCoreTest, AnUnreachableNodeIsToldAgainAtTheNextTickOnly) {
   Request();
   Report(1);
   core_->StartAnswered(3, {}, now_);
+  Report(2);  // its worker asks it at once what it is at
   EXPECT_THAT(commands_.starts, ElementsAre(3));
   core_->Tick(now_ += 1s);
   EXPECT_THAT(commands_.starts, ElementsAre(3, 3));

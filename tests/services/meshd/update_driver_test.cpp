@@ -266,6 +266,23 @@ TEST_F(UpdateDriverTest, ANodeThatCannotBeToldIsToldAgainUntilTheDeadline) {
   EXPECT_THAT(driver_->Record().nodes[3].error.description, HasSubstr("could not be told"));
 }
 
+TEST_F(UpdateDriverTest, ItIsToldWhyANodeWasNotToldInTime) {
+  ASSERT_EQ(Begin(), MeshCode::kOk);
+  ASSERT_THAT(driver_->Step(now_), ElementsAre(3));
+  driver_->StartAnswered(3, {StartOutcome::kLater, 5229}, now_);
+  Pass(60s);
+  Beat();
+  EXPECT_THAT(driver_->Record().nodes[3].error.message, HasSubstr("busy with a patch"));
+}
+
+TEST_F(UpdateDriverTest, AFullDiskIsNoSilentNode) {
+  ASSERT_EQ(Begin(), MeshCode::kOk);
+  driver_->NotTold(driver_->Step(now_));
+  Pass(60s);
+  Beat();
+  EXPECT_THAT(driver_->Record().nodes[3].error.message, HasSubstr("cannot save"));
+}
+
 TEST_F(UpdateDriverTest, ARefusalFailsWithTheNodesOwnNumber) {
   nodes_[3].Refuse(5225);
   ASSERT_EQ(Begin(), MeshCode::kOk);

@@ -141,6 +141,12 @@ TEST_F(Installing, AMissingRestartIsToldAndTriedAgainWithoutInstallingAgain) {
   EXPECT_TRUE(fs::exists("/tmp/restarted"));
   EXPECT_TRUE(fs::exists(kFolder / "a/mark"));
   EXPECT_EQ(slots::ActiveSlot(), kFolder / "b");
+  constexpr const char* kLater = "VXM 1.4.0-76020";
+  Stage(MakePatch(kLater, kModel, 76020), {kModel, kLater, 76020, 0}, "");
+  EXPECT_EQ(std::system(kInstall), 0);
+  EXPECT_THAT(ReadText(kFolder / "b/VERSION"), testing::HasSubstr(kLater))
+      << "what was handed in since comes first";
+  EXPECT_TRUE(fs::exists(kFolder / "a/mark"));
 }
 
 TEST_F(Installing, NothingStagedFails) {

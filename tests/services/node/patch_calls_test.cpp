@@ -113,6 +113,13 @@ TEST_F(PatchCalls, WhatElseHoldsTheLockIsNoInstallation) {
   }
 }
 
+TEST_F(PatchCalls, AnInstallerThatDiedIsNotTakenForWorking) {
+  ASSERT_TRUE(WriteInstallReport({"updating_programs", 30, kNext, 0, "", ""}));
+  ASSERT_TRUE(Upload(MakePatch(kNext)).IsSuccess());
+  EXPECT_EQ(ReadInstallReport().step, "failed");
+  EXPECT_EQ(ReadInstallReport().err_desc, "the installation broke off");
+}
+
 TEST_F(PatchCalls, APatchWhoseLocatorCannotBeWrittenIsNotStaged) {
   WriteText("/etc/kalo/node.conf", "id=\"0\"\nname=\"Hall\"\n");
   fs::create_directory(KALO::paths::kFullPatchLocator);

@@ -77,20 +77,47 @@ TEST_F(Slots, AStateThatCannotBeReadNowIsNotNone) {
 }
 
 TEST_F(Slots, BothAreNeededUntilATrialIsConfirmed) {
-  EXPECT_FALSE(IsTrialOpen());
+  EXPECT_EQ(GetUse(), Use::kFree);
   ActivateForTrial(node::kNext);
-  EXPECT_TRUE(IsTrialOpen()) << "what runs is not what the link names";
+  EXPECT_EQ(GetUse(), Use::kAwaitsRestart) << "what runs is not what the link names";
   EXPECT_EQ(Next(), "b");
-  EXPECT_TRUE(IsTrialOpen());
+  EXPECT_EQ(GetUse(), Use::kAwaitsVerdict);
   EndTrial();
-  EXPECT_FALSE(IsTrialOpen());
+  EXPECT_EQ(GetUse(), Use::kFree);
+}
+
+TEST_F(Slots, WhatRunsIsNeededUntilTheRestartOfAFallBackIsJudged) {
+  ActivateForTrial(node::kNext);
+  EXPECT_EQ(Next(), "b");
+  ASSERT_TRUE(FallBack("not healthy"));
+  EXPECT_EQ(GetUse(), Use::kAwaitsVerdict) << "b runs, and the link names a";
+  EXPECT_EQ(Next(), "a");
+  EXPECT_EQ(GetUse(), Use::kAwaitsVerdict);
+  EndTrial();
+  EXPECT_EQ(GetUse(), Use::kFree);
+}
+
+TEST_F(Slots, WithoutAWayBackThereIsNothingToKeep) {
+  ActivateForTrial(node::kNext);
+  EXPECT_EQ(Next(), "b");
+  fs::remove(kFolder / "a/VERSION");
+  EXPECT_EQ(GetUse(), Use::kFree);
+}
+
+TEST_F(Slots, AnActivationThatIsCalledOffIsNotBooted) {
+  ActivateForTrial(node::kNext);
+  CallOff();
+  EXPECT_EQ(GetUse(), Use::kFree);
+  EXPECT_EQ(ActiveSlot(), kFolder / "a");
+  EXPECT_EQ(Next(), "a");
+  EXPECT_EQ(ReadState().trial, Trial::kNone);
 }
 
 TEST_F(Slots, AnActivationThatBrokeOffNeedsOnlyWhatRuns) {
   ActivateForTrial(node::kNext);
   fs::remove(kFolder / "current");
   fs::create_symlink("a", kFolder / "current");
-  EXPECT_FALSE(IsTrialOpen());
+  EXPECT_EQ(GetUse(), Use::kFree);
 }
 
 TEST_F(Slots, ThereIsNoGivingUpWithoutAFirmwareToGoBackTo) {
