@@ -102,7 +102,11 @@ int RunDump(const CommonOptions& common, const DumpOptions& options) {
   if (!WriteFileAtomic(options.out, text, S_IRUSR | S_IWUSR)) {
     throw Failure(kFailed, options.out + " cannot be written");
   }
-  if (!common.json) std::cout << "Written: " << options.out << "\n";
+  if (common.json) {
+    std::cout << "{}\n";
+  } else {
+    std::cout << "Written: " << options.out << "\n";
+  }
   return kOk;
 }
 

@@ -42,6 +42,7 @@ void StartDownload(ApiClient& client, bool promotion) {
 std::string FollowDownload(ApiClient& client, BarBoard& board, bool is_auto) {
   Json::Value as(Json::objectValue);
   as["auto"] = is_auto;
+  as["skip_re_status"] = true;  // a node that is away is no reason to wait for ever
   for (;;) {
     const Json::Value progress = client.Call(kApi, 2, "progress", Json::objectValue);
     const std::string status = TextOf(progress, "status");
@@ -51,7 +52,9 @@ std::string FollowDownload(ApiClient& client, BarBoard& board, bool is_auto) {
                  fetched ? "handing it to the nodes" : "downloading"}});
     if (fetched) {
       const Json::Value mesh = client.Call("KALO.Mesh.Upgrade", 2, "status", as);
-      if (TextOf(mesh, "status") == "ready_upgrade") return TextOf(progress, "version");
+      const std::string state = TextOf(mesh, "status");
+      if (state == "ready_upgrade") return TextOf(progress, "version");
+      if (state == "none") throw Failure(kFailed, "what was downloaded is not there any more");
     }
     std::this_thread::sleep_for(kLookEvery);
   }

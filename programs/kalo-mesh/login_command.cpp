@@ -32,7 +32,11 @@ int RunLogin(const CommonOptions& common, const LoginOptions& options) {
   ApiClient client(session, common.connect_deadline);
   client.Login(options.user, Password(options));
   SaveSession(common.session_file, client.CurrentSession());
-  if (!common.json) std::cout << "Signed in at " << Printable(session.server) << ".\n";
+  if (common.json) {
+    std::cout << "{}\n";
+  } else {
+    std::cout << "Signed in at " << Printable(session.server) << ".\n";
+  }
   return kOk;
 }
 
@@ -40,7 +44,7 @@ int RunLogout(const CommonOptions& common) {
   ApiClient client(OpenSession(common), common.connect_deadline);
   RemoveSession(common.session_file);
   client.Call("KALO.Core.Auth", 1, "logout", Json::objectValue);
-  if (!common.json) std::cout << "Signed out.\n";
+  std::cout << (common.json ? "{}\n" : "Signed out.\n");
   return kOk;
 }
 

@@ -174,6 +174,7 @@ int Run(int argc, char** argv, Arguments& arguments) {
          [&arguments](int s) { arguments.common.connect_deadline = std::chrono::seconds(s); },
          "seconds to go on trying to connect (10)")
       ->check(CLI::NonNegativeNumber);
+  app.add_flag("--json", arguments.common.json, "print the answer as one JSON document");
   app.add_flag("--local", arguments.common.local,
                "talk to this router itself, as root, without signing in");
   app.require_subcommand(1);
@@ -199,7 +200,10 @@ int Run(int argc, char** argv, Arguments& arguments) {
 int main(int argc, char** argv) {
   Arguments arguments;
   try {
-    return Run(argc, argv, arguments);
+    const int status = Run(argc, argv, arguments);
+    // Whoever reads the answer must not take a half of it for the whole.
+    if (!std::cout.flush()) throw Failure(kFailed, "the answer cannot be written");
+    return status;
   } catch (const Failure& e) {
     return Report(arguments.common, e);
   } catch (const std::exception& e) {

@@ -113,19 +113,21 @@ bool PassPrecheck(const Precheck& precheck, const Consent& consent, std::ostream
       throw Failure(kFailed,
                     "this stands in the way of the upgrade: " + Printable(precheck.message));
     }
-    if (!consent.goes_on &&
-        !Agrees("Go on all the same? [y/N] ", "say --yes to go on in spite of what was found")) {
+    if (!consent.goes_on && !Agrees(consent.may_be_asked, "Go on all the same? [y/N] ",
+                                    "say --yes to go on in spite of what was found")) {
       return false;
     }
   }
   if (!precheck.has_licence) return true;
   ShowLicence(precheck.licence, !consent.accepts_licence, out);
   return consent.accepts_licence ||
-         Agrees("Do you agree to the licence? [y/N] ", "say --accept-licence to agree to it");
+         Agrees(consent.may_be_asked, "Do you agree to the licence? [y/N] ",
+                "say --accept-licence to agree to it");
 }
 
-bool Agrees(const std::string& question, const std::string& hint) {
-  if (isatty(STDIN_FILENO) == 0) throw Failure(kUsage, "nobody can be asked here; " + hint);
+bool Agrees(bool may_be_asked, const std::string& question, const std::string& hint) {
+  if (!may_be_asked || isatty(STDIN_FILENO) == 0)
+    throw Failure(kUsage, "nobody can be asked here; " + hint);
   std::cout << question << std::flush;
   std::string answer;
   std::getline(std::cin, answer);

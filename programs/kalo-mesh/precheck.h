@@ -22,7 +22,8 @@ struct Precheck {
 /// What the user has said beforehand.
 struct Consent {
   bool accepts_licence = false;
-  bool goes_on = false;  ///< in spite of findings that allow it
+  bool goes_on = false;      ///< in spite of findings that allow it
+  bool may_be_asked = true;  ///< on a terminal
 };
 
 /// @return the user's language as the firmware names it: by the locale, "enu" where it is another.
@@ -41,7 +42,8 @@ struct Consent {
                                 std::ostream& out);
 
 /// Asks a question that a "y" agrees to.
-/// @throws Failure (kUsage) with the hint where standard input is no terminal.
-[[nodiscard]] bool Agrees(const std::string& question, const std::string& hint);
+/// @throws Failure (kUsage) with the hint where nobody may be asked, or standard input is no
+/// terminal.
+[[nodiscard]] bool Agrees(bool may_be_asked, const std::string& question, const std::string& hint);
 
 }  // namespace kalo::cli

@@ -51,7 +51,7 @@ void UpdateWatch::Look() {
         client_.Call("KALO.Mesh.Upgrade", 2, "progress", Json::objectValue);
     total_ = std::max(total_, NumberOf(progress, "total_percentage"));
   } catch (const Refusal& e) {
-    if (e.Code() == 7003 || e.Code() == 7004) throw;
+    if (e.EndsSession()) throw;
     trouble_ = "the router does not answer yet";
   } catch (const Failure&) {
     trouble_ = "the router restarts";

@@ -1,6 +1,7 @@
 // The whole way of an update in one command.
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <iostream>
 #include <optional>
@@ -22,7 +23,8 @@ namespace {
 
 // Tells the whole router, for as long as it is held, that an automatic update runs.
 FileLock TakeAutoUpdateLock() {
-  auto lock = FileLock::TryTake(KALO::paths::kAutoUpdateLock);
+  // Whoever asks whether one runs has it for a moment.
+  auto lock = FileLock::TakeWithin(KALO::paths::kAutoUpdateLock, std::chrono::seconds(1));
   if (lock) return std::move(*lock);
   throw Failure(kFailed, errno == EWOULDBLOCK ? std::string("an automatic update runs already")
                                               : std::string(KALO::paths::kAutoUpdateLock) + ": " +
@@ -30,15 +32,15 @@ FileLock TakeAutoUpdateLock() {
 }
 
 // Before the point of no return.
-bool WantsIt(ApiClient& client, const UpgradeOptions& options, std::ostream& out) {
+bool WantsIt(ApiClient& client, const UpgradeOptions& options, bool asks, std::ostream& out) {
   const bool unasked = options.yes || options.is_auto;
   const Precheck precheck = ReadPrecheck(AskPrecheck(client, DefaultLanguage()));
-  if (!PassPrecheck(precheck, {options.accepts_licence, unasked}, out)) return false;
+  if (!PassPrecheck(precheck, {options.accepts_licence, unasked, asks}, out)) return false;
   return unasked ||
-         Agrees(
-             "All nodes restart now; the Wi-Fi is away for some minutes. Do not switch off any "
-             "node meanwhile.\nUpgrade? [y/N] ",
-             "say --yes to upgrade without asking");
+         Agrees(asks,
+                "All nodes restart now; the Wi-Fi is away for some minutes. Do not switch off any "
+                "node meanwhile.\nUpgrade? [y/N] ",
+                "say --yes to upgrade without asking");
 }
 
 }  // namespace
@@ -61,7 +63,7 @@ int RunUpgrade(const CommonOptions& common, const UpgradeOptions& options) {
   BarBoard board(out, !common.json && IsTerminal());
   StartDownload(client, offer.promotion);
   (void)FollowDownload(client, board, options.is_auto);
-  if (!WantsIt(client, options, out)) {
+  if (!WantsIt(client, options, !common.json, out)) {
     out << "Nothing was installed. The patches stay on the nodes; kalo-mesh start installs them, "
            "kalo-mesh clean drops them.\n";
     return kOk;

@@ -1,16 +1,21 @@
 #include "programs/kalo-patch/feed_tree.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <fstream>
 #include <set>
 #include <stdexcept>
+#include <vector>
 
 #include "host/core/file_io.h"
+#include "host/core/unique_fd.h"
 #include "host/update/feed/offers.h"
 #include "host/update/feed/version_two.h"
+#include "host/update/patch_format/sha256.h"
 
 namespace kalo::patch_tool {
 namespace fs = std::filesystem;
@@ -26,6 +31,12 @@ constexpr std::chrono::seconds kLockPatience{30};
 
 fs::path ListPath(const std::string& unique) {
   return fs::path("v1") / unique / "list.json";
+}
+
+// The signature of the list that is being replaced. Its name is never served. List and signature
+// are two files: a publication that breaks off between them is made good by publishing again.
+fs::path KeptSignature(const std::string& unique) {
+  return fs::path("v1") / unique / ".list.json.sig";
 }
 
 // Removes a half copied file unless it got its name.
@@ -44,7 +55,23 @@ class HalfFile {
   fs::path path_;
 };
 
+void Sync(const fs::path& path) {
+  const UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!fd || fsync(fd.Get()) != 0) Fail(path, std::strerror(errno));
+}
+
 }  // namespace
+
+std::string HashOf(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  patch::Sha256 hash;
+  std::vector<char> piece(std::size_t{1} << 18);
+  while (file.read(piece.data(), static_cast<std::streamsize>(piece.size())) || file.gcount() > 0) {
+    hash.Update({piece.data(), static_cast<std::size_t>(file.gcount())});
+  }
+  if (!file.eof()) throw std::runtime_error(path.native() + ": cannot be read");
+  return hash.Finish();
+}
 
 FeedTree::FeedTree(const fs::path& folder) : folder_(folder) {
   fs::create_directories(folder_);
@@ -59,23 +86,39 @@ std::optional<feed::ReleaseList> FeedTree::ReadList(const std::string& unique,
   const std::optional<std::string> text = ReadFile(path, kLargestDocument);
   const std::optional<std::string> signature = ReadFile(path.native() + ".sig", kLargestDocument);
   if (!text || !signature) Fail(path, "cannot be read with its signature");
-  if (!keys.Verifies(*text, *signature)) Fail(path, "is not signed with this key");
+  const std::string kept = ReadFile(folder_ / KeptSignature(unique), kLargestDocument).value_or("");
+  if (!keys.Verifies(*text, *signature) && !keys.Verifies(*text, kept)) {
+    Fail(path, "is not signed with this key");
+  }
   return feed::ParseReleaseList(*text, path);
 }
 
-void FeedTree::PutPatch(const fs::path& from, const std::string& path) const {
-  const fs::path target = folder_ / path;
+void FeedTree::PutPatch(const fs::path& from, const feed::ListedFile& file) const {
+  const fs::path target = folder_ / file.path;
+  // One that is there keeps its time: routers go on with a download that broke off.
+  if (fs::exists(target) && fs::file_size(target) == file.size && HashOf(target) == file.sha256) {
+    return;
+  }
   fs::create_directories(target.parent_path());
   const HalfFile half(target.parent_path() / ("." + target.filename().native() + ".part"));
   fs::copy_file(from, half.Path(), fs::copy_options::overwrite_existing);
   fs::permissions(half.Path(), static_cast<fs::perms>(kPublic));
+  // Before the list that names it.
+  Sync(half.Path());
   fs::rename(half.Path(), target);
+  Sync(target.parent_path());
 }
 
 void FeedTree::PutList(const feed::ReleaseList& list, const patch::SigningKey& key) const {
   const std::string text = feed::WriteReleaseList(list);
   const fs::path path = ListPath(list.unique);
-  Put(path.native() + ".sig", key.Sign(text));
+  // What no router could read must not be signed.
+  if (text.size() > kLargestDocument) Fail(path, "is larger than routers take");
+  (void)feed::ParseReleaseList(text, path);
+  const std::string signature_path = path.native() + ".sig";
+  Put(KeptSignature(list.unique),
+      ReadFile(folder_ / signature_path, kLargestDocument).value_or(""));
+  Put(signature_path, key.Sign(text));
   Put(path, text);
   // Last: what they offer is looked up in the list.
   PutDocuments(list);

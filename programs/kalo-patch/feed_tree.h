@@ -12,6 +12,10 @@
 
 namespace kalo::patch_tool {
 
+/// @return the SHA-256 of a file's contents.
+/// @throws std::runtime_error when it cannot be read.
+[[nodiscard]] std::string HashOf(const std::filesystem::path& path);
+
 /// The folder from which a web server serves the update feed (docs/feed.md). Held locked while this
 /// object lives: one publication at a time. Every file is replaced in one step, so that a router
 /// that asks meanwhile finds the old or the new one. Methods throw std::runtime_error.
@@ -25,9 +29,9 @@ class FeedTree {
   [[nodiscard]] std::optional<feed::ReleaseList> ReadList(const std::string& unique,
                                                           const patch::KeyRing& keys) const;
 
-  /// Copies a patch file to its place.
-  /// @param path as the list will name it
-  void PutPatch(const std::filesystem::path& from, const std::string& path) const;
+  /// Copies a patch file to its place, unless it is there already.
+  /// @param file as the list will name it
+  void PutPatch(const std::filesystem::path& from, const feed::ListedFile& file) const;
 
   /// Signs and writes a model's list, then the version-2 documents that follow from it.
   void PutList(const feed::ReleaseList& list, const patch::SigningKey& key) const;

@@ -4,7 +4,6 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -13,8 +12,9 @@
 #include <vector>
 
 #include "host/core/file_io.h"
+#include "host/core/strict_json.h"
+#include "host/update/patch_format/description.h"
 #include "host/update/patch_format/patch_file.h"
-#include "host/update/patch_format/sha256.h"
 #include "programs/kalo-patch/commands.h"
 #include "programs/kalo-patch/feed_tree.h"
 
@@ -64,17 +64,6 @@ std::string ParseGroups(const std::string& text) {
   return groups;
 }
 
-std::string HashOf(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  patch::Sha256 hash;
-  std::vector<char> piece(std::size_t{1} << 18);
-  while (file.read(piece.data(), static_cast<std::streamsize>(piece.size())) || file.gcount() > 0) {
-    hash.Update({piece.data(), static_cast<std::size_t>(file.gcount())});
-  }
-  if (!file.eof()) throw std::runtime_error(path.native() + ": cannot be read");
-  return hash.Finish();
-}
-
 /// A patch that is to be published.
 struct NewRelease {
   fs::path from;
@@ -93,6 +82,7 @@ std::map<std::string, std::string> ReadNotes(const std::vector<std::string>& opt
     const std::string path = option.substr(equals + 1);
     const auto text = ReadFile(path, feed::kLongestNotes);
     if (!text) throw std::runtime_error(path + ": " + std::strerror(errno));
+    if (!IsUtf8(*text)) throw std::runtime_error(path + ": is no UTF-8 text");
     notes.insert_or_assign(option.substr(0, equals), *text);
   }
   return notes;
@@ -161,6 +151,17 @@ feed::ReleaseList& Open(Lists& lists, const FeedTree& tree, const patch::KeyRing
   return lists[unique] = std::move(list);
 }
 
+// A mistyped model would get a list of its own, and the one that was meant would expire.
+void CheckModel(const FeedTree& tree, const patch::KeyRing& keys, const std::string& unique,
+                const std::vector<NewRelease>& entries) {
+  if (!patch::IsModelName(unique)) throw UsageError("--unique " + unique + " is no model's name");
+  const bool has_patch = std::any_of(entries.begin(), entries.end(), [&](const NewRelease& entry) {
+    return entry.unique == unique;
+  });
+  if (has_patch || tree.ReadList(unique, keys)) return;
+  throw std::runtime_error("nothing is published for " + unique);
+}
+
 void Run(const Options& options) {
   if (options.patches.empty() && options.models.empty()) {
     throw UsageError("name patch files, or models whose lists are to be signed anew (--unique)");
@@ -177,6 +178,7 @@ void Run(const Options& options) {
   }
   const FeedTree tree(options.feed);
   Lists lists;
+  for (const std::string& unique : options.models) CheckModel(tree, keys, unique, entries);
   for (const std::string& unique : options.models) (void)Open(lists, tree, keys, unique);
   for (const NewRelease& entry : entries) {
     feed::ReleaseList& list = Open(lists, tree, keys, entry.unique);
@@ -191,7 +193,7 @@ void Run(const Options& options) {
     feed::SortReleaseList(list);
     CheckSmallUpdates(list);
   }
-  for (const NewRelease& entry : entries) tree.PutPatch(entry.from, entry.release.file.path);
+  for (const NewRelease& entry : entries) tree.PutPatch(entry.from, entry.release.file);
   for (const auto& [unique, list] : lists) tree.PutList(list, key);
 }
 
@@ -214,9 +216,13 @@ void AddPublish(CLI::App& app) {
       ->allow_extra_args(false);
   command->add_flag("--stone", options->stone,
                     "every update from below must stop at these full releases");
-  command->add_option("--field-build", options->field_builds,
-                      "a build that routers run without it being published here");
-  command->add_option("--unique", options->models, "sign this model's list anew");
+  command
+      ->add_option("--field-build", options->field_builds,
+                   "a build that routers run without it being published here")
+      ->check(CLI::NonNegativeNumber)
+      ->allow_extra_args(false);
+  command->add_option("--unique", options->models, "sign this model's list anew")
+      ->allow_extra_args(false);
   command->add_option("--valid-days", options->valid_days, "how long the list counts")
       ->check(CLI::Range(1, 3650))
       ->capture_default_str();

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -97,6 +98,49 @@ TEST_F(PublishTest, TellsWhatIsNewInEachLanguage) {
   EXPECT_EQ(List().releases[0].notes, both);
   EXPECT_EQ(Publish({patch, "--notes", "notes.txt"}).status, 2);
   EXPECT_EQ(Publish({patch, "--notes", "enu=/none"}).status, 1);
+}
+
+// The list and its signature are two files.
+TEST_F(PublishTest, OneThatBrokeOffIsMadeGoodByPublishingAgain) {
+  ASSERT_EQ(Publish({Patch("a.patch", "VXM 1.4.0-76010")}).status, 0);
+  const std::string before = Feed("v1/kalo_x1/list.json");
+  const std::string next = Patch("b.patch", "VXM 1.4.0-76020");
+  ASSERT_EQ(Publish({next}).status, 0);
+  std::ofstream(Path("feed/v1/kalo_x1/list.json")) << before;  // the new signature, the old list
+  EXPECT_THROW((void)List(), std::runtime_error);
+  const Outcome again = Publish({next});
+  ASSERT_EQ(again.status, 0) << again.err;
+  EXPECT_EQ(List().releases.size(), 2U);
+  EXPECT_EQ(List().number, 2);
+}
+
+TEST_F(PublishTest, APatchThatIsThereKeepsItsTime) {
+  const std::string patch = Patch("a.patch", "VXM 1.4.0-76010");
+  ASSERT_EQ(Publish({patch, "--groups", "0-4"}).status, 0);
+  const fs::path published = Path("feed/patches/kalo_x1/76010.patch");
+  const auto long_ago = fs::last_write_time(published) - std::chrono::hours(24);
+  fs::last_write_time(published, long_ago);
+  ASSERT_EQ(Publish({patch}).status, 0);
+  EXPECT_EQ(fs::last_write_time(published), long_ago);
+  std::ofstream(published) << "half";
+  ASSERT_EQ(Publish({patch}).status, 0);
+  EXPECT_EQ(test::Contents(published), test::Contents(patch));
+}
+
+TEST_F(PublishTest, SignsNothingThatNoRouterCouldRead) {
+  const std::string patch = Patch("a.patch", "VXM 1.4.0-76010");
+  EXPECT_EQ(Publish({"--field-build", "-1", patch}).status, 2);
+  std::ofstream(Path("latin.txt")) << "Gr\xFC\xDF";
+  EXPECT_EQ(Publish({"--notes", "ger=" + Path("latin.txt"), patch}).status, 1);
+  EXPECT_FALSE(fs::exists(Path("feed/v1/kalo_x1/list.json")));
+}
+
+TEST_F(PublishTest, AMistypedModelGetsNoListOfItsOwn) {
+  EXPECT_EQ(Publish({"--unique", "kalo_x2"}).status, 1);
+  EXPECT_EQ(Publish({"--unique", "../kalo_x1"}).status, 2);
+  ASSERT_EQ(Publish({"--unique", "kalo_x1", Patch("a.patch", "VXM 1.4.0-76010")}).status, 0);
+  EXPECT_EQ(List().releases.size(), 1U) << "what stands behind is a patch";
+  EXPECT_FALSE(fs::exists(Path("feed/v1/kalo_x2")));
 }
 
 TEST_F(PublishTest, StagesARolloutByGroupsAndWidensIt) {

@@ -59,8 +59,13 @@ std::string ValueIn(const std::string& text, const std::string& key) {
 
 MeshBox::MeshBox(const std::string& name, const std::vector<std::string>& options)
     : state_(fs::path(kBuild) / "journeys" / name) {
-  Start(options);
-  Login();
+  try {
+    Start(options);
+    Login();
+  } catch (...) {
+    End();  // nobody else does it for an object that was never made
+    throw;
+  }
 }
 
 std::string MeshBox::Box() const {
@@ -99,6 +104,10 @@ void MeshBox::ExpectCleanConsoles() const {
 }
 
 MeshBox::~MeshBox() {
+  End();
+}
+
+void MeshBox::End() {
   if (pid_ <= 0) return;
   kill(pid_, SIGTERM);
   const bool ended =

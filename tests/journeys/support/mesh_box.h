@@ -71,6 +71,7 @@ class MeshBox {
   static constexpr std::chrono::seconds kDeadline{120};
 
  private:
+  void End();
   void Start(const std::vector<std::string>& options);
   void Login();
   void ExpectCleanConsoles() const;
