@@ -31,6 +31,14 @@ bool Judge(const std::string& status) {
   throw Failure(kFailed, "no download runs");
 }
 
+// A node that is away is no reason to wait for ever.
+std::string MeshStatus(ApiClient& client, bool is_auto) {
+  Json::Value as(Json::objectValue);
+  as["auto"] = is_auto;
+  as["skip_re_status"] = true;
+  return TextOf(client.Call("KALO.Mesh.Upgrade", 2, "status", as), "status");
+}
+
 }  // namespace
 
 void StartDownload(ApiClient& client, bool promotion) {
@@ -39,10 +47,14 @@ void StartDownload(ApiClient& client, bool promotion) {
   client.Call(kApi, 1, "start", params, ApiClient::kLongPatience);
 }
 
+bool StandsReady(ApiClient& client, const std::string& version, bool is_auto) {
+  const Json::Value progress = client.Call(kApi, 2, "progress", Json::objectValue);
+  if (TextOf(progress, "status") != "finished" || TextOf(progress, "version") != version)
+    return false;
+  return MeshStatus(client, is_auto) == "ready_upgrade";
+}
+
 std::string FollowDownload(ApiClient& client, BarBoard& board, bool is_auto) {
-  Json::Value as(Json::objectValue);
-  as["auto"] = is_auto;
-  as["skip_re_status"] = true;  // a node that is away is no reason to wait for ever
   for (;;) {
     const Json::Value progress = client.Call(kApi, 2, "progress", Json::objectValue);
     const std::string status = TextOf(progress, "status");
@@ -51,8 +63,7 @@ std::string FollowDownload(ApiClient& client, BarBoard& board, bool is_auto) {
     board.Show({{"Download", fetched ? 100 : NumberOf(progress, "percent"),
                  fetched ? "handing it to the nodes" : "downloading"}});
     if (fetched) {
-      const Json::Value mesh = client.Call("KALO.Mesh.Upgrade", 2, "status", as);
-      const std::string state = TextOf(mesh, "status");
+      const std::string state = MeshStatus(client, is_auto);
       if (state == "ready_upgrade") return TextOf(progress, "version");
       if (state == "none") throw Failure(kFailed, "what was downloaded is not there any more");
     }

@@ -61,8 +61,11 @@ int RunUpgrade(const CommonOptions& common, const UpgradeOptions& options) {
     return kOk;
   }
   BarBoard board(out, !common.json && IsTerminal());
-  StartDownload(client, offer.promotion);
-  (void)FollowDownload(client, board, options.is_auto);
+  // Night after night the same again would be fetched of which nobody reads the licence.
+  if (!options.is_auto || !StandsReady(client, offer.version, true)) {
+    StartDownload(client, offer.promotion);
+    (void)FollowDownload(client, board, options.is_auto);
+  }
   if (!WantsIt(client, options, !common.json, out)) {
     out << "Nothing was installed. The patches stay on the nodes; kalo-mesh start installs them, "
            "kalo-mesh clean drops them.\n";

@@ -1,0 +1,96 @@
+// "kalo-mesh upgrade" as root on the router runs it, against a server that answers as a test says.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "programs/kalo-mesh/failure.h"
+#include "tests/programs/local_server.h"
+
+namespace kalo::cli {
+namespace {
+
+using test::LocalServer;
+using test::Result;
+using test::RunKaloMesh;
+using test::Success;
+using testing::Contains;
+using testing::HasSubstr;
+using testing::Not;
+
+// A router that found a newer firmware, has it ready, and wants its licence agreed to.
+class KaloMeshUpgrade : public ::testing::Test {
+ protected:
+  std::string Answer(const std::string& row) {
+    const std::lock_guard guard(mutex_);
+    asked_.push_back(row);
+    return Success(answers_.contains(row) ? answers_.at(row) : "null");
+  }
+  Result Run(std::vector<std::string> words) {
+    LocalServer server([this](const std::string& row) { return Answer(row); });
+    words.insert(words.begin(), "upgrade");
+    return RunKaloMesh(words);
+  }
+
+  std::mutex mutex_;
+  std::vector<std::string> asked_;
+  std::map<std::string, std::string> answers_ = {
+      {"KALO.Mesh.Upgrade.Patch/2/check",
+       R"({"available":false,"promotion":true,"promotion_version":"VXM 1.4.0-76010",)"
+       R"("beta_version":false,"over_version":false,"type":"hbx"})"},
+      {"KALO.Mesh.Upgrade.Download/2/progress",
+       R"({"status":"finished","percent":100,"version":"VXM 1.4.0-76010"})"},
+      {"KALO.Mesh.Upgrade/2/status", R"({"status":"ready_upgrade","allow_upgrade":true})"},
+      {"KALO.Mesh.Upgrade/1/precheck",
+       R"({"eulacheck":true,"eulacheck_content":"Be kind.","precheck":false})"}};
+};
+
+constexpr const char* kDownload = "KALO.Mesh.Upgrade.Download/1/start";
+constexpr const char* kStart = "KALO.Mesh.Upgrade/1/start";
+
+TEST_F(KaloMeshUpgrade, ByItselfItDoesNotFetchAgainWhatStandsReady) {
+  const Result result = Run({"--auto"});
+  EXPECT_EQ(result.status, kUsage);
+  EXPECT_THAT(result.err, HasSubstr("--accept-licence"));
+  EXPECT_THAT(asked_, Not(Contains(kDownload)));
+  EXPECT_THAT(asked_, Not(Contains(kStart)));
+}
+
+TEST_F(KaloMeshUpgrade, ByItselfItFetchesWhatIsNewer) {
+  answers_["KALO.Mesh.Upgrade.Patch/2/check"] =
+      R"({"available":false,"promotion":true,"promotion_version":"VXM 1.4.0-76020"})";
+  (void)Run({"--auto"});
+  EXPECT_THAT(asked_, Contains(kDownload));
+}
+
+TEST_F(KaloMeshUpgrade, AnOwnerGetsItFetchedAnew) {
+  (void)Run({"--yes"});
+  EXPECT_THAT(asked_, Contains(kDownload));
+}
+
+TEST_F(KaloMeshUpgrade, WhatIsGoneAgainIsNotWaitedFor) {
+  answers_["KALO.Mesh.Upgrade/2/status"] = R"({"status":"none","allow_upgrade":true})";
+  const Result result = Run({"--yes", "--accept-licence"});
+  EXPECT_EQ(result.status, kFailed);
+  EXPECT_THAT(result.err, HasSubstr("not there any more"));
+}
+
+TEST_F(KaloMeshUpgrade, WhoWantsADocumentIsNotAsked) {
+  const Result result = Run({"--json"});
+  EXPECT_EQ(result.status, kUsage);
+  EXPECT_EQ(result.out, "");
+  EXPECT_THAT(result.err, HasSubstr(R"("success":false)"));
+}
+
+TEST_F(KaloMeshUpgrade, TheWordForADocumentMayStandBeforeTheCommand) {
+  LocalServer server(Success(R"({"status":"none"})"));
+  EXPECT_EQ(RunKaloMesh({"--json", "status"}).out, "{\"status\":\"none\"}\n");
+  EXPECT_EQ(RunKaloMesh({"status", "--json"}).out, "{\"status\":\"none\"}\n");
+}
+
+}  // namespace
+}  // namespace kalo::cli
