@@ -14,6 +14,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "host/core/unique_fd.h"
 #include "platform/paths.h"
 
 namespace kalo {
@@ -22,6 +23,8 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::chrono::milliseconds kWriteEvery{250};
+// Whoever looks whether a note counts has its lock for a moment.
+constexpr std::chrono::milliseconds kLookTakes{200};
 constexpr std::size_t kLine = 42;  // two numbers of 20 digits
 
 std::optional<Transfer> Read(const fs::path& path) {
@@ -48,23 +51,22 @@ TransferNote::TransferNote(const std::string& name)
     : path_(std::string(KALO::paths::kTransfers) + "/" + name) {
   std::error_code ignored;
   fs::create_directories(KALO::paths::kTransfers, ignored);
-  fd_ = UniqueFd(open(path_.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
-  if (fd_ && flock(fd_.Get(), LOCK_EX | LOCK_NB) != 0) fd_.Reset();
+  lock_ = FileLock::TakeWithin(path_, kLookTakes);
 }
 
 TransferNote::~TransferNote() {
-  if (fd_) unlink(path_.c_str());
+  if (lock_) unlink(path_.c_str());
 }
 
 // Of one length and in one call, so that no reader sees half of one.
 void TransferNote::Moved(std::uint64_t done, std::uint64_t whole) {
   const auto now = std::chrono::steady_clock::now();
-  if (!fd_ || now - written_ < kWriteEvery) return;
+  if (!lock_ || now - written_ < kWriteEvery) return;
   written_ = now;
   std::array<char, kLine + 1> line{};
   std::snprintf(line.data(), line.size(), "%20llu %20llu\n", static_cast<unsigned long long>(done),
                 static_cast<unsigned long long>(whole));
-  if (pwrite(fd_.Get(), line.data(), kLine, 0) != static_cast<ssize_t>(kLine)) fd_.Reset();
+  if (pwrite(lock_->Fd(), line.data(), kLine, 0) != static_cast<ssize_t>(kLine)) lock_.reset();
 }
 
 std::vector<Transfer> TransfersUnderWay() {

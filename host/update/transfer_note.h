@@ -2,10 +2,11 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "host/core/unique_fd.h"
+#include "host/core/file_lock.h"
 
 namespace kalo {
 
@@ -32,7 +33,7 @@ class TransferNote {
 
  private:
   std::string path_;
-  UniqueFd fd_;
+  std::optional<FileLock> lock_;
   std::chrono::steady_clock::time_point written_;
 };
 

@@ -26,9 +26,9 @@ FileLock TakeAutoUpdateLock() {
   // Whoever asks whether one runs has it for a moment.
   auto lock = FileLock::TakeWithin(KALO::paths::kAutoUpdateLock, std::chrono::seconds(1));
   if (lock) return std::move(*lock);
-  throw Failure(kFailed, errno == EWOULDBLOCK ? std::string("an automatic update runs already")
-                                              : std::string(KALO::paths::kAutoUpdateLock) + ": " +
-                                                    std::strerror(errno));
+  throw Failure(kFailed, errno == ETIMEDOUT ? std::string("an automatic update runs already")
+                                            : std::string(KALO::paths::kAutoUpdateLock) + ": " +
+                                                  std::strerror(errno));
 }
 
 // Before the point of no return.

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "host/core/file_lock.h"
+#include "platform/paths.h"
 #include "programs/kalo-mesh/failure.h"
 #include "tests/programs/local_server.h"
 
@@ -65,6 +67,14 @@ TEST_F(KaloMeshUpgrade, ByItselfItFetchesWhatIsNewer) {
       R"({"available":false,"promotion":true,"promotion_version":"VXM 1.4.0-76020"})";
   (void)Run({"--auto"});
   EXPECT_THAT(asked_, Contains(kDownload));
+}
+
+TEST_F(KaloMeshUpgrade, ASecondOneByItselfDoesNotBegin) {
+  const auto first = FileLock::TryTake(KALO::paths::kAutoUpdateLock);
+  ASSERT_TRUE(first);
+  const Result result = Run({"--auto"});
+  EXPECT_EQ(result.status, kFailed);
+  EXPECT_THAT(result.err, HasSubstr("an automatic update runs already"));
 }
 
 TEST_F(KaloMeshUpgrade, AnOwnerGetsItFetchedAnew) {
