@@ -93,16 +93,27 @@ class DownloadTest : public ::testing::Test {
   std::string bytes_ = feed_.MakePatch("kalo_m1", kVersion, 76010);
   kalo::feed::Release release_ = kalo::test::TestFeed::Describe(kVersion, 76010, 0, bytes_);
   std::atomic<int> tries_ = 0;
+  std::atomic<int> foreign_signatures_ = 0;
   std::function<void(const ScriptClient&, int)> patch_ = [this](const ScriptClient& c, int) {
     c.Send(Whole());
   };
   ScriptServer server_{[this](const ScriptClient& c) {
     const std::string path = c.Request().substr(4, c.Request().find(' ', 4) - 4);
     if (path.starts_with("/patches/")) return patch_(c, ++tries_);
-    c.Send(ScriptServer::Answer("200 OK", Contents(feed_.Root() + path)));
+    const bool is_foreign = path.ends_with(".sig") && foreign_signatures_-- > 0;
+    c.Send(ScriptServer::Answer("200 OK",
+                                is_foreign ? std::string(64, 's') : Contents(feed_.Root() + path)));
   }};
   GroupUpdate update_;
 };
+
+// Between the replacement of a list and that of its signature one asks in vain.
+TEST_F(DownloadTest, AListThatIsJustBeingReplacedIsFetchedOnceMore) {
+  foreign_signatures_ = 1;
+  EXPECT_TRUE(Download());
+  foreign_signatures_ = 2;
+  EXPECT_FALSE(Download());
+}
 
 TEST_F(DownloadTest, APatchIsFetchedUnderTheNameOfModelAndVersion) {
   EXPECT_TRUE(Download());
