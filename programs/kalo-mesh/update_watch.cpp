@@ -63,10 +63,9 @@ void UpdateWatch::Take(const NodeView& node) {
   if (found == results_.end()) return;
   latest_[node.id] = node;
   NodeResult& result = found->second;
-  // What is staged may be known only since the service asked the nodes anew, at the start.
-  if (result.wanted.empty() && node.online && node.boot_id == result.before.boot_id) {
-    result.wanted = node.staged_version;
-  }
+  // What is staged is known for sure only since the service asked the nodes anew, at the start.
+  const bool is_before = node.online && node.boot_id == result.before.boot_id;
+  if (is_before && !node.staged_version.empty()) result.wanted = node.staged_version;
   if (!node.version.empty()) result.version = node.version;
   if (!node.boot_id.empty()) result.boot_id = node.boot_id;
   result.error = node.error;

@@ -89,6 +89,28 @@ TEST_F(KaloMeshUpgrade, WhatIsGoneAgainIsNotWaitedFor) {
   EXPECT_THAT(result.err, HasSubstr("not there any more"));
 }
 
+// The service hears of what was staged last only when it asks the nodes anew, at the start.
+TEST_F(KaloMeshUpgrade, WhatIsWantedIsWhatIsStagedAtTheStart) {
+  const auto mesh = [](const std::string& running, const std::string& node) {
+    return Success(R"({"update_running":)" + running +
+                   R"(,"nodes":[{"id":0,"name":"Hall","model":"m","role":"cap","online":true,)"
+                   R"("step":"none","percent":0,"error":"",)" +
+                   node + "}]}");
+  };
+  const std::string old = R"("boot_id":"1","version":"VXM 1.3.1-9346","staged_version":)";
+  int looks = 0;
+  LocalServer server([&](const std::string& row) {
+    if (row != "KALO.Core.Mesh/1/nodes") return Success(R"({"status":"none"})");
+    ++looks;
+    if (looks == 1) return mesh("false", old + R"("VXM 1.3.2-9400")");
+    if (looks == 2) return mesh("true", old + R"("VXM 1.3.2-9400 Update 2")");
+    return mesh("false",
+                R"("boot_id":"2","version":"VXM 1.3.2-9400 Update 2","staged_version":"")");
+  });
+  const Result result = RunKaloMesh({"start", "--wait", "--timeout", "20"});
+  EXPECT_EQ(result.status, kOk) << result.out << result.err;
+}
+
 TEST_F(KaloMeshUpgrade, WhoWantsADocumentIsNotAsked) {
   const Result result = Run({"--json"});
   EXPECT_EQ(result.status, kUsage);

@@ -48,10 +48,12 @@ TEST_F(StartUp, BadCertificatesAndTakenPortsEndTheServer) {
 }
 
 TEST_F(StartUp, ASecondServerLeavesTheUploadsOfTheFirstAlone) {
+  HttpClient client = SignedIn();  // the first one is through with its start
   const std::string upload = std::string(KALO::paths::kUploads) + "/under-way/0";
   WriteTestFile(upload, "half");
   EXPECT_EQ(RunProgram({WEBAPID}), 1);
   EXPECT_TRUE(std::filesystem::exists(upload));
+  EXPECT_EQ(Call(client, "echo").Code(), 0);
 }
 
 TEST_F(StartUp, ProgramsExplainThemselves) {

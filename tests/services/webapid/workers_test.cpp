@@ -98,7 +98,9 @@ TEST_F(Workers, ACrashCostsOneAnswer) {
 }
 
 TEST_F(Workers, AnIdleWorkerThatDiesCostsNothing) {
-  kill(Call(client_, "pid").Data().asInt(), SIGKILL);
+  const int worker = Call(client_, "pid").Data().asInt();
+  kill(worker, SIGKILL);
+  ASSERT_TRUE(WaitFor([worker] { return kill(worker, 0) != 0; }));
   EXPECT_EQ(Call(client_, "echo").Code(), 0);
 }
 
