@@ -2,10 +2,12 @@
 
 namespace kalo::webapi {
 
-/// Error numbers that the server itself answers with. They are part of the contract with clients;
-/// their sentences and HTTP statuses stand in services/webapid/error_sentences.cpp.
+/// Error numbers that the server itself and the platform's own modules answer with. They are part
+/// of the contract with clients; their sentences and HTTP statuses stand in
+/// services/webapid/error_sentences.cpp.
 enum ErrorCode : int {
   kGeneralFailure = 117,
+  kBadParameter = 403,
   kMalformedRequest = 7001,
   kUnknownApi = 7002,
   kNotSignedIn = 7003,

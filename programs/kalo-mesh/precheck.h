@@ -42,8 +42,8 @@ struct Consent {
                                 std::ostream& out);
 
 /// Asks a question that a "y" agrees to.
-/// @throws Failure (kUsage) with the hint where nobody may be asked, or standard input is no
-/// terminal.
+/// @throws Failure (kUsage) with the hint where nobody may be asked, or where standard input is no
+///         terminal.
 [[nodiscard]] bool Agrees(bool may_be_asked, const std::string& question, const std::string& hint);
 
 }  // namespace kalo::cli

@@ -6,16 +6,14 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <fstream>
 #include <set>
 #include <stdexcept>
-#include <vector>
 
 #include "host/core/file_io.h"
 #include "host/core/unique_fd.h"
 #include "host/update/feed/offers.h"
 #include "host/update/feed/version_two.h"
-#include "host/update/patch_format/sha256.h"
+#include "programs/kalo-patch/file_hash.h"
 
 namespace kalo::patch_tool {
 namespace fs = std::filesystem;
@@ -62,17 +60,6 @@ void Sync(const fs::path& path) {
 
 }  // namespace
 
-std::string HashOf(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  patch::Sha256 hash;
-  std::vector<char> piece(std::size_t{1} << 18);
-  while (file.read(piece.data(), static_cast<std::streamsize>(piece.size())) || file.gcount() > 0) {
-    hash.Update({piece.data(), static_cast<std::size_t>(file.gcount())});
-  }
-  if (!file.eof()) throw std::runtime_error(path.native() + ": cannot be read");
-  return hash.Finish();
-}
-
 FeedTree::FeedTree(const fs::path& folder) : folder_(folder) {
   fs::create_directories(folder_);
   lock_ = FileLock::TakeWithin(folder_ / ".publish.lock", kLockPatience);
@@ -115,10 +102,10 @@ void FeedTree::PutList(const feed::ReleaseList& list, const patch::SigningKey& k
   // What no router could read must not be signed.
   if (text.size() > kLargestDocument) Fail(path, "is larger than routers take");
   (void)feed::ParseReleaseList(text, path);
-  const std::string signature_path = path.native() + ".sig";
-  Put(KeptSignature(list.unique),
-      ReadFile(folder_ / signature_path, kLargestDocument).value_or(""));
-  Put(signature_path, key.Sign(text));
+  // Made anew: the one that is there may be of a publication that broke off.
+  const std::optional<std::string> before = ReadFile(folder_ / path, kLargestDocument);
+  if (before) Put(KeptSignature(list.unique), key.Sign(*before));
+  Put(path.native() + ".sig", key.Sign(text));
   Put(path, text);
   // Last: what they offer is looked up in the list.
   PutDocuments(list);

@@ -12,10 +12,6 @@
 
 namespace kalo::patch_tool {
 
-/// @return the SHA-256 of a file's contents.
-/// @throws std::runtime_error when it cannot be read.
-[[nodiscard]] std::string HashOf(const std::filesystem::path& path);
-
 /// The folder from which a web server serves the update feed (docs/feed.md). Held locked while this
 /// object lives: one publication at a time. Every file is replaced in one step, so that a router
 /// that asks meanwhile finds the old or the new one. Methods throw std::runtime_error.

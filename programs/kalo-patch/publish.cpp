@@ -17,6 +17,7 @@
 #include "host/update/patch_format/patch_file.h"
 #include "programs/kalo-patch/commands.h"
 #include "programs/kalo-patch/feed_tree.h"
+#include "programs/kalo-patch/file_hash.h"
 
 namespace kalo::patch_tool {
 namespace fs = std::filesystem;

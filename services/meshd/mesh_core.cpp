@@ -64,8 +64,7 @@ void MeshCore::Reported(std::uint32_t id, std::uint64_t round,
 
 void MeshCore::StartAnswered(std::uint32_t id, const StartAnswer& answer, TimePoint now) {
   driver_.StartAnswered(id, answer, now);
-  // A node that is to be told again is told so at the next tick, not at once.
-  if (answer.outcome != StartOutcome::kLater) Tick(now);
+  Tick(now);
 }
 
 void MeshCore::RequestStart(StartReceiver receiver, TimePoint now) {

@@ -32,9 +32,8 @@ struct NodeReport {
 
 /// Reads the data of a node's `info` answer. Texts come out fit for the bus: valid UTF-8 without
 /// control characters, of bounded length.
-/// @throws BadJson when a key is missing or of another type, when the node does not say what it
-/// runs
-///         or in which boot.
+/// @throws BadJson when a key is missing or of another type, or when the node does not say what it
+///         runs or in which boot.
 [[nodiscard]] NodeReport ParseNodeReport(const Json::Value& data);
 
 }  // namespace kalo::meshd

@@ -50,19 +50,21 @@ void ReportNoRestart(const std::string& version) {
   }
 }
 
-// What is installed already waits for its restart, which may not have come the first time; unless
-// something else was handed in since.
-bool IsInstalled() {
-  if (kalo::slots::GetUse() != kalo::slots::Use::kAwaitsRestart) return false;
+// Whether something else was handed in since what now waits for its restart.
+bool IsSuperseded() {
   const auto staged = kalo::node::ReadStaged();
-  if (!staged || staged->description.version == kalo::slots::ReadState().version) return true;
-  kalo::slots::CallOff();
-  return false;
+  return staged && staged->description.version != kalo::slots::ReadState().version;
 }
 
 int InstallAndRestart() {
+  // What is installed already only needs its restart, which may not have come the first time.
+  bool is_installed = kalo::slots::GetUse() == kalo::slots::Use::kAwaitsRestart;
+  if (is_installed && IsSuperseded()) {
+    kalo::slots::CallOff();
+    is_installed = false;
+  }
   kalo::node::Installer installer;
-  if (!IsInstalled() && !installer.Run()) return InstallExit::kFailed;
+  if (!is_installed && !installer.Run()) return InstallExit::kFailed;
   const int result = Restart();
   if (result != InstallExit::kOk) ReportNoRestart(kalo::slots::ReadState().version);
   return result;

@@ -24,8 +24,6 @@ void WebapiCoreNotificationDismiss(KALO::APIRequest* request, KALO::APIResponse*
 
 namespace {
 
-constexpr int kBadParameter = 403;
-
 void AnswerFailure(KALO::APIResponse& response, const std::exception& e) {
   kalo::Log(LOG_ERR, "notifications: %s", e.what());
   response.SetError(kalo::webapi::kGeneralFailure, Json::Value());
@@ -58,7 +56,7 @@ void WebapiCoreNotificationList(KALO::APIRequest* /*request*/, KALO::APIResponse
 void WebapiCoreNotificationDismiss(KALO::APIRequest* request, KALO::APIResponse* response) {
   const Json::Value id = request->GetParam("id", Json::Value());
   if (!id.isInt() || id.asInt() < 1) {
-    response->SetError(kBadParameter, Json::Value());
+    response->SetError(kalo::webapi::kBadParameter, Json::Value());
     return;
   }
   try {

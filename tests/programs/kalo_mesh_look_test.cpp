@@ -127,5 +127,11 @@ TEST(KaloMeshLook, AnswersOfAnotherShapeAreNoCrash) {
   }
 }
 
+TEST(KaloMeshLook, TheWordForADocumentMayStandBeforeTheCommand) {
+  const LocalServer server(Success(R"({"status":"none"})"));
+  EXPECT_EQ(RunKaloMesh({"--json", "status"}).out, "{\"status\":\"none\"}\n");
+  EXPECT_EQ(RunKaloMesh({"status", "--json"}).out, "{\"status\":\"none\"}\n");
+}
+
 }  // namespace
 }  // namespace kalo::cli

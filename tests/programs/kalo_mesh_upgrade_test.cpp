@@ -118,11 +118,5 @@ TEST_F(KaloMeshUpgrade, WhoWantsADocumentIsNotAsked) {
   EXPECT_THAT(result.err, HasSubstr(R"("success":false)"));
 }
 
-TEST_F(KaloMeshUpgrade, TheWordForADocumentMayStandBeforeTheCommand) {
-  LocalServer server(Success(R"({"status":"none"})"));
-  EXPECT_EQ(RunKaloMesh({"--json", "status"}).out, "{\"status\":\"none\"}\n");
-  EXPECT_EQ(RunKaloMesh({"status", "--json"}).out, "{\"status\":\"none\"}\n");
-}
-
 }  // namespace
 }  // namespace kalo::cli

@@ -28,8 +28,6 @@ void WebapiCoreMeshDiagnosis(KALO::APIRequest* request, KALO::APIResponse* respo
 
 namespace {
 
-constexpr int kBadParameter = 403;
-
 void Answer(KALO::APIResponse& response, const char* what,
             const std::function<Json::Value()>& make) {
   try {
@@ -68,7 +66,7 @@ void WebapiCoreMeshHistory(KALO::APIRequest* /*request*/, KALO::APIResponse* res
 
 void WebapiCoreMeshReleases(KALO::APIRequest* request, KALO::APIResponse* response) {
   const Json::Value version = request->GetParam("version", Json::Value());
-  if (!version.isString()) return response->SetError(kBadParameter, Json::Value());
+  if (!version.isString()) return response->SetError(kalo::webapi::kBadParameter, Json::Value());
   Answer(*response, "the maker's releases",
          [&] { return kalo::core_mesh::Releases(version.asString()); });
 }

@@ -149,7 +149,7 @@ TEST_F(MeshCoreTest, ANodeIsNotToldAsLongAsThatCannotBeOnDisk) {
   EXPECT_THAT(commands_.starts, ElementsAre(3, 0));
 }
 
-TEST_F(MeshCoreTest, AnUnreachableNodeIsToldAgainAtTheNextTickOnly) {
+TEST_F(MeshCoreTest, AnUnreachableNodeIsToldAgainAfterAPauseOnly) {
   nodes_[3].Stage(kNewVersion);
   Request();
   Report(1);
