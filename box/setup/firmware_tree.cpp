@@ -9,6 +9,7 @@
 
 #include "box/setup/put_file.h"
 #include "box/setup/run_program.h"
+#include "host/core/folder.h"
 #include "host/update/patch_format/description.h"
 #include "host/update/patch_format/version_text.h"
 
@@ -21,14 +22,6 @@ constexpr std::size_t kBlock = std::size_t{1} << 20;
 void Install(const fs::path& build, const char* component, const fs::path& folder) {
   RunProgram({"/usr/bin/cmake", "--install", fs::absolute(build), "--component", component,
               "--prefix", fs::absolute(folder), "--strip"});
-}
-
-std::uint64_t SizeOf(const fs::path& folder) {
-  std::uint64_t size = 0;
-  for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-    if (entry.is_regular_file() && !entry.is_symlink()) size += entry.file_size();
-  }
-  return size;
 }
 
 // Random, so that nothing on the way makes a small file of it.
@@ -69,7 +62,7 @@ void MakeFirmwareTree(const fs::path& build, const patch::PatchDescription& vers
   if (fs::exists(folder)) throw std::runtime_error(folder.native() + " exists already");
   for (const char* component : {"firmware", "box"}) Install(build, component, folder);
   PutVersion(version, folder);
-  const std::uint64_t size = SizeOf(folder);
+  const std::uint64_t size = BytesIn(folder);
   if (size < fill_to) WriteRandom(folder / "share/filler.bin", fill_to - size);
 }
 

@@ -66,6 +66,13 @@ class TemporaryFile {
   bool renamed_ = false;
 };
 
+bool SurvivesPowerLoss(int folder) {
+  struct statfs status = {};
+  return fstatfs(folder, &status) != 0 || status.f_type != TMPFS_MAGIC;
+}
+
+}  // namespace
+
 bool WriteAll(int fd, std::string_view contents) {
   while (!contents.empty()) {
     const ssize_t written = write(fd, contents.data(), contents.size());
@@ -75,13 +82,6 @@ bool WriteAll(int fd, std::string_view contents) {
   }
   return true;
 }
-
-bool SurvivesPowerLoss(int folder) {
-  struct statfs status = {};
-  return fstatfs(folder, &status) != 0 || status.f_type != TMPFS_MAGIC;
-}
-
-}  // namespace
 
 bool ReplaceFile(const FilePlace& place, std::string_view contents, mode_t mode) {
   const int folder = place.folder.Get();

@@ -24,6 +24,10 @@ namespace kalo {
 /// @return false with errno set on failure.
 [[nodiscard]] bool WriteFileAtomic(const std::string& path, std::string_view contents, mode_t mode);
 
+/// Writes all of it, whatever a signal or a slow reader cuts it into.
+/// @return false with errno set on failure; part of it may have been written.
+[[nodiscard]] bool WriteAll(int fd, std::string_view contents);
+
 /// @return bytes of kernel randomness as lower-case hexadecimal text, twice as many characters.
 [[nodiscard]] std::string RandomHex(std::size_t bytes);
 

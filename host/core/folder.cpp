@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <memory>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "host/core/unique_fd.h"
@@ -76,6 +77,20 @@ bool RemoveContents(const std::string& folder) {
   remover.Empty(std::move(fd), 0);
   errno = remover.Error();
   return remover.Error() == 0;
+}
+
+std::uint64_t BytesIn(const std::filesystem::path& folder) {
+  namespace fs = std::filesystem;
+  std::uint64_t bytes = 0;
+  std::error_code hidden;
+  for (auto entry = fs::recursive_directory_iterator(folder, hidden);
+       !hidden && entry != fs::recursive_directory_iterator(); entry.increment(hidden)) {
+    std::error_code gone;
+    const std::uintmax_t size =
+        entry->is_regular_file(gone) && !entry->is_symlink(gone) ? entry->file_size(gone) : 0;
+    if (!gone) bytes += size;
+  }
+  return bytes;
 }
 
 }  // namespace kalo

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <filesystem>
 #include <string>
 
 namespace kalo {
@@ -9,5 +11,9 @@ namespace kalo {
 /// @return false with errno set when something could not be removed, the rest then is gone all the
 ///         same; ENOENT when there is no folder.
 [[nodiscard]] bool RemoveContents(const std::string& folder);
+
+/// @return what the files in a folder and below add up to, as far as they can be seen; links are
+///         not followed. 0 when there is no folder.
+[[nodiscard]] std::uint64_t BytesIn(const std::filesystem::path& folder);
 
 }  // namespace kalo

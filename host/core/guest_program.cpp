@@ -9,6 +9,7 @@
 #include <csignal>
 #include <filesystem>
 
+#include "host/core/file_io.h"
 #include "host/core/unique_fd.h"
 
 namespace kalo {
@@ -25,13 +26,7 @@ ssize_t CopySome(int from, int to) {
   std::array<char, kPiece> piece{};
   const ssize_t got = read(from, piece.data(), piece.size());
   if (got < 0) return errno == EINTR ? CopySome(from, to) : -1;
-  for (ssize_t done = 0; done < got;) {
-    const ssize_t written = write(to, piece.data() + done, static_cast<std::size_t>(got - done));
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return -1;
-    done += written;
-  }
-  return got;
+  return WriteAll(to, {piece.data(), static_cast<std::size_t>(got)}) ? got : -1;
 }
 
 bool Watch(pid_t pid, int output, int copy, const GuestLimits& limits) {

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/core/file_io.h"
 #include "host/core/spawn.h"
 #include "host/core/unique_fd.h"
 #include "programs/kalo-mesh/failure.h"
@@ -51,8 +52,7 @@ std::string Variable(const char* name, const char* fallback) {
 // @return whether the user's pager showed the text.
 bool Page(const std::string& text) {
   const UniqueFd file(memfd_create("licence", MFD_CLOEXEC));
-  if (!file || write(file.Get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()) ||
-      lseek(file.Get(), 0, SEEK_SET) != 0) {
+  if (!file || !WriteAll(file.Get(), text) || lseek(file.Get(), 0, SEEK_SET) != 0) {
     return false;
   }
   std::vector<std::string> argv = {"/usr/bin/env", "TERM=" + Variable("TERM", "dumb")};

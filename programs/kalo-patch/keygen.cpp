@@ -1,5 +1,4 @@
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -7,6 +6,7 @@
 #include <string>
 #include <system_error>
 
+#include "host/core/file_io.h"
 #include "host/update/patch_format/atomic_output.h"
 #include "host/update/patch_format/signing_key.h"
 #include "programs/kalo-patch/commands.h"
@@ -29,8 +29,8 @@ void RefuseExisting(const std::string& path) {
   }
 }
 
-void WriteAll(patch::AtomicOutput& output, const std::string& text) {
-  if (::write(output.Fd(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+void Write(const patch::AtomicOutput& output, const std::string& text) {
+  if (!WriteAll(output.Fd(), text)) {
     throw std::system_error(errno, std::generic_category(), "cannot write the key");
   }
 }
@@ -44,8 +44,8 @@ void Run(const Options& options) {
   const patch::SigningKey key = patch::SigningKey::Generate();
   patch::AtomicOutput private_output(options.private_file, kPrivateMode);
   patch::AtomicOutput public_output(options.public_file, kPublicMode);
-  WriteAll(private_output, key.PrivatePem());
-  WriteAll(public_output, key.PublicPem());
+  Write(private_output, key.PrivatePem());
+  Write(public_output, key.PublicPem());
   private_output.Commit();
   public_output.Commit();
 }

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "host/core/file_io.h"
 #include "host/core/unique_fd.h"
 
 namespace kalo::fetch {
@@ -20,16 +21,6 @@ std::string SystemError(const std::string& path) {
 UniqueFd MakeFile(const std::string& path) {
   if (unlink(path.c_str()) != 0 && errno != ENOENT) return UniqueFd();
   return UniqueFd(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-}
-
-bool Write(int fd, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = write(fd, text.data(), text.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return false;
-    text.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
 }
 
 ExitStatus StatusOf(FetchOutcome outcome) {
@@ -59,7 +50,7 @@ ExitStatus FetchToFile(const std::string& url, const std::string& path, const Ht
     error = url + ": " + result.error;
     return StatusOf(result.outcome);
   }
-  if (Write(file.Get(), *text)) return kOk;
+  if (WriteAll(file.Get(), *text)) return kOk;
   error = SystemError(path);
   if (ftruncate(file.Get(), 0) != 0) error += ", and half of the answer stays there";
   return kCannotWrite;

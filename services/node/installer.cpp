@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "host/core/file_io.h"
+#include "host/core/folder.h"
 #include "host/core/log.h"
 #include "host/update/patch_format/description.h"
 #include "platform/paths.h"
@@ -36,14 +37,6 @@ std::uint64_t FreeBytes(const fs::path& folder) {
     throw std::system_error(errno, std::generic_category(), "asking for free space");
   }
   return static_cast<std::uint64_t>(found.f_bavail) * found.f_frsize;
-}
-
-std::uint64_t SizeOf(const fs::path& folder) {
-  std::uint64_t bytes = 0;
-  for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-    if (entry.is_regular_file() && !entry.is_symlink()) bytes += entry.file_size();
-  }
-  return bytes;
 }
 
 // Without its version file: the copy is not yet a firmware.
@@ -115,7 +108,7 @@ void Installer::WritePrograms() {
   slots::Discard(slot_);
   fs::remove_all(SmallFolder(slot_));
   fs::create_directory(slot_);
-  const std::uint64_t copied = staged_.full.empty() ? SizeOf(slots::ActiveSlot()) : 0;
+  const std::uint64_t copied = staged_.full.empty() ? BytesIn(slots::ActiveSlot()) : 0;
   const std::uint64_t wanted = copied + payload_bytes_ + kSpareBytes;
   const std::uint64_t available = FreeBytes(slot_);
   if (wanted > available) {

@@ -11,8 +11,10 @@
 #include <system_error>
 
 #include "host/core/file_lock.h"
+#include "host/core/folder.h"
 #include "host/core/log.h"
 #include "host/core/spawn.h"
+#include "host/update/patch_format/version_text.h"
 #include "platform/paths.h"
 #include "services/node/error_codes.h"
 #include "services/node/install_exit.h"
@@ -69,24 +71,15 @@ std::optional<FileLock> KeepInstallerOut(KALO::APIResponse& response) {
   return lock;
 }
 
-std::uint64_t SizeOf(const fs::path& folder) {
-  std::uint64_t bytes = 0;
-  std::error_code ignored;
-  for (const auto& entry : fs::recursive_directory_iterator(folder, ignored)) {
-    if (entry.is_regular_file(ignored)) bytes += entry.file_size(ignored);
-  }
-  return bytes;
-}
-
 // The slot that an installation will write gives its space back first.
 bool HasSpaceFor(const patch::VerifyResult& patch) {
   struct statvfs found {};
   if (statvfs(KALO::paths::kSlots, &found) != 0) return false;
   const std::uint64_t available = static_cast<std::uint64_t>(found.f_bavail) * found.f_frsize;
   // A small update alone goes onto a copy of what runs.
-  const bool copies = IsSmallUpdate(patch.description) && !StagedFull();
-  const std::uint64_t needed = patch.payload_bytes + (copies ? SizeOf(slots::ActiveSlot()) : 0);
-  return needed <= available + SizeOf(slots::InactiveSlot());
+  const bool copies = patch::IsSmallUpdate(patch.description.version) && !StagedFull();
+  const std::uint64_t needed = patch.payload_bytes + (copies ? BytesIn(slots::ActiveSlot()) : 0);
+  return needed <= available + BytesIn(slots::InactiveSlot());
 }
 
 // A small update belongs to one build: the one that runs, or the one that is staged.
@@ -121,7 +114,7 @@ bool Accepts(const patch::VerifyResult& patch, KALO::APIResponse& response) {
            "the patch is for " + patch.description.unique + ", this is " + running.unique);
     return false;
   }
-  if (IsSmallUpdate(patch.description) && !HasItsBase(patch.description, running)) {
+  if (patch::IsSmallUpdate(patch.description.version) && !HasItsBase(patch.description, running)) {
     Refuse(response, error::kOtherBase,
            patch.description.version + " does not apply on " + running.version);
     return false;

@@ -38,8 +38,7 @@ struct State {
 /// @throws std::runtime_error when the link names no slot.
 [[nodiscard]] std::filesystem::path ActiveSlot();
 /// @return the slot that the link does not name; it may not exist yet. GetUse tells whether it may
-/// be
-///         written.
+///         be written.
 [[nodiscard]] std::filesystem::path InactiveSlot();
 
 /// Removes what lies in a slot. At no moment on its way does the rest count as a firmware, not even

@@ -13,6 +13,7 @@
 #include "host/core/strict_json.h"
 #include "host/core/unique_fd.h"
 #include "host/update/patch_format/description.h"
+#include "host/update/patch_format/version_text.h"
 #include "platform/paths.h"
 #include "services/node/node_info.h"
 
@@ -82,10 +83,6 @@ void WriteLocator() {
 
 }  // namespace
 
-bool IsSmallUpdate(const patch::PatchDescription& description) {
-  return description.version.find(" Update ") != std::string::npos;
-}
-
 std::optional<StagedPatch> ReadStaged() {
   const auto full = Read(kFull);
   const auto small = Read(kSmall);
@@ -110,7 +107,7 @@ void Stage(const std::string& path, const patch::PatchDescription& description,
   if (mkdir(KALO::paths::kStagedPatch, 0700) != 0 && errno != EEXIST) {
     ThrowErrno(std::string("making ") + KALO::paths::kStagedPatch);
   }
-  const bool small = IsSmallUpdate(description);
+  const bool small = patch::IsSmallUpdate(description.version);
   const auto full = StagedFull();
   RemoveSmall();
   if (!small || !full || full->build != description.build) RemoveFull();

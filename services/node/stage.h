@@ -15,9 +15,6 @@ struct StagedPatch {
   patch::PatchDescription description;  ///< of what will run afterwards
 };
 
-/// @return whether a version is a small update's, whatever its number.
-[[nodiscard]] bool IsSmallUpdate(const patch::PatchDescription& description);
-
 /// @return what is staged; empty when nothing is.
 [[nodiscard]] std::optional<StagedPatch> ReadStaged();
 

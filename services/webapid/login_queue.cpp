@@ -12,6 +12,7 @@
 #include <cstring>
 #include <utility>
 
+#include "host/core/file_io.h"
 #include "host/core/log.h"
 #include "host/core/spawn.h"
 #include "host/core/unique_fd.h"
@@ -65,9 +66,7 @@ bool LoginQueue::StartHelper(const LoginTry& attempt) {
   const UniqueFd write_end(ends[1]);
   // Fits into a pipe's buffer, so that this does not wait for the helper.
   const std::string input = attempt.user + '\0' + attempt.password + '\0';
-  if (write(write_end.Get(), input.data(), input.size()) != static_cast<ssize_t>(input.size())) {
-    return false;
-  }
+  if (!WriteAll(write_end.Get(), input)) return false;
   SpawnOptions options;
   options.stdin_fd = read_end.Get();
   const pid_t pid = Spawn({helper_}, options);

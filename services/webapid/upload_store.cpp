@@ -40,13 +40,7 @@ std::optional<fs::path> UploadFolder::StartFile() {
 }
 
 bool UploadFolder::Append(std::string_view data) {
-  while (!data.empty()) {
-    const ssize_t n = write(current_.Get(), data.data(), data.size());
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) return false;
-    data.remove_prefix(static_cast<std::size_t>(n));
-  }
-  return true;
+  return WriteAll(current_.Get(), data);
 }
 
 bool UploadFolder::Close() {

@@ -12,6 +12,8 @@
 #include <system_error>
 #include <utility>
 
+#include "host/core/file_io.h"
+
 namespace kalo::webapid {
 namespace {
 
@@ -30,13 +32,8 @@ union ControlBuffer {
 
 UniqueFd MakeMemoryFile(std::string_view body) {
   UniqueFd file(memfd_create("kalo-webapi", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-  for (std::size_t done = 0; file && done < body.size();) {
-    const ssize_t n = write(file.Get(), body.data() + done, body.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return UniqueFd();
-    done += static_cast<std::size_t>(n);
-  }
-  if (!file || fcntl(file.Get(), F_ADD_SEALS, kSeals) != 0) return UniqueFd();
+  if (!file || !WriteAll(file.Get(), body) || fcntl(file.Get(), F_ADD_SEALS, kSeals) != 0)
+    return UniqueFd();
   return file;
 }
 

@@ -11,6 +11,7 @@
 #include <system_error>
 #include <utility>
 
+#include "host/core/file_io.h"
 #include "host/core/log.h"
 #include "host/update/verified_hash.h"
 
@@ -59,17 +60,12 @@ bool PartFile::Take(std::string_view piece) {
     if (lacks_space_) return false;
   }
   hash_.Update(piece);
-  while (!piece.empty()) {
-    const ssize_t written = write(fd_.Get(), piece.data(), piece.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) {
-      lacks_space_ = errno == ENOSPC || errno == EDQUOT;
-      Log(LOG_ERR, "%s: %s", path_.c_str(), std::strerror(errno));
-      return false;
-    }
-    size_ += static_cast<std::uint64_t>(written);
-    piece.remove_prefix(static_cast<std::size_t>(written));
+  if (!WriteAll(fd_.Get(), piece)) {
+    lacks_space_ = errno == ENOSPC || errno == EDQUOT;
+    Log(LOG_ERR, "%s: %s", path_.c_str(), std::strerror(errno));
+    return false;
   }
+  size_ += piece.size();
   hooks_.on_bytes(size_);
   return true;
 }

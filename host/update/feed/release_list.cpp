@@ -9,6 +9,7 @@
 
 #include "host/core/object_reader.h"
 #include "host/update/patch_format/description.h"
+#include "host/update/patch_format/sha256.h"
 #include "host/update/patch_format/version_text.h"
 
 namespace kalo::feed {
@@ -17,14 +18,9 @@ namespace {
 constexpr int kFormat = 1;
 constexpr int kHighestNumber = std::numeric_limits<std::int32_t>::max();
 constexpr std::size_t kMostReleases = 10000;
-constexpr std::string_view kSmallUpdateMark = " Update ";
 
 bool IsAscending(std::string_view groups) {
   return std::adjacent_find(groups.begin(), groups.end(), std::greater_equal<>()) == groups.end();
-}
-
-bool IsDigest(std::string_view text) {
-  return text.size() == 64 && text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
 }
 
 // What the client puts behind the feed's address, so nothing that could lead elsewhere.
@@ -43,7 +39,7 @@ ListedFile ReadFileMember(const Json::Value& value, const std::string& name) {
       reader.LargeInteger("size", 1, std::numeric_limits<std::int64_t>::max()));
   file.sha256 = reader.Text("sha256");
   if (!IsPlainPath(file.path)) reader.Fail("path", "is no plain relative path");
-  if (!IsDigest(file.sha256)) reader.Fail("sha256", "is no SHA-256");
+  if (!patch::IsDigest(file.sha256)) reader.Fail("sha256", "is no SHA-256");
   return file;
 }
 
@@ -120,7 +116,7 @@ Json::Value WriteBuilds(const std::vector<std::int32_t>& builds) {
 }  // namespace
 
 bool Release::IsSmall() const {
-  return version.find(kSmallUpdateMark) != std::string::npos;
+  return patch::IsSmallUpdate(version);
 }
 
 bool Release::IsForAll() const {
@@ -166,7 +162,7 @@ std::string WriteReleaseList(const ReleaseList& list) {
 
 bool NamesSmallUpdate(const std::string& version) {
   const auto numbers = patch::ParseVersionText(version);
-  return version.find(kSmallUpdateMark) != std::string::npos || (numbers && numbers->nano > 0);
+  return patch::IsSmallUpdate(version) || (numbers && numbers->nano > 0);
 }
 
 const Release* FindRelease(const ReleaseList& list, const std::string& version) {

@@ -7,6 +7,7 @@
 
 #include "host/core/strict_json.h"
 #include "host/update/patch_format/patch_error.h"
+#include "host/update/patch_format/sha256.h"
 
 namespace kalo::patch {
 namespace {
@@ -45,10 +46,6 @@ std::optional<int> RankOf(std::string_view name) {
   if (name.starts_with(kTextsPrefix)) return 2;
   if (name.starts_with(kPayloadPrefix)) return 3;
   return std::nullopt;
-}
-
-bool IsDigest(std::string_view text) {
-  return text.size() == 64 && text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
 }
 
 ListedMember ReadMember(const Json::Value& entry) {

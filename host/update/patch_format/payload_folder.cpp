@@ -10,6 +10,7 @@
 #include <memory>
 #include <string_view>
 
+#include "host/core/file_io.h"
 #include "host/update/patch_format/manifest.h"
 #include "host/update/patch_format/patch_error.h"
 
@@ -75,12 +76,7 @@ void PayloadFolder::Begin(const std::string& name) {
 }
 
 void PayloadFolder::Write(std::span<const char> bytes) {
-  while (!bytes.empty()) {
-    const ssize_t count = ::write(file_.Get(), bytes.data(), bytes.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) Fail(name_);
-    bytes = bytes.subspan(static_cast<std::size_t>(count));
-  }
+  if (!WriteAll(file_.Get(), {bytes.data(), bytes.size()})) Fail(name_);
 }
 
 void PayloadFolder::End(mode_t mode) {

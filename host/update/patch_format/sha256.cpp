@@ -2,7 +2,6 @@
 
 #include <array>
 #include <stdexcept>
-#include <string_view>
 
 namespace kalo::patch {
 
@@ -33,6 +32,10 @@ std::string Sha256::Finish() {
     text += kDigits[byte & 0xFU];
   }
   return text;
+}
+
+bool IsDigest(std::string_view text) {
+  return text.size() == 64 && text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
 }
 
 }  // namespace kalo::patch

@@ -4,6 +4,7 @@
 
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace kalo::patch {
 
@@ -23,5 +24,8 @@ class Sha256 {
  private:
   gnutls_hash_hd_t handle_ = nullptr;
 };
+
+/// @return whether the text is a digest as Finish gives it.
+[[nodiscard]] bool IsDigest(std::string_view text);
 
 }  // namespace kalo::patch

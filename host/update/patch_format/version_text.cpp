@@ -78,4 +78,8 @@ bool IsDisplayForm(std::string_view text) {
   return text.starts_with(kMark) && ParseVersionText(text).has_value();
 }
 
+bool IsSmallUpdate(std::string_view display) {
+  return display.find(" Update ") != std::string_view::npos;
+}
+
 }  // namespace kalo::patch

@@ -23,4 +23,7 @@ struct VersionNumbers {
 /// @return whether the text is a version in display form, which begins with the word VXM.
 [[nodiscard]] bool IsDisplayForm(std::string_view text);
 
+/// @return whether a version in display form is a small update's, whatever its number.
+[[nodiscard]] bool IsSmallUpdate(std::string_view display);
+
 }  // namespace kalo::patch

@@ -98,5 +98,23 @@ TEST(MkdirP, FollowsNoLinkAndNoFile) {
   EXPECT_LT(KALOFSMkdirP(nullptr, 0, 1, -1, -1), 0);
 }
 
+TEST(BytesIn, AddsWhatTheFilesBelowHave) {
+  const Folder folder;
+  const Folder outside;
+  outside.Write("large", std::string(5000, 'x'));
+  folder.Write("file", std::string(100, 'x'));
+  fs::create_directories(folder.Path("a/b"));
+  std::ofstream(folder.Path("a/b/file")) << "1234567";
+  fs::create_symlink(outside.Path("large"), folder.Path("link"));
+  fs::create_symlink(outside.Path(), folder.Path("a/folder"));
+  EXPECT_EQ(BytesIn(folder.Path()), 107U);
+}
+
+TEST(BytesIn, OfNothingIsNothing) {
+  const Folder folder;
+  EXPECT_EQ(BytesIn(folder.Path()), 0U);
+  EXPECT_EQ(BytesIn(folder.Path("none")), 0U);
+}
+
 }  // namespace
 }  // namespace kalo::test

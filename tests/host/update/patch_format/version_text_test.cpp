@@ -54,6 +54,13 @@ TEST(VersionTextTest, OnlyTheFormWithTheMarkIsTheDisplayForm) {
   EXPECT_FALSE(IsDisplayForm("VXM "));
 }
 
+TEST(VersionTextTest, ASmallUpdateHasTheWordWhateverItsNumber) {
+  EXPECT_TRUE(IsSmallUpdate("VXM 1.4.0-76010 Update 3"));
+  EXPECT_TRUE(IsSmallUpdate("VXM 1.4.0-76010 Update 0"));
+  EXPECT_FALSE(IsSmallUpdate("VXM 1.4.0-76010"));
+  EXPECT_FALSE(IsSmallUpdate("VXM 1.4.0-76010 update 3"));
+}
+
 TEST(VersionTextTest, BuildCountsBeforeSmallUpdate) {
   EXPECT_LT((VersionNumbers{76000, 9}), (VersionNumbers{76010, 0}));
   EXPECT_LT((VersionNumbers{76010, 0}), (VersionNumbers{76010, 1}));
