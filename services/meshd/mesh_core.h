@@ -73,6 +73,7 @@ class MeshCore {
   };
 
   void BeginPending();
+  void StepIfDue(TimePoint now);
   [[nodiscard]] mesh::MeshCode Begin();
 
   NodeCommands& commands_;

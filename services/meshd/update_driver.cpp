@@ -205,6 +205,19 @@ void UpdateDriver::GiveNextTurn(TimePoint now) {
   }
 }
 
+// One that is to be told, and was not yet, is not at it. What the CAP says is noted at once: its
+// restart ends this process.
+bool UpdateDriver::IsAtIt(const UpdateNode& node) const {
+  if (node.hops == 0) return false;
+  return node.stage == NodeStage::kInstalling ||
+         (node.stage == NodeStage::kStarting && waits_.at(node.id).called);
+}
+
+bool UpdateDriver::IsStepDue() const {
+  return Running() && std::none_of(record_.nodes.begin(), record_.nodes.end(),
+                                   [this](const UpdateNode& node) { return IsAtIt(node); });
+}
+
 std::vector<std::uint32_t> UpdateDriver::Step(TimePoint now) {
   std::vector<std::uint32_t> starts;
   if (!Running()) return starts;

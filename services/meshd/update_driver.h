@@ -61,6 +61,11 @@ class UpdateDriver {
   /// again.
   void NotTold(const std::vector<std::uint32_t>& ids);
 
+  /// @return whether Step has more to do than to look at the clock: no satellite is told or
+  /// installs
+  ///         now.
+  [[nodiscard]] bool IsStepDue() const;
+
   [[nodiscard]] bool Running() const { return record_.state == UpdateState::kRunning; }
   [[nodiscard]] const UpdateRecord& Record() const { return record_; }
 
@@ -80,6 +85,7 @@ class UpdateDriver {
   void GiveNextTurn(TimePoint now);
   void Enter(UpdateNode& node, NodeStage stage, TimePoint now);
   [[nodiscard]] UpdateNode* Find(std::uint32_t id);
+  [[nodiscard]] bool IsAtIt(const UpdateNode& node) const;
 
   UpdateRecord record_;
   UpdateTiming timing_;

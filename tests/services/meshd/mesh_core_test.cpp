@@ -168,6 +168,7 @@ TEST_F(MeshCoreTest, TheUpgradeFileFollowsTheUpdateFromBeginToEnd) {
   core_->StartAnswered(3, nodes_[3].Start(), now_);
   nodes_[3].Report("updating_programs", 100);
   Report(1);
+  core_->Tick(now_);
   EXPECT_TRUE(FileSays("upgrading", "60"));
   // The request writes its own word late.
   KLIBCFileSetKeyValue(paths::kUpgradeProgress, "percent", "0", 0);
@@ -176,6 +177,39 @@ TEST_F(MeshCoreTest, TheUpgradeFileFollowsTheUpdateFromBeginToEnd) {
   nodes_[3].Boot(kNewVersion);
   Report(1);
   EXPECT_TRUE(FileSays("finished", "100"));
+}
+
+// Many nodes say something every second, and each file holds something of every node.
+TEST_F(MeshCoreTest, WhatANodeSaysOnItsWayIsWrittenByTheNextTick) {
+  for (const std::uint32_t id : {1U, 2U}) nodes_[id].Stage(kNewVersion);
+  Request();
+  Report(1);
+  EXPECT_THAT(commands_.starts, ElementsAre(1, 2));
+  for (const std::uint32_t id : {1U, 2U}) {
+    core_->StartAnswered(id, nodes_[id].Start(), now_);
+    nodes_[id].Report("updating_programs", 100);
+  }
+  Report(1);
+  EXPECT_TRUE(FileSays("upgrading", "0"));
+  EXPECT_EQ(UpdateStore(kFolder).Load().nodes.at(0).stage, NodeStage::kStarting);
+  core_->Tick(now_);
+  EXPECT_TRUE(FileSays("upgrading", "60"));
+  EXPECT_EQ(UpdateStore(kFolder).Load().nodes.at(0).percent, 100);
+}
+
+// Where somebody waits, no time is lost.
+TEST_F(MeshCoreTest, TheLastOfATurnGivesTheNextTurnAtOnce) {
+  for (const std::uint32_t id : {0U, 1U, 2U}) nodes_[id].Stage(kNewVersion);
+  Request();
+  Report(1);
+  for (const std::uint32_t id : {1U, 2U}) {
+    core_->StartAnswered(id, nodes_[id].Start(), now_);
+    nodes_[id].Boot(kNewVersion);
+  }
+  core_->Reported(1, 1, nodes_[1].Info(), now_);
+  EXPECT_THAT(commands_.starts, ElementsAre(1, 2));
+  core_->Reported(2, 1, nodes_[2].Info(), now_);
+  EXPECT_THAT(commands_.starts, ElementsAre(1, 2, 0));
 }
 
 TEST_F(MeshCoreTest, TheCapsOwnRestartInTheMiddle) {
