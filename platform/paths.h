@@ -24,6 +24,7 @@ inline constexpr const char* kAutoUpdateLock = "/run/kalo/auto_update.lock";
 
 // Kept over reboots.
 inline constexpr const char* kNotifications = "/var/lib/kalo/notifications.json";
+inline constexpr const char* kMeshState = "/var/lib/kalo/meshd";
 inline constexpr const char* kUpdateHistory = "/var/lib/kalo/meshd/history.json";
 inline constexpr const char* kFeedState = "/var/lib/kalo/feed";
 
@@ -38,7 +39,9 @@ inline constexpr const char* kFullPatchLocator = "/fullupgr@de.info";
 // Configuration.
 inline constexpr const char* kConfiguration = "/etc/kaloinfo.conf";
 inline constexpr const char* kDefaults = "/etc.defaults/kaloinfo.conf";
-inline constexpr const char* kMeshCredentials = "/etc/kalo/mesh";
+inline constexpr const char* kMeshAuthority = "/etc/kalo/mesh/ca.crt";
+inline constexpr const char* kNodeCertificate = "/etc/kalo/mesh/node.crt";
+inline constexpr const char* kNodeKey = "/etc/kalo/mesh/node.key";
 inline constexpr const char* kFeedAuthorities = "/etc.defaults/kalo/feed-ca.crt";
 inline constexpr const char* kMeshNodes = "/etc/kalo/mesh/nodes.json";
 inline constexpr const char* kPatchKeys = "/etc.defaults/kalo/patch-keys";

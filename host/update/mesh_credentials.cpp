@@ -12,6 +12,7 @@
 
 #include "host/core/file_io.h"
 #include "host/update/patch_format/datum.h"
+#include "platform/paths.h"
 
 namespace kalo {
 namespace {
@@ -37,21 +38,22 @@ std::string Read(const char* path) {
 }  // namespace
 
 void CheckMeshCredentials() {
-  const std::string authority = Read(kMeshAuthority);
-  const std::string certificate = Read(kNodeCertificate);
-  const std::string key = Read(kNodeKey);
+  const std::string authority = Read(KALO::paths::kMeshAuthority);
+  const std::string certificate = Read(KALO::paths::kNodeCertificate);
+  const std::string key = Read(KALO::paths::kNodeKey);
   gnutls_certificate_credentials_t raw = nullptr;
   if (gnutls_certificate_allocate_credentials(&raw) < 0) throw std::bad_alloc();
   const std::unique_ptr<gnutls_certificate_credentials_st, Deleter> holder(raw);
   const gnutls_datum_t trust = patch::AsDatum(authority);
   const int trusted = gnutls_certificate_set_x509_trust_mem(raw, &trust, GNUTLS_X509_FMT_PEM);
-  if (trusted < 0) Fail(kMeshAuthority, gnutls_strerror(trusted));
-  if (trusted == 0) Fail(kMeshAuthority, "holds no certificate");
+  if (trusted < 0) Fail(KALO::paths::kMeshAuthority, gnutls_strerror(trusted));
+  if (trusted == 0) Fail(KALO::paths::kMeshAuthority, "holds no certificate");
   const gnutls_datum_t own = patch::AsDatum(certificate);
   const gnutls_datum_t secret = patch::AsDatum(key);
   const int result = gnutls_certificate_set_x509_key_mem(raw, &own, &secret, GNUTLS_X509_FMT_PEM);
   if (result < 0) {
-    Fail(std::string(kNodeCertificate) + " with " + kNodeKey, gnutls_strerror(result));
+    Fail(std::string(KALO::paths::kNodeCertificate) + " with " + KALO::paths::kNodeKey,
+         gnutls_strerror(result));
   }
 }
 

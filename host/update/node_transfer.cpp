@@ -12,6 +12,7 @@
 #include "host/core/log.h"
 #include "host/core/strict_json.h"
 #include "host/update/mesh_credentials.h"
+#include "platform/paths.h"
 
 namespace kalo {
 namespace {
@@ -82,11 +83,11 @@ void NodeTransfer::SetTls() {
   Set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
   Set(CURLOPT_SSL_VERIFYPEER, 1L);
   Set(CURLOPT_SSL_VERIFYHOST, 2L);
-  Set(CURLOPT_CAINFO, kMeshAuthority);
+  Set(CURLOPT_CAINFO, KALO::paths::kMeshAuthority);
   // Built in is the machine's folder of public authorities, none of which speaks for a node.
   Set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
-  Set(CURLOPT_SSLCERT, kNodeCertificate);
-  Set(CURLOPT_SSLKEY, kNodeKey);
+  Set(CURLOPT_SSLCERT, KALO::paths::kNodeCertificate);
+  Set(CURLOPT_SSLKEY, KALO::paths::kNodeKey);
 }
 
 // "Expect: 100-continue" would cost a second wherever the server does not answer it.

@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/paths.h"
 #include "services/meshd/mesh_core.h"
 #include "services/meshd/node_worker.h"
 
@@ -16,7 +17,7 @@ namespace kalo::meshd {
 struct MeshServiceOptions {
   std::chrono::milliseconds interval{
       1000};  ///< of heartbeats and ticks; ticks at least each second
-  std::string state_folder = "/var/lib/kalo/meshd";
+  std::string state_folder = KALO::paths::kMeshState;
   UpdateTiming timing;
 };
 

@@ -24,7 +24,8 @@ namespace {
 constexpr const char* kSessions = "/var/lib/kalo/sessions";
 constexpr const char* kWorkerProgram = "/usr/kalo/sbin/webapid-worker";
 constexpr const char* kLoginProgram = "/usr/kalo/sbin/webapid-login";
-constexpr const char* kAdminTls = "/etc/kalo/tls/";
+constexpr const char* kAdminCertificate = "/etc/kalo/tls/server.crt";
+constexpr const char* kAdminKey = "/etc/kalo/tls/server.key";
 constexpr std::size_t kLargestPem = std::size_t{256} << 10;
 
 UniqueFd TakeSignals() {
@@ -47,12 +48,9 @@ std::string ReadPem(const std::string& path) {
 
 TlsFiles ReadTls(PortKind port) {
   if (port == PortKind::kLocal) return {};
-  if (port == PortKind::kAdmin) {
-    const std::string folder = kAdminTls;
-    return {ReadPem(folder + "server.crt"), ReadPem(folder + "server.key"), ""};
-  }
-  const std::string folder = std::string(KALO::paths::kMeshCredentials) + "/";
-  return {ReadPem(folder + "node.crt"), ReadPem(folder + "node.key"), ReadPem(folder + "ca.crt")};
+  if (port == PortKind::kAdmin) return {ReadPem(kAdminCertificate), ReadPem(kAdminKey), ""};
+  return {ReadPem(KALO::paths::kNodeCertificate), ReadPem(KALO::paths::kNodeKey),
+          ReadPem(KALO::paths::kMeshAuthority)};
 }
 
 }  // namespace

@@ -304,16 +304,15 @@ TEST_F(NodeClientTest, ThePlatformsNodeUploads) {
 
 TEST_F(NodeClientTest, MissingOrMixedUpCredentialsAreSaidEarly) {
   using KALO::MESH::SDK::Webapi::KaloCredInit;
-  const std::filesystem::path folder = KALO::paths::kMeshCredentials;
   EXPECT_EQ(KaloCredInit(true), 0);
-  std::ofstream(folder / "node.key") << authority_.Issue(5).key;
+  std::ofstream(KALO::paths::kNodeKey) << authority_.Issue(5).key;
   EXPECT_NE(KaloCredInit(true), 0) << "a key of another certificate";
   EXPECT_THROW(NodeClient(), std::runtime_error);
   authority_.Install(0);
-  std::ofstream(folder / "ca.crt") << "nothing";
+  std::ofstream(KALO::paths::kMeshAuthority) << "nothing";
   EXPECT_NE(KaloCredInit(true), 0);
   authority_.Install(0);
-  std::filesystem::remove(folder / "node.crt");
+  std::filesystem::remove(KALO::paths::kNodeCertificate);
   EXPECT_NE(KaloCredInit(true), 0);
 }
 

@@ -109,12 +109,11 @@ Identity TestAuthority::Issue(int node_id) const {
 }
 
 void TestAuthority::Install(int node_id) const {
-  const std::filesystem::path folder = KALO::paths::kMeshCredentials;
   const Identity identity = Issue(node_id);
-  std::filesystem::create_directories(folder);
-  std::ofstream(folder / "ca.crt") << own_.certificate;
-  std::ofstream(folder / "node.crt") << identity.certificate;
-  std::ofstream(folder / "node.key") << identity.key;
+  std::filesystem::create_directories(std::filesystem::path(KALO::paths::kNodeKey).parent_path());
+  std::ofstream(KALO::paths::kMeshAuthority) << own_.certificate;
+  std::ofstream(KALO::paths::kNodeCertificate) << identity.certificate;
+  std::ofstream(KALO::paths::kNodeKey) << identity.key;
 }
 
 }  // namespace kalo::test

@@ -81,7 +81,7 @@ TEST_F(UpdateUtilTest, NoNodesGiveNoAnswers) {
 }
 
 TEST_F(UpdateUtilTest, WithoutCredentialsItThrows) {
-  std::filesystem::remove_all(paths::kMeshCredentials);
+  std::filesystem::remove(paths::kNodeKey);
   EXPECT_THROW((void)UpdateUtil::SendWebAPIs({Node(1, "127.0.0.1")}, "A", "b", 1), std::exception);
 }
 
