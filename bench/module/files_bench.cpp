@@ -1,89 +1,136 @@
-// What the files of a poll and of a step cost, beside the bare system calls that they need.
+// What the module and the core library add to the system calls of a poll and of a step. Beside each
+// stand just the calls that it cannot do without.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <cstdio>
 #include <string>
+#include <string_view>
 
+#include "host/core/unique_fd.h"
 #include "platform/core/key_value.h"
+#include "platform/paths.h"
+#include "platform/webapi/api_request.h"
+#include "platform/webapi/api_response.h"
+#include "webapi/api_table.h"
 
 namespace {
 
-constexpr const char* kText = "step=\"downloading\"\npercent=\"40\"\n";
+using kalo::UniqueFd;
 
-std::string FileIn(const benchmark::State& state) {
-  return std::string(state.range(0) == 0 ? "/dev/shm" : "/var/tmp") + "/kalo-bench";
+constexpr std::string_view kText =
+    "step=\"downloading\"\npercent=\"40\"\nversion=\"VXM 1.4.0-76010\"\n";
+constexpr const char* kBareLock = "/run/kalo/kv/bench";
+constexpr int kSafely = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+
+std::array<char, 8192> buffer;
+
+// 0: in memory; 1: on the disk.
+std::string FolderOf(const benchmark::State& state) {
+  return state.range(0) == 0 ? "/dev/shm/" : KALO_BENCH_DISK "/";
 }
 
 void Write(const std::string& path) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  (void)!write(fd, kText, std::char_traits<char>::length(kText));
-  close(fd);
+  const UniqueFd file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  (void)!write(file.Get(), kText.data(), kText.size());
 }
 
-// As a poll does: two keys, each from a file of its own opening.
-void ReadProgress(benchmark::State& state) {
-  const std::string path = FileIn(state);
+void ReadSafely(int folder, const char* path) {
+  const UniqueFd file(openat(folder, path, O_RDONLY | kSafely));
+  struct stat status {};
+  fstat(file.Get(), &status);
+  benchmark::DoNotOptimize(read(file.Get(), buffer.data(), buffer.size()));
+}
+
+// A whole poll, as the worker has the module answer it.
+void PollOfADownload(benchmark::State& state) {
+  Write(KALO::paths::kDownloadProgress);
+  for (auto _ : state) {
+    KALO::APIRequest request{Json::Value(Json::objectValue)};
+    KALO::APIResponse response;
+    WebapiUpgradeDownloadProgress(&request, &response);
+    benchmark::DoNotOptimize(response);
+  }
+  unlink(KALO::paths::kDownloadProgress);
+}
+
+void BarePoll(benchmark::State& state) {
+  Write(KALO::paths::kDownloadProgress);
+  for (auto _ : state) {
+    struct stat status {};
+    for (int look = 0; look < 2; ++look) stat(KALO::paths::kDownloadProgress, &status);
+    for (int key = 0; key < 3; ++key) ReadSafely(AT_FDCWD, KALO::paths::kDownloadProgress);
+  }
+  unlink(KALO::paths::kDownloadProgress);
+}
+
+void TwoKeys(benchmark::State& state) {
+  const std::string path = FolderOf(state) + "kalo-bench";
   Write(path);
-  std::array<char, 8192> value{};
   for (auto _ : state) {
     for (const char* key : {"step", "percent"}) {
-      benchmark::DoNotOptimize(
-          KLIBCFileGetKeyValue(path.c_str(), key, value.data(), value.size(), 0));
+      if (KLIBCFileGetKeyValue(path.c_str(), key, buffer.data(), buffer.size(), 0) <= 0) {
+        state.SkipWithError("cannot read");
+      }
     }
   }
   unlink(path.c_str());
 }
 
-void BareRead(benchmark::State& state) {
-  const std::string path = FileIn(state);
+void BareTwoKeys(benchmark::State& state) {
+  const std::string path = FolderOf(state) + "kalo-bench";
   Write(path);
-  std::array<char, 8192> value{};
   for (auto _ : state) {
-    for (int i = 0; i < 2; ++i) {
-      const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-      benchmark::DoNotOptimize(read(fd, value.data(), value.size()));
-      close(fd);
-    }
+    for (int key = 0; key < 2; ++key) ReadSafely(AT_FDCWD, path.c_str());
   }
   unlink(path.c_str());
 }
 
-void SetPercent(benchmark::State& state) {
-  const std::string path = FileIn(state);
+void Step(benchmark::State& state) {
+  const std::string path = FolderOf(state) + "kalo-bench";
   Write(path);
   int percent = 0;
   for (auto _ : state) {
     const std::string number = std::to_string(percent++ % 100);
-    benchmark::DoNotOptimize(KLIBCFileSetKeyValue(path.c_str(), "percent", number.c_str(), 0));
+    if (KLIBCFileSetKeyValue(path.c_str(), "percent", number.c_str(), 0) <= 0) {
+      state.SkipWithError("cannot write");
+    }
   }
   unlink(path.c_str());
 }
 
-// Whole, and durable where it has to be.
-void BareRewrite(benchmark::State& state) {
-  const std::string path = FileIn(state);
-  const std::string next = path + ".next";
+// One writer at a time, the other keys kept, the file whole at every moment, and durable where that
+// means something.
+void BareStep(benchmark::State& state) {
+  const std::string place = FolderOf(state);
+  Write(place + "kalo-bench");
   for (auto _ : state) {
-    const int fd = open(next.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    (void)!write(fd, kText, std::char_traits<char>::length(kText));
-    if (state.range(0) != 0) fsync(fd);
-    close(fd);
-    (void)!rename(next.c_str(), path.c_str());
-    if (state.range(0) == 0) continue;
-    const int folder = open("/var/tmp", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    fsync(folder);
-    close(folder);
+    const UniqueFd folder(open(place.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const UniqueFd lock(open(kBareLock, O_RDWR | O_CREAT | kSafely, 0600));
+    flock(lock.Get(), LOCK_EX | LOCK_NB);
+    ReadSafely(folder.Get(), "kalo-bench");
+    const UniqueFd next(
+        openat(folder.Get(), ".bench-next", O_WRONLY | O_CREAT | O_EXCL | kSafely, 0600));
+    fchmod(next.Get(), 0600);
+    if (write(next.Get(), kText.data(), kText.size()) < 0) state.SkipWithError("cannot write");
+    if (state.range(0) != 0) fsync(next.Get());
+    renameat(folder.Get(), ".bench-next", folder.Get(), "kalo-bench");
+    if (state.range(0) != 0) fsync(folder.Get());
+    flock(lock.Get(), LOCK_UN);
   }
-  unlink(path.c_str());
+  unlink((place + "kalo-bench").c_str());
+  unlink(kBareLock);
 }
 
-// 0: /dev/shm, in memory; 1: /var/tmp, on the disk.
-BENCHMARK(ReadProgress)->Arg(0);
-BENCHMARK(BareRead)->Arg(0);
-BENCHMARK(SetPercent)->Arg(0)->Arg(1);
-BENCHMARK(BareRewrite)->Arg(0)->Arg(1);
+BENCHMARK(PollOfADownload);
+BENCHMARK(BarePoll);
+BENCHMARK(TwoKeys)->Arg(0);
+BENCHMARK(BareTwoKeys)->Arg(0);
+BENCHMARK(Step)->Arg(0)->Arg(1);
+BENCHMARK(BareStep)->Arg(0)->Arg(1);
 
 }  // namespace

@@ -1,6 +1,6 @@
 #include <syslog.h>
 
-#include <algorithm>
+#include <map>
 #include <optional>
 #include <sstream>
 
@@ -53,7 +53,7 @@ void UpgradeHandler::GetUniqueList(const std::vector<std::int32_t>& ids,
                                    std::vector<IdGroup>& groups) {
   groups.clear();
   std::map<std::string, IdGroup> by_unique;
-  std::vector<UpdateNode> nodes;
+  std::map<std::int32_t, std::string> models;
   for (const std::int32_t id : ids) {
     std::string unique;
     if (id == 0) {
@@ -65,12 +65,14 @@ void UpgradeHandler::GetUniqueList(const std::vector<std::int32_t>& ids,
       }
       unique = std::move(value.text);
     } else {
-      if (nodes.empty()) nodes = GetUpdateNodes();
-      const auto node = std::find_if(nodes.begin(), nodes.end(), [id](const UpdateNode& candidate) {
-        return candidate.GetNodeID() == id;
-      });
-      if (node == nodes.end()) throw WebapiException("Failed to get unique");
-      unique = node->GetUnique();
+      if (models.empty()) {
+        for (const UpdateNode& node : GetUpdateNodes()) {
+          models.emplace(node.GetNodeID(), node.GetUnique());
+        }
+      }
+      const auto model = models.find(id);
+      if (model == models.end()) throw WebapiException("Failed to get unique");
+      unique = model->second;
     }
     IdGroup& group = by_unique[unique];
     group.unique = unique;
