@@ -57,10 +57,7 @@ void Run(const Options& options) {
   store.Raise(std::move(notification));
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  openlog("kaloappnotify", 0, LOG_DAEMON);
+int Main(int argc, char** argv) {
   CLI::App app("Raises or clears a notification for administrators.", "kaloappnotify");
   Options options;
   app.add_option("-c", options.source, "who raises it")->required();
@@ -74,10 +71,19 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
     if (count->empty() && clear->empty()) throw CLI::RequiredError("-u or -r");
-    Run(options);
-    return 0;
   } catch (const CLI::ParseError& e) {
     return app.exit(e) == 0 ? 0 : kUsage;
+  }
+  Run(options);
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  openlog("kaloappnotify", 0, LOG_DAEMON);
+  try {
+    return Main(argc, argv);
   } catch (const std::exception& e) {
     kalo::Log(LOG_ERR, "%s", e.what());
     std::cerr << "kaloappnotify: " << e.what() << "\n";

@@ -13,7 +13,7 @@
 namespace kalo::meshd {
 namespace {
 
-constexpr std::size_t kFileLimit = 256 * 1024;
+constexpr std::size_t kFileLimit = std::size_t{256} << 10;
 constexpr std::uint32_t kLargestId = 65535;
 constexpr std::uint32_t kMostHops = 64;
 constexpr std::array kKeys = {"id", "address", "parent", "hops", "wired"};

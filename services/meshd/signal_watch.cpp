@@ -31,6 +31,7 @@ SignalWatch::SignalWatch(std::function<void()> stop)
 
 // Wakes a thread that still waits; a signal that nobody takes any more is harmless.
 SignalWatch::~SignalWatch() {
+  // NOLINTNEXTLINE(bugprone-bad-signal-to-kill-thread): blocked, so it ends nobody
   pthread_kill(thread_.native_handle(), SIGTERM);
   thread_.join();
 }

@@ -24,7 +24,6 @@
 #include "services/node/stage.h"
 
 namespace kalo::node {
-namespace fs = std::filesystem;
 namespace {
 
 void Refuse(KALO::APIResponse& response, int code, const std::string& why) {

@@ -71,7 +71,8 @@ void EventLoop::Wait() {
   if (count < 0 && errno != EINTR) Throw("epoll_wait");
   for (int i = 0; i < count; ++i) {
     // An earlier handler of this turn may have removed this one; numbers are never used twice.
-    const auto watched = watched_.find(events[static_cast<std::size_t>(i)].data.u64);
+    const WatchId id = events[static_cast<std::size_t>(i)].data.u64;  // not aligned there
+    const auto watched = watched_.find(id);
     if (watched == watched_.end()) continue;
     const Handler handler = watched->second.handler;
     handler();

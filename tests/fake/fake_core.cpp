@@ -134,6 +134,7 @@ std::FILE* KLIBCPopen(const char* path, const char* type, ...) {
   va_end(arguments);
   platform.Note(line);
   if (!platform.program_output) return nullptr;
+  // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): the caller closes it
   std::FILE* stream = std::tmpfile();
   std::fwrite(platform.program_output->data(), 1, platform.program_output->size(), stream);
   std::rewind(stream);
@@ -141,7 +142,7 @@ std::FILE* KLIBCPopen(const char* path, const char* type, ...) {
 }
 
 int KLIBCPclose(std::FILE* stream) {
-  std::fclose(stream);
+  std::fclose(stream);  // NOLINT(cppcoreguidelines-owning-memory): handed in to be closed
   Platform::Current().Note("pclose");
   return Platform::Current().program_status;
 }

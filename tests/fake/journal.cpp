@@ -5,6 +5,7 @@
 #include <array>
 #include <atomic>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <stdexcept>
@@ -45,7 +46,7 @@ Journal::Journal() {
   void* memory =
       mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   if (memory == MAP_FAILED) throw std::bad_alloc();
-  shared_ = new (memory) Shared;
+  shared_ = std::construct_at(static_cast<Shared*>(memory));
 }
 
 Journal::~Journal() {

@@ -105,8 +105,9 @@ void FaultMesh::MakeNewer() {
     fs::remove(file);
     const journeys::Outcome made = journeys::RunProgram(
         {fs::path(KALO_BUILD) / "programs/kalo-patch/kalo-patch", "make", Patches() / "small",
-         "--unique", Model(id), "--version", wanted_, "--updater", KALO_SAMPLES "/updater",
-         "--texts", KALO_SAMPLES "/texts", "--key", Patches() / "keys/patch.key", "-o", file});
+         "--unique", Model(id), "--version", wanted_, "--updater",
+         std::string(KALO_SAMPLES) + "/updater", "--texts", std::string(KALO_SAMPLES) + "/texts",
+         "--key", Patches() / "keys/patch.key", "-o", file});
     if (made.status != 0) throw std::runtime_error("no patch: " + made.err);
     patches_.at(static_cast<std::size_t>(id)) = ReadAll(file);
   }

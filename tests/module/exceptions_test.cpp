@@ -22,7 +22,7 @@ TEST(Exceptions, AreCaughtAsTheirBases) {
 
 TEST(Exceptions, ANullMessageIsALogicError) {
   const char* null = nullptr;
-  EXPECT_THROW(WebapiException{null}, std::logic_error);
+  EXPECT_THROW(throw WebapiException(null), std::logic_error);
 }
 
 }  // namespace

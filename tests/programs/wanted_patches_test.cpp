@@ -15,7 +15,6 @@ namespace kalo::equal {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::ElementsAre;
 
 void Record(const std::string& text) {
   fs::remove(KALO::paths::kPatchInformation);

@@ -143,6 +143,8 @@ TEST_F(Wget, SaysWhatHappenedInOneLineAndInTheSystemLog) {
 class WgetTrust : public Wget {
  protected:
   WgetTrust() { (void)folder_.Write("feed/v1/x.json", "list"); }
+  WgetTrust(const WgetTrust&) = delete;
+  WgetTrust& operator=(const WgetTrust&) = delete;
   ~WgetTrust() override { fs::remove(KALO::paths::kFeedAuthorities); }
 
   [[nodiscard]] int GetOverTls(const std::string& address) const {

@@ -11,6 +11,7 @@ struct VersionNumbers {
   std::int32_t build = 0;
   std::int32_t nano = 0;  ///< 0: no small update
 
+  // NOLINTNEXTLINE(modernize-use-nullptr): sees a 0 in what the compiler makes of it
   friend auto operator<=>(const VersionNumbers&, const VersionNumbers&) = default;
 };
 

@@ -27,8 +27,8 @@ class PrivateBus {
     UniqueFd write_end(ends[1]);
     SpawnOptions options;
     options.stdout_fd = write_end.Get();
-    pid_ = Spawn({"/usr/bin/dbus-daemon", "--config-file=" KALO_TEST_BUS_CONFIG, "--nofork",
-                  "--nopidfile", "--print-address=1"},
+    pid_ = Spawn({"/usr/bin/dbus-daemon", std::string("--config-file=") + KALO_TEST_BUS_CONFIG,
+                  "--nofork", "--nopidfile", "--print-address=1"},
                  options);
     if (pid_ < 0) throw std::runtime_error("dbus-daemon does not start");
     write_end.Reset();

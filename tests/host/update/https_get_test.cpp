@@ -218,6 +218,8 @@ TEST(HttpsGet, EndsWhenTheSinkWantsNoMore) {
 class HttpsTrust : public testing::Test {
  protected:
   HttpsTrust() { (void)folder_.Write("v1/x.json", "list"); }
+  HttpsTrust(const HttpsTrust&) = delete;
+  HttpsTrust& operator=(const HttpsTrust&) = delete;
   ~HttpsTrust() override { std::filesystem::remove(KALO::paths::kFeedAuthorities); }
 
   static void Trust(const box::CertificateAuthority& authority) {

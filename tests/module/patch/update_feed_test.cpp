@@ -240,7 +240,7 @@ INSTANTIATE_TEST_SUITE_P(
         Document{"ByteOrderMark", "\xEF\xBB\xBF" + WithBuild("76010"), kParse},
         Document{"TrailingComma", R"({"channel":{"item":[1,]}})", kParse},
         Document{"TooDeep", std::string(2000, '[') + std::string(2000, ']'), kParse},
-        Document{"TooLarge", std::string(10000000, ' ') + WithBuild("76010"), kParse},
+        Document{"TooLarge", std::string(2 << 20, ' ') + WithBuild("76010"), kParse},
         Document{"RootArray", "[]", kChannel}, Document{"RootText", R"("x")", kChannel},
         Document{"RootNumber", "1", kChannel}, Document{"RootNull", "null", kChannel},
         Document{"NoChannel", "{}", kChannel},

@@ -50,6 +50,8 @@ class BusServiceTest : public ::testing::Test {
     StartService();
     connection_->enterEventLoopAsync();
   }
+  BusServiceTest(const BusServiceTest&) = delete;
+  BusServiceTest& operator=(const BusServiceTest&) = delete;
   ~BusServiceTest() override { connection_->leaveEventLoop(); }
 
   void StartService() {

@@ -40,7 +40,7 @@ class UpdateDriverTest : public ::testing::Test {
       registry_.Answered(*report, now_);
       driver_->Observed(*report, now_);
     }
-    const std::vector<std::uint32_t> starts = driver_->Step(now_);
+    std::vector<std::uint32_t> starts = driver_->Step(now_);
     for (const std::uint32_t id : starts) {
       driver_->StartAnswered(id, FakeNodeApi(nodes_[id]).Start(), now_);
     }

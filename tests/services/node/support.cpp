@@ -56,7 +56,7 @@ std::string NodeTest::MakePatch(const std::string& version, const std::string& u
   fs::permissions(sources / "payload/sbin/webapid", fs::perms(0755));
   WriteText(sources / "payload/share/filler", std::string(1 << 20, 'x'));
   WriteText(sources / "updater", "#!/bin/sh\n");
-  const std::string path = std::string(KALO::paths::kUploads) + "/next.pat";
+  std::string path = std::string(KALO::paths::kUploads) + "/next.pat";
   patch::MakePatch({{unique, version, build, 0}, sources / "payload", sources / "updater", ""},
                    &key_, path);
   fs::permissions(path, fs::perms(0600));
@@ -69,7 +69,7 @@ std::string NodeTest::MakeSmallPatch(const std::string& version, int build, int 
   WriteText(sources / "payload/share/filler", "small");
   WriteText(sources / "payload/share/new/file", "new");
   WriteText(sources / "updater", "#!/bin/sh\n");
-  const std::string path = std::string(KALO::paths::kUploads) + "/small.pat";
+  std::string path = std::string(KALO::paths::kUploads) + "/small.pat";
   patch::MakePatch({{kModel, version, build, nano}, sources / "payload", sources / "updater", ""},
                    &key_, path);
   fs::permissions(path, fs::perms(0600));

@@ -28,6 +28,8 @@ class CoreNotification : public testing::Test {
     registry_.Add(webapi::LoadModule(KALO_MODULE), KALO_MODULE);
     fs::remove_all(KALO::paths::kNotifications);
   }
+  CoreNotification(const CoreNotification&) = delete;
+  CoreNotification& operator=(const CoreNotification&) = delete;
   ~CoreNotification() override { fs::remove_all(KALO::paths::kNotifications); }
 
   [[nodiscard]] KALO::APIResponse Call(const char* method,

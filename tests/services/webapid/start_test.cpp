@@ -91,7 +91,8 @@ TEST_F(StartUp, RecoveryProgramsRunAtTheStartAndAfterForks) {
   const auto count = [this] {
     const std::string all = log_.All();
     std::size_t lines = 0;
-    for (std::size_t at = all.find("recovered"); at != all.npos; at = all.find("recovered", at + 1))
+    for (std::size_t at = all.find("recovered"); at != std::string::npos;
+         at = all.find("recovered", at + 1))
       ++lines;
     return lines;
   };

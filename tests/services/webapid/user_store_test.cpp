@@ -59,8 +59,8 @@ TEST(UserStore, ABrokenFileHasNoUsers) {
        {"", "[]", R"({"users":{}})", R"({"users":[1]})", R"({"users":[{"name":"a"}]})",
         R"({"users":[{"name":"a","hash":"plain","groups":[]}]})",
         R"({"users":[{"name":"a","hash":"$y$x","groups":[1]}]})",
-        R"({"users":[{"name":"a","hash":"$y$x","groups":[]},)"
-        R"({"name":"a","hash":"$y$x","groups":[]}]})"}) {
+        R"({"users":[{"name":"a","hash":"$y$x","groups":[]},
+                     {"name":"a","hash":"$y$x","groups":[]}]})"}) {
     Write(text);
     EXPECT_FALSE(UserStore(kPath).Find("a")) << text;
     EXPECT_THROW((void)ReadUsers(kPath), FormatError) << text;

@@ -28,7 +28,7 @@ TEST_F(DamagedPatch, AFlippedBitAnywhereIsFound) {
   const UniqueFd fd(::open(path.c_str(), O_RDWR | O_CLOEXEC));
   for (std::size_t i = 0; i < good.size(); ++i) {
     for (unsigned bit = 0; bit < 8; ++bit) {
-      const auto flipped = static_cast<char>(good[i] ^ (1U << bit));
+      const auto flipped = static_cast<char>(static_cast<unsigned char>(good[i]) ^ (1U << bit));
       ASSERT_EQ(::pwrite(fd.Get(), &flipped, 1, static_cast<off_t>(i)), 1);
       ASSERT_FALSE(VerifyPatch(path, maker_.ring).IsValid()) << "bit " << bit << " of byte " << i;
     }
