@@ -58,12 +58,15 @@ void MeshCore::Reported(std::uint32_t id, std::uint64_t round,
   LogChange(id, report ? registry_.Answered(*report, now) : registry_.Silent(id, now));
   if (report) driver_.Observed(*report, now);
   if (pending_ && round >= pending_->round) pending_->missing.erase(id);
-  StepIfDue(now);
+  // A tick goes over all nodes, and many nodes say something every second: what each one says is
+  // noted by the next tick, unless something waits for it.
+  const bool all_answered = pending_ && pending_->missing.empty();
+  if (all_answered || driver_.IsStepDueAfter(id, now)) Tick(now);
 }
 
 void MeshCore::StartAnswered(std::uint32_t id, const StartAnswer& answer, TimePoint now) {
   driver_.StartAnswered(id, answer, now);
-  StepIfDue(now);
+  Tick(now);
 }
 
 void MeshCore::RequestStart(StartReceiver receiver, TimePoint now) {
@@ -93,13 +96,6 @@ MeshCode MeshCore::Begin() {
   }
   Log(LOG_NOTICE, "update: begins with %zu nodes", driver_.Record().nodes.size());
   return code;
-}
-
-// A tick goes over all nodes, and many nodes say something every second: what each one says is
-// noted by the next tick, unless something waits for it.
-void MeshCore::StepIfDue(TimePoint now) {
-  const bool all_answered = pending_ && pending_->missing.empty();
-  if (all_answered || driver_.IsStepDue()) Tick(now);
 }
 
 void MeshCore::Tick(TimePoint now) {

@@ -73,7 +73,6 @@ class MeshCore {
   };
 
   void BeginPending();
-  void StepIfDue(TimePoint now);
   [[nodiscard]] mesh::MeshCode Begin();
 
   NodeCommands& commands_;

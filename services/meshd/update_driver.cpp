@@ -205,17 +205,16 @@ void UpdateDriver::GiveNextTurn(TimePoint now) {
   }
 }
 
-// One that is to be told, and was not yet, is not at it. What the CAP says is noted at once: its
-// restart ends this process.
-bool UpdateDriver::IsAtIt(const UpdateNode& node) const {
-  if (node.hops == 0) return false;
-  return node.stage == NodeStage::kInstalling ||
-         (node.stage == NodeStage::kStarting && waits_.at(node.id).called);
+// After a restart the node is heard first: it may be through already.
+bool UpdateDriver::IsToBeTold(const UpdateNode& node, TimePoint now) {
+  const Wait& wait = waits_[node.id];
+  return node.stage == NodeStage::kStarting && !wait.called && wait.seen && now >= wait.again;
 }
 
-bool UpdateDriver::IsStepDue() const {
-  return Running() && std::none_of(record_.nodes.begin(), record_.nodes.end(),
-                                   [this](const UpdateNode& node) { return IsAtIt(node); });
+bool UpdateDriver::IsStepDueAfter(std::uint32_t id, TimePoint now) {
+  const UpdateNode* node = Running() ? Find(id) : nullptr;
+  return node != nullptr && (node->hops == 0 || IsToBeTold(*node, now) ||
+                             std::none_of(record_.nodes.begin(), record_.nodes.end(), IsWorking));
 }
 
 std::vector<std::uint32_t> UpdateDriver::Step(TimePoint now) {
@@ -226,11 +225,8 @@ std::vector<std::uint32_t> UpdateDriver::Step(TimePoint now) {
   EndWhenAllEnded(record_);
   RefreshShown(record_);
   for (const UpdateNode& node : record_.nodes) {
-    Wait& wait = waits_[node.id];
-    // After a restart the node is heard first: it may be through already.
-    if (node.stage != NodeStage::kStarting || wait.called || !wait.seen || now < wait.again)
-      continue;
-    wait.called = true;
+    if (!IsToBeTold(node, now)) continue;
+    waits_[node.id].called = true;
     starts.push_back(node.id);
   }
   return starts;

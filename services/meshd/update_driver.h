@@ -61,10 +61,9 @@ class UpdateDriver {
   /// again.
   void NotTold(const std::vector<std::uint32_t>& ids);
 
-  /// @return whether Step has more to do than to look at the clock: no satellite is told or
-  /// installs
-  ///         now.
-  [[nodiscard]] bool IsStepDue() const;
+  /// @return whether Step is to follow at once upon what this node said: a turn, or the update, may
+  ///         be over, the node is to be told, or it is the CAP, whose restart ends this process.
+  [[nodiscard]] bool IsStepDueAfter(std::uint32_t id, TimePoint now);
 
   [[nodiscard]] bool Running() const { return record_.state == UpdateState::kRunning; }
   [[nodiscard]] const UpdateRecord& Record() const { return record_; }
@@ -85,7 +84,7 @@ class UpdateDriver {
   void GiveNextTurn(TimePoint now);
   void Enter(UpdateNode& node, NodeStage stage, TimePoint now);
   [[nodiscard]] UpdateNode* Find(std::uint32_t id);
-  [[nodiscard]] bool IsAtIt(const UpdateNode& node) const;
+  [[nodiscard]] bool IsToBeTold(const UpdateNode& node, TimePoint now);
 
   UpdateRecord record_;
   UpdateTiming timing_;

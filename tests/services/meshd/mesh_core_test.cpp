@@ -191,13 +191,37 @@ TEST_F(MeshCoreTest, WhatANodeSaysOnItsWayIsWrittenByTheNextTick) {
   }
   Report(1);
   EXPECT_TRUE(FileSays("upgrading", "0"));
-  EXPECT_EQ(UpdateStore(kFolder).Load().nodes.at(0).stage, NodeStage::kStarting);
+  EXPECT_EQ(UpdateStore(kFolder).Load().nodes.at(0).percent, 0);
   core_->Tick(now_);
   EXPECT_TRUE(FileSays("upgrading", "60"));
   EXPECT_EQ(UpdateStore(kFolder).Load().nodes.at(0).percent, 100);
 }
 
+// Otherwise a satellite that fails, or falls back, while the service restarts would install once
+// more.
+TEST_F(MeshCoreTest, AnOrderThatWasTakenIsOnDiskAtOnce) {
+  for (const std::uint32_t id : {1U, 2U}) nodes_[id].Stage(kNewVersion);
+  Request();
+  Report(1);
+  core_->StartAnswered(1, nodes_[1].Start(), now_);
+  EXPECT_EQ(UpdateStore(kFolder).Load().nodes.at(0).stage, NodeStage::kInstalling);
+  EXPECT_EQ(UpdateStore(kFolder).Load().nodes.at(1).stage, NodeStage::kStarting);
+}
+
 // Where somebody waits, no time is lost.
+TEST_F(MeshCoreTest, ANodeThatIsToBeToldAgainIsToldWhenItIsHeard) {
+  for (const std::uint32_t id : {1U, 2U}) nodes_[id].Stage(kNewVersion);
+  Request();
+  Report(1);
+  core_->StartAnswered(1, {}, now_);
+  core_->StartAnswered(2, nodes_[2].Start(), now_);
+  now_ += 1s;
+  core_->Reported(2, 1, nodes_[2].Info(), now_);
+  EXPECT_THAT(commands_.starts, ElementsAre(1, 2));
+  core_->Reported(1, 1, nodes_[1].Info(), now_);
+  EXPECT_THAT(commands_.starts, ElementsAre(1, 2, 1));
+}
+
 TEST_F(MeshCoreTest, TheLastOfATurnGivesTheNextTurnAtOnce) {
   for (const std::uint32_t id : {0U, 1U, 2U}) nodes_[id].Stage(kNewVersion);
   Request();
