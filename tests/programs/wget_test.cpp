@@ -1,5 +1,8 @@
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <link.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include <chrono>
@@ -137,6 +140,42 @@ TEST_F(Wget, SaysWhatHappenedInOneLineAndInTheSystemLog) {
   EXPECT_TRUE(line.starts_with("wget: " + url + ": ")) << line;
   EXPECT_EQ(line.find('\n'), line.size() - 1) << line;
   EXPECT_TRUE(log.WaitFor(line.substr(0, line.size() - 1))) << log.All();
+}
+
+/// An empty file in the place of the library while this lives.
+class WithoutTransferLibrary {
+ public:
+  explicit WithoutTransferLibrary(const std::string& empty) {
+    void* library = dlopen(KALO_CURL_SONAME, RTLD_NOW | RTLD_LOCAL);
+    link_map* loaded = nullptr;
+    if (library == nullptr || dlinfo(library, RTLD_DI_LINKMAP, static_cast<void*>(&loaded)) != 0) {
+      throw std::runtime_error("no library to take away");
+    }
+    path_ = fs::canonical(loaded->l_name);
+    if (mount(empty.c_str(), path_.c_str(), nullptr, MS_BIND, nullptr) != 0) {
+      throw std::runtime_error("cannot cover " + path_);
+    }
+  }
+  WithoutTransferLibrary(const WithoutTransferLibrary&) = delete;
+  WithoutTransferLibrary& operator=(const WithoutTransferLibrary&) = delete;
+  ~WithoutTransferLibrary() { umount(path_.c_str()); }
+
+ private:
+  std::string path_;
+};
+
+// It is no part of the program, so a package may lack it.
+TEST_F(Wget, SaysThatTheTransferLibraryIsMissing) {
+  const std::string said = folder_.Path("said");
+  const UniqueFd out(open(said.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+  const WithoutTransferLibrary gone(folder_.Write("empty", ""));
+  EXPECT_EQ(WaitForExit(Spawn({KALO_WGET, "--timeout=5", "--tries=1", "-O", path_, "http://x/"},
+                              {.stderr_fd = out.Get()})),
+            kNetwork);
+  const std::string line = Contents(said);
+  EXPECT_TRUE(line.starts_with("wget: http://x/: the transfer library cannot be loaded: ")) << line;
+  EXPECT_NE(line.find(KALO_CURL_SONAME), std::string::npos) << line;
+  EXPECT_EQ(Contents(path_), "");
 }
 
 // Over TLS, against the feed's own server.
