@@ -9,7 +9,7 @@
 #include <csignal>
 #include <fstream>
 #include <functional>
-#include <iterator>
+#include <set>
 #include <sstream>
 
 #include "host/core/unique_fd.h"
@@ -70,10 +70,35 @@ bool IsSame(const fs::path& a, const fs::path& b) {
          one.st_ino == other.st_ino;
 }
 
-std::size_t CountEntries(const fs::path& folder) {
+// The links of the sockets that carry messages within the machine: the server's to its workers.
+std::set<std::string> MessageSockets(pid_t pid) {
+  std::istringstream lines(ReadAll(Proc(pid, "net/unix")));
+  std::set<std::string> links;
+  std::string line;
+  while (std::getline(lines, line)) {
+    std::istringstream words(line);
+    std::string number;
+    std::string users;
+    std::string protocol;
+    std::string flags;
+    std::string type;
+    std::string state;
+    std::string inode;
+    words >> number >> users >> protocol >> flags >> type >> state >> inode;
+    if (type == "0005") links.insert("socket:[" + inode + "]");
+  }
+  return links;
+}
+
+void CountDescriptors(Process& process) {
+  const std::set<std::string> messages = MessageSockets(process.pid);
   std::error_code error;
-  const fs::directory_iterator begin(folder, error);
-  return error ? 0 : static_cast<std::size_t>(std::distance(begin, fs::directory_iterator()));
+  for (fs::directory_iterator i(Proc(process.pid, "fd"), error);
+       !error && i != fs::directory_iterator(); i.increment(error)) {
+    std::error_code gone;
+    const std::string link = fs::read_symlink(i->path(), gone);
+    if (!gone) ++(messages.contains(link) ? process.channels : process.descriptors);
+  }
 }
 
 void Collect(const fs::path& root, const fs::path& path, std::map<std::string, FileState>& files) {
@@ -129,7 +154,7 @@ std::vector<Process> NodeView::Processes() const {
   if (space.empty()) return processes;
   for (const pid_t pid : AllProcesses()) {
     if (NamespaceOf(pid) != space || IsZombie(pid)) continue;
-    processes.push_back({pid, NameOf(pid), CountEntries(Proc(pid, "fd"))});
+    CountDescriptors(processes.emplace_back(Process{pid, NameOf(pid), 0, 0}));
   }
   return processes;
 }

@@ -119,11 +119,15 @@ std::size_t DescriptorsOf(const NodeView& node, std::string_view name) {
   return most;
 }
 
-// Each worker costs the front a few: those aside.
+// Workers come and go, each with its channel: only the channels of nobody count.
 std::size_t FrontDescriptors(const NodeView& node) {
-  const std::size_t workers = node.Count("webapid-worker");
-  const std::size_t all = DescriptorsOf(node, "webapid");
-  return all - std::min(all, 2 * workers);
+  std::size_t workers = 0;
+  Process front;
+  for (const Process& process : node.Processes()) {
+    if (process.name == "webapid-worker") ++workers;
+    if (process.name == "webapid") front = process;
+  }
+  return front.descriptors + front.channels - std::min(front.channels, workers);
 }
 
 }  // namespace
