@@ -20,7 +20,7 @@ inline constexpr std::size_t kValueSize = 8192;
 /// @tparam kSize the buffer given to the platform; a longer value is an error, never cut
 template <std::size_t kSize = kValueSize>
 KeyValue ReadKeyValue(const char* path, const char* key) {
-  std::array<char, kSize> buffer;  // not cleared: most values are short
+  std::array<char, kSize> buffer;  // a length above 0 promises an end of the text
   const int length = KLIBCFileGetKeyValue(path, key, buffer.data(), buffer.size(), 0);
   return {length, length > 0 ? std::string(buffer.data()) : std::string()};
 }

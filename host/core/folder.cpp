@@ -83,7 +83,8 @@ std::uint64_t BytesIn(const std::filesystem::path& folder) {
   namespace fs = std::filesystem;
   std::uint64_t bytes = 0;
   std::error_code hidden;
-  for (auto entry = fs::recursive_directory_iterator(folder, hidden);
+  constexpr auto kOptions = fs::directory_options::skip_permission_denied;
+  for (auto entry = fs::recursive_directory_iterator(folder, kOptions, hidden);
        !hidden && entry != fs::recursive_directory_iterator(); entry.increment(hidden)) {
     std::error_code gone;
     const std::uintmax_t size =

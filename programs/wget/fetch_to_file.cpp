@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <optional>
-#include <string_view>
 #include <system_error>
 
 #include "host/core/file_io.h"
