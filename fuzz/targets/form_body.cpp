@@ -26,7 +26,7 @@ constexpr std::size_t kLongestType = 256;
 // What stands in the uploads' folder belongs to a parameter, and nowhere else is anything made.
 void CheckFiles(const BodyResult& result) {
   for (const std::string& name : result.parameters.getMemberNames()) {
-    if (!name.ends_with("_tmp")) continue;
+    if (!name.ends_with("_file_tmp")) continue;  // any other may be a client's own
     const fs::path path = result.parameters[name].asString();
     fuzz::Require(path.lexically_normal() == path && path.parent_path().parent_path() == kUploads &&
                       fs::is_regular_file(path),
