@@ -9,6 +9,7 @@
 #include <csignal>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <set>
 #include <sstream>
 
@@ -19,6 +20,12 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* kFirstProcess = "node-init";
+
+// Columns of /proc/PID/net/unix, and what stands for SOCK_SEQPACKET there.
+constexpr std::size_t kType = 4;
+constexpr std::size_t kInode = 6;
+constexpr const char* kSeqPacket = "0005";
+
 // What of a node can change. Everything else is read-only or made anew at its boot.
 constexpr const char* kRoots[] = {"/etc", "/etc.defaults", "/root",   "/run",
                                   "/tmp", "/var",          "/volume1"};
@@ -76,16 +83,11 @@ std::set<std::string> MessageSockets(pid_t pid) {
   std::set<std::string> links;
   std::string line;
   while (std::getline(lines, line)) {
-    std::istringstream words(line);
-    std::string number;
-    std::string users;
-    std::string protocol;
-    std::string flags;
-    std::string type;
-    std::string state;
-    std::string inode;
-    words >> number >> users >> protocol >> flags >> type >> state >> inode;
-    if (type == "0005") links.insert("socket:[" + inode + "]");
+    std::istringstream text(line);
+    const std::vector<std::string> words{std::istream_iterator<std::string>(text), {}};
+    if (words.size() > kInode && words[kType] == kSeqPacket) {
+      links.insert("socket:[" + words[kInode] + "]");
+    }
   }
   return links;
 }

@@ -14,8 +14,8 @@ namespace kalo::faults {
 struct Process {
   pid_t pid = 0;
   std::string name;
-  std::size_t descriptors = 0;  ///< without those channels
-  std::size_t channels = 0;     ///< between a server and its workers
+  std::size_t channels = 0;     ///< descriptors between a server and its workers
+  std::size_t descriptors = 0;  ///< all others
 };
 
 /// What a look at a file tells of it without reading it.
