@@ -21,10 +21,7 @@ namespace {
 
 constexpr std::size_t kMostWaiting = 64;
 constexpr std::chrono::seconds kLongestWait{1};
-// Most polls read a file or two and are answered sooner than the library can put a connection aside
-// and take it up again. Those of a slow row are waited for once a second at most.
-constexpr timespec kQuick{0, 300'000};
-constexpr std::chrono::seconds kImpatience{1};
+constexpr timespec kQuick{0, std::chrono::nanoseconds(Patience::kWait).count()};
 // What a rush needed is given back after it.
 constexpr std::chrono::seconds kIdle{10};
 
@@ -100,22 +97,29 @@ bool WorkerPool::Give(WorkerRef worker, Job& job) {
 void WorkerPool::Submit(Job job) {
   if (MayTake(job)) {
     const WorkerRef worker = GiveToSomebody(job);
-    if (worker != workers_.end()) return Await(worker);
+    if (worker != workers_.end()) {
+      if (!AnswersAtOnce(worker)) StartTimer(worker);
+      return;
+    }
   }
   if (IsPoll(job) && waiting_.size() < kMostWaiting) return Wait(std::move(job));
   job.done(webapi::kServerBusy, "");
 }
 
-// Here and now, if it comes quickly; else by and by.
-void WorkerPool::Await(WorkerRef worker) {
-  const auto now = EventLoop::Clock::now();
-  auto& impatient_until = impatient_until_[worker->job.row];
-  if (IsPoll(worker->job) && worker->started && now >= impatient_until) {
-    pollfd answer{worker->channel.Get(), POLLIN, 0};
-    if (ppoll(&answer, 1, &kQuick, nullptr) == 1 && OnReadable(worker)) return;
-    impatient_until = now + kImpatience;
+// Most polls read a file or two and are answered sooner than the library can put a connection aside
+// and take it up again: those are waited for here and now, the others by and by.
+bool WorkerPool::AnswersAtOnce(WorkerRef worker) {
+  if (!IsPoll(worker->job) || !worker->started) return false;
+  Patience& patience = patience_[worker->job.row];
+  if (!patience.IsThere(EventLoop::Clock::now())) return false;
+  pollfd answer{worker->channel.Get(), POLLIN, 0};
+  const bool came = ppoll(&answer, 1, &kQuick, nullptr) == 1 && OnReadable(worker);
+  if (came) {
+    patience.CameInTime();
+  } else {
+    patience.WaitedInVain(EventLoop::Clock::now());
   }
-  StartTimer(worker);
+  return came;
 }
 
 void WorkerPool::StartTimer(WorkerRef worker) {

@@ -13,6 +13,7 @@
 #include "host/webapi/module_description.h"
 #include "services/webapid/child_watch.h"
 #include "services/webapid/event_loop.h"
+#include "services/webapid/patience.h"
 
 namespace kalo::webapid {
 
@@ -75,7 +76,8 @@ class WorkerPool {
   [[nodiscard]] bool MayTake(const Job& job) const;
   /// @return the end when no worker takes it; the job then is still the caller's.
   [[nodiscard]] WorkerRef GiveToSomebody(Job& job);
-  void Await(WorkerRef worker);
+  /// @return whether it did; then the job is over.
+  [[nodiscard]] bool AnswersAtOnce(WorkerRef worker);
   void StartTimer(WorkerRef worker);
   void Wait(Job job);
   void ShrinkLater();
@@ -96,8 +98,7 @@ class WorkerPool {
   std::list<Worker> workers_;
   std::list<Waiting> waiting_;
   EventLoop::TimerId shrink_{};
-  /// Rows whose last answer did not come quickly, and until when nobody waits for them.
-  std::map<const webapi::RowDescription*, EventLoop::Clock::time_point> impatient_until_;
+  std::map<const webapi::RowDescription*, Patience> patience_;
 };
 
 }  // namespace kalo::webapid
