@@ -204,7 +204,7 @@ class UpgradeHandler {
  private:
   APIRequest* request_;
   APIResponse* response_;
-  std::map<std::string, std::int32_t> step_ranks_;
+  const std::map<std::string, std::int32_t>& step_ranks_;
 };
 
 }  // namespace KALO::MESH::Webapi

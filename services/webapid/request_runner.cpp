@@ -62,9 +62,9 @@ void EndChild(const ForkWatch& forks) {
 }
 
 // Runs the entry function; whatever it throws ends here.
-void Enter(KALO::APIHandler handler, const Call& call, const ForkWatch& forks,
+void Enter(KALO::APIHandler handler, Call& call, const ForkWatch& forks,
            KALO::APIResponse& response) {
-  KALO::APIRequest request(call.parameters);
+  KALO::APIRequest request(std::move(call.parameters));
   try {
     handler(&request, &response);
     EndChild(forks);
@@ -97,7 +97,7 @@ std::string SuccessEnvelope(const Json::Value& data) {
 
 RunResult RunRequest(const webapi::ApiRegistry& registry, const ForkWatch& forks,
                      const std::string& body) {
-  const std::optional<Call> call = ParseCall(body);
+  std::optional<Call> call = ParseCall(body);
   if (!call) return {ErrorEnvelope(webapi::kMalformedRequest)};
   const KALO::APIHandler handler = registry.Find(call->api, call->version, call->method);
   if (handler == nullptr) {
