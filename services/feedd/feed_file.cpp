@@ -1,29 +1,34 @@
 #include "services/feedd/feed_file.h"
 
 #include <fcntl.h>
-#include <linux/openat2.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <array>
 #include <cstdio>
+#include <filesystem>
+#include <iterator>
 
 namespace kalo::feedd {
 namespace {
 
-int OpenBeneath(int folder, const std::string& path) {
-  open_how how{};
-  how.flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
-  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
-  return static_cast<int>(syscall(SYS_openat2, folder, path.c_str(), &how, sizeof(how)));
+// Name by name: openat2 does it in one call, but a feed may lie on a server whose kernel is older.
+UniqueFd OpenBeneath(int folder, const std::filesystem::path& path) {
+  UniqueFd at;
+  for (auto name = path.begin(); name != path.end(); ++name) {
+    if (*name == ".." || name->has_root_directory()) return UniqueFd();
+    const int kind = std::next(name) == path.end() ? O_NONBLOCK : O_DIRECTORY | O_PATH;
+    at = UniqueFd(
+        openat(at ? at.Get() : folder, name->c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | kind));
+    if (!at) break;
+  }
+  return at;
 }
 
 }  // namespace
 
 std::optional<FeedFile> FeedFile::Open(int folder, const std::string& path) {
   FeedFile file;
-  file.fd = UniqueFd(OpenBeneath(folder, path));
+  file.fd = OpenBeneath(folder, path);
   struct stat status {};
   if (!file.fd || fstat(file.fd.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
     return std::nullopt;

@@ -106,6 +106,8 @@ class Serving : public testing::Test {
     std::ofstream("/tmp/outside") << "secret";
     fs::remove("/srv/feed/patches/link.patch");
     fs::create_symlink("/tmp/outside", "/srv/feed/patches/link.patch");
+    fs::remove("/srv/feed/patches/folder");
+    fs::create_directory_symlink("/srv/feed/patches/kalo_m1", "/srv/feed/patches/folder");
     feedd_ = Start({FEEDD, "--root", "/srv/feed", "--listen", "127.0.0.1:8080"});
     EXPECT_TRUE(test::WaitFor([] { return Get(kFeedd, {"/v2/empty.json"}).status == 200; }));
   }
@@ -173,8 +175,9 @@ TEST_F(Serving, ASlowLineGivesTheSameInItsTime) {
   EXPECT_EQ(End(feedd), 0);
 }
 
-TEST_F(Serving, FollowsNoLinkOutOfTheFeed) {
+TEST_F(Serving, FollowsNoLink) {
   EXPECT_EQ(Get(kFeedd, {"/patches/link.patch"}).status, 404);
+  EXPECT_EQ(Get(kFeedd, {"/patches/folder/76010.patch"}).status, 404);
 }
 
 TEST_F(Serving, SaysWhatIsWrongWithItsArguments) {
