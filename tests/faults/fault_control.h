@@ -31,6 +31,7 @@ struct FaultControl {
   Action action;
   std::int32_t error;                ///< errno of a failing call
   std::uint32_t nth;                 ///< which of its calls is hit, from 1 on
+  std::array<char, 32> only;         ///< name of the calls that count; empty: all
   std::atomic<std::uint32_t> count;  ///< calls so far
   std::atomic<std::uint32_t> fired;
   std::array<char, 32> call;                    ///< name of the call that was hit

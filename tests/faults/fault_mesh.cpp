@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
+#include <array>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -26,6 +26,13 @@ constexpr std::chrono::seconds kReady{30};
 // A node that stands still is given up after a time; the request that waits for it is answered
 // then.
 constexpr std::chrono::seconds kAnswer{60};
+
+// As a text of C, cut off where it must.
+template <std::size_t N>
+void SetText(std::array<char, N>& to, const std::string& text) {
+  to = {};
+  std::copy_n(text.begin(), std::min(text.size(), N - 1), to.begin());
+}
 
 std::string ReadAll(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
@@ -149,8 +156,8 @@ std::string FaultMesh::NewWords(int node) {
 void FaultMesh::Arm(const FaultPoint& point) {
   armed_ = point.target.node;
   FaultControl& control = *controls_.at(static_cast<std::size_t>(armed_));
-  control.program = {};
-  std::strncpy(control.program.data(), point.target.program.c_str(), control.program.size() - 1);
+  SetText(control.program, point.target.program);
+  SetText(control.only, point.call);
   control.side = point.target.side;
   control.action = point.action;
   control.error = point.error;

@@ -46,7 +46,7 @@ std::string FaultPoint::Text() const {
   if (!condition.empty())
     return target.journey + " under " + condition + " at node " + std::to_string(target.node);
   return target.Text() + " " + kActions.at(static_cast<std::size_t>(action)) + " " + NameOf(error) +
-         " " + std::to_string(nth);
+         " " + std::to_string(nth) + (call.empty() ? "" : " " + call);
 }
 
 std::vector<std::pair<std::string, int>> Conditions() {
@@ -136,6 +136,7 @@ FaultPoint ParsePoint(const std::string& text) {
   words >> point.target.journey >> point.target.node >> point.target.program >> side >> action >>
       error >> point.nth;
   if (!words) throw std::runtime_error("not a fault: " + text);
+  words >> point.call;
   point.target.side = side == "child" ? Side::kChild : Side::kParent;
   const auto* found = std::find(kActions.begin(), kActions.end(), action);
   if (found == kActions.end()) throw std::runtime_error("not a fault: " + text);

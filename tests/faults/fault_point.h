@@ -29,8 +29,12 @@ struct FaultPoint {
   int error = 0;
   std::uint32_t nth = 1;
   std::string condition;  ///< instead of a call: how things are all the time (Conditions)
+  /// Counts only calls of this name, when it has one: of a program with threads the n-th of a kind
+  /// is more often the same than the n-th of all.
+  std::string call{};
 
-  /// As "upload 0 webapid-worker child fail EIO 12", which the runner's --only takes back.
+  /// As "upload 0 webapid-worker child fail EIO 12", which the runner's --only takes back. With
+  /// "fsync" behind it, it is the 12th fsync.
   [[nodiscard]] std::string Text() const;
 };
 

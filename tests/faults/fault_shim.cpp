@@ -81,6 +81,7 @@ std::uint16_t NumberOf(std::string_view name) {
 bool Hit(const char* name, bool sends = false) {
   if (!IsTarget()) return false;
   if (control->action >= Action::kGarble && !sends) return false;
+  if (control->only[0] != '\0' && std::string_view(control->only.data()) != name) return false;
   const int kept = errno;
   const std::uint32_t number = control->count.fetch_add(1) + 1;
   if (number <= kalo::faults::kKeptCalls) control->names[number - 1] = NumberOf(name);
