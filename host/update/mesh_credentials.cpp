@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
-#include <new>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -42,7 +41,8 @@ void CheckMeshCredentials() {
   const std::string certificate = Read(KALO::paths::kNodeCertificate);
   const std::string key = Read(KALO::paths::kNodeKey);
   gnutls_certificate_credentials_t raw = nullptr;
-  if (gnutls_certificate_allocate_credentials(&raw) < 0) throw std::bad_alloc();
+  const int made = gnutls_certificate_allocate_credentials(&raw);
+  if (made < 0) throw std::runtime_error(gnutls_strerror(made));
   const std::unique_ptr<gnutls_certificate_credentials_st, Deleter> holder(raw);
   const gnutls_datum_t trust = patch::AsDatum(authority);
   const int trusted = gnutls_certificate_set_x509_trust_mem(raw, &trust, GNUTLS_X509_FMT_PEM);

@@ -4,9 +4,13 @@
 #include <syslog.h>
 
 #include <CLI/CLI.hpp>
+#include <atomic>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <memory>
+#include <stdexcept>
+#include <utility>
 
 #include "host/core/log.h"
 #include "platform/paths.h"
@@ -26,18 +30,35 @@ int Complain(const char* what, const std::exception& e) {
   return 1;
 }
 
-int Serve(const kalo::meshd::MeshServiceOptions& options) {
+// There is no other way out of the loop than this one. Whenever the service is killed, what it
+// keeps is whole; so it ends at once when the way is barred.
+void LeaveLoop(sdbus::IConnection& connection) {
+  try {
+    connection.leaveEventLoop();
+  } catch (const std::exception& e) {
+    std::_Exit(Complain("cannot end in order", e));
+  }
+}
+
+int Serve(kalo::meshd::MeshServiceOptions options) {
   kalo::meshd::BlockEndSignals();
   const std::unique_ptr<sdbus::IConnection> connection = sdbus::createSystemBusConnection();
   const auto make_api = [](const MeshNode& node) {
     return std::make_unique<kalo::meshd::WebNodeApi>(node);
   };
   const std::vector<MeshNode> nodes = kalo::meshd::ReadNodeList(KALO::paths::kMeshNodes);
+  std::atomic<bool> is_broken = false;
+  options.on_tls_unusable = [&] {
+    is_broken = true;
+    LeaveLoop(*connection);
+  };
   kalo::meshd::MeshService service(nodes, make_api, options);
   const kalo::meshd::BusService bus(*connection, service);
-  const kalo::meshd::SignalWatch signals([&connection] { connection->leaveEventLoop(); });
+  const kalo::meshd::SignalWatch signals([&connection] { LeaveLoop(*connection); });
   kalo::Log(LOG_NOTICE, "serves a mesh of %zu nodes", nodes.size());
   connection->enterEventLoop();
+  if (is_broken)
+    throw std::runtime_error("the TLS library cannot be used in this process any more");
   kalo::Log(LOG_NOTICE, "ends");
   return 0;
 }
@@ -53,7 +74,7 @@ int Run(int argc, char** argv) {
   openlog("meshd", LOG_PID, LOG_DAEMON);
   kalo::meshd::MeshServiceOptions options;
   options.interval = std::chrono::milliseconds(interval_ms);
-  return Serve(options);
+  return Serve(std::move(options));
 }
 
 }  // namespace

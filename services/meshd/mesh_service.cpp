@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "host/core/log.h"
+#include "host/update/tls_library.h"
 #include "services/meshd/mesh_answers.h"
 #include "services/meshd/update_progress.h"
 
@@ -25,7 +26,8 @@ TimePoint Now() {
 
 MeshService::MeshService(const std::vector<MeshNode>& nodes, const MakeNodeApi& make_api,
                          const MeshServiceOptions& options)
-    : store_(options.state_folder),
+    : on_tls_unusable_(options.on_tls_unusable),
+      store_(options.state_folder),
       history_(options.state_folder),
       core_(nodes, *this, store_, history_, options.timing, Now()) {
   NodeEvents& events = *this;
@@ -118,6 +120,10 @@ void MeshService::RunTicks(const std::stop_token& stop, std::chrono::millisecond
   while (!stop.stop_requested()) {
     stopping_.wait_for(lock, stop, interval, [] { return false; });
     if (stop.stop_requested()) continue;
+    if (!IsTlsUsable()) {
+      lock.unlock();
+      return on_tls_unusable_();
+    }
     try {
       core_.Tick(Now());
       Deliver(lock);

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -19,6 +20,9 @@ struct MeshServiceOptions {
       1000};  ///< of heartbeats and ticks; ticks at least each second
   std::string state_folder = KALO::paths::kMeshState;
   UpdateTiming timing;
+  /// Called once, on another thread, when no node can be called any more in this process. Must not
+  /// throw.
+  std::function<void()> on_tls_unusable = [] {};
 };
 
 /// The mesh service without its face on the bus: the core, the threads that call the nodes, and the
@@ -51,6 +55,7 @@ class MeshService final : private NodeCommands, private NodeEvents {
   void Deliver(std::unique_lock<std::mutex>& lock);
   void RunTicks(const std::stop_token& stop, std::chrono::milliseconds interval);
 
+  const std::function<void()> on_tls_unusable_;
   mutable std::mutex mutex_;
   std::vector<std::function<void()>> answers_;  ///< to be given when the mutex is free
   UpdateStore store_;

@@ -12,6 +12,7 @@
 
 #include "host/core/log.h"
 #include "host/core/unique_fd.h"
+#include "host/update/tls_library.h"
 #include "host/webapi/api_registry.h"
 #include "host/webapi/error_codes.h"
 #include "host/webapi/module_description.h"
@@ -57,7 +58,8 @@ int Serve(const UniqueFd& channel) {
   ChannelMessage request;
   while (ReceiveMessage(channel.Get(), request) == Received::kMessage) {
     const RunResult result = RunRequest(registry, forks, request.body);
-    const bool retiring = forks.Forked() || result.row_missing;
+    // Modules call nodes with it, and the first worker lives as long as the server.
+    const bool retiring = forks.Forked() || result.row_missing || !IsTlsUsable();
     if (!SendAnswer(channel.Get(), retiring, result.envelope) || retiring) break;
   }
   webapi::InstallApiRegistry(nullptr);

@@ -35,13 +35,15 @@ struct Ending {
 // One run of meshd, its output caught.
 class MeshdRun {
  public:
-  explicit MeshdRun(const std::vector<std::string>& arguments = {}) {
+  explicit MeshdRun(const std::vector<std::string>& arguments = {},
+                    const std::vector<std::string>& prefix = {}) {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
     output_.Reset(ends[0]);
     const UniqueFd write_end(ends[1]);
     std::vector<std::string> argv = {KALO_TEST_MESHD};
     argv.insert(argv.end(), arguments.begin(), arguments.end());
+    argv.insert(argv.begin(), prefix.begin(), prefix.end());
     SpawnOptions options;
     options.stdout_fd = write_end.Get();
     options.stderr_fd = write_end.Get();
@@ -103,6 +105,15 @@ TEST_F(MeshdProgram, EndsWithAMessageWithoutABus) {
   const Ending ending = MeshdRun().Wait();
   EXPECT_EQ(ending.status, 1);
   EXPECT_THAT(ending.text, HasSubstr("the system bus cannot be used"));
+}
+
+// It would never reach a node any more; started anew it may.
+TEST_F(MeshdProgram, EndsWithAMessageWhenTheTlsLibraryCannotBeUsed) {
+  const PrivateBus bus;
+  const Ending ending =
+      MeshdRun({"--interval-ms", "50"}, {"/usr/bin/env", "LD_PRELOAD=" NO_RANDOMNESS}).Wait();
+  EXPECT_EQ(ending.status, 1);
+  EXPECT_THAT(ending.text, HasSubstr("the TLS library cannot be used in this process any more"));
 }
 
 TEST_F(MeshdProgram, EndsWithAMessageWhenTheNameIsTaken) {

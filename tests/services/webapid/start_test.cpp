@@ -1,5 +1,6 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -10,6 +11,7 @@
 #include "host/core/spawn.h"
 #include "host/core/unique_fd.h"
 #include "platform/paths.h"
+#include "services/webapid/worker_channel.h"
 #include "tests/services/webapid/server_fixture.h"
 #include "tests/support/wait.h"
 
@@ -19,9 +21,10 @@ namespace {
 class StartUp : public ServerTest {
  protected:
   // Runs a program until it ends by itself.
-  [[nodiscard]] static int RunProgram(const std::vector<std::string>& argv) {
+  [[nodiscard]] static int RunProgram(const std::vector<std::string>& argv, int pass_fd = -1) {
     const UniqueFd null(open("/dev/null", O_WRONLY | O_CLOEXEC));
     SpawnOptions options;
+    options.pass_fd = pass_fd;
     options.stderr_fd = null.Get();
     const pid_t pid = Spawn(argv, options);
     return pid < 0 ? -1 : WaitForExit(pid);
@@ -65,6 +68,19 @@ TEST_F(StartUp, ProgramsExplainThemselves) {
   EXPECT_EQ(RunProgram({WEBAPID, "--listen-fd", "x"}), 2);
   EXPECT_EQ(RunProgram({WEBAPID_LOGIN, "admin"}), 2);
   EXPECT_EQ(RunProgram({WEBAPID_WORKER}), 2);
+}
+
+// It could call no node as long as it lives, and the first worker lives as long as the server.
+TEST_F(StartUp, AWorkerWhoseTlsLibraryCannotBeUsedRetires) {
+  const webapid::ChannelPair channel = webapid::MakeChannel();
+  ASSERT_TRUE(webapid::SendMessage(channel.front.Get(), 0, "KALO.Test 1 echo\n{}"));
+  EXPECT_EQ(RunProgram({"/usr/bin/env", "LD_PRELOAD=" NO_RANDOMNESS, WEBAPID_WORKER},
+                       channel.worker.Get()),
+            0);
+  webapid::ChannelMessage answer;
+  ASSERT_EQ(webapid::ReceiveMessage(channel.front.Get(), answer), webapid::Received::kMessage);
+  EXPECT_EQ(answer.flags, webapid::kRetiring);
+  EXPECT_THAT(answer.body, testing::HasSubstr(R"("success":true)"));
 }
 
 TEST_F(StartUp, ABrokenModuleCostsItsOwnRowsOnly) {

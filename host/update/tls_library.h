@@ -1,0 +1,11 @@
+#pragma once
+
+namespace kalo {
+
+/// The TLS library cannot do without randomness: when the making of a key found none, it is out of
+/// order for the rest of the process. A program that runs for long should then end and be started
+/// anew, instead of taking all others for unreachable.
+/// @return whether there is randomness, and the library in order.
+[[nodiscard]] bool IsTlsUsable();
+
+}  // namespace kalo
