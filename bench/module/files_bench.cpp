@@ -24,7 +24,7 @@ using kalo::UniqueFd;
 
 constexpr std::string_view kText =
     "step=\"downloading\"\npercent=\"40\"\nversion=\"VXM 1.4.0-76010\"\n";
-constexpr const char* kBareLock = "/run/kalo/kv/bench";
+constexpr const char* kBareLock = "/run/kalo-bench.lock";
 constexpr int kSafely = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
 
 std::array<char, 8192> buffer;
