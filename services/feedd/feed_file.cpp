@@ -13,6 +13,7 @@ namespace {
 
 // Name by name: openat2 does it in one call, but a feed may lie on a server whose kernel is older.
 UniqueFd OpenBeneath(int folder, const std::filesystem::path& path) {
+  if (path.native().find('\0') != std::string::npos) return UniqueFd();
   UniqueFd at;
   for (auto name = path.begin(); name != path.end(); ++name) {
     if (*name == ".." || name->has_root_directory()) return UniqueFd();

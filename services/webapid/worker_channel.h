@@ -19,7 +19,7 @@ inline constexpr std::size_t kInlineBody = std::size_t{64} << 10;
 inline constexpr std::size_t kLargestBody = std::size_t{64} << 20;
 
 /// The worker serves no other request and ends: its request forked, and the worker's copies of
-/// locks must go with it.
+/// locks must go with it; or something that lasts as long as the process keeps it from serving.
 inline constexpr std::uint32_t kRetiring = 1;
 
 struct ChannelMessage {

@@ -136,7 +136,9 @@ FaultPoint ParsePoint(const std::string& text) {
   words >> point.target.journey >> point.target.node >> point.target.program >> side >> action >>
       error >> point.nth;
   if (!words) throw std::runtime_error("not a fault: " + text);
+  // A line that the runner printed goes on with the call that was hit, in brackets.
   words >> point.call;
+  if (point.call.starts_with('[')) point.call.clear();
   point.target.side = side == "child" ? Side::kChild : Side::kParent;
   const auto* found = std::find(kActions.begin(), kActions.end(), action);
   if (found == kActions.end()) throw std::runtime_error("not a fault: " + text);

@@ -139,6 +139,9 @@ std::vector<FaultPoint> Runner::Points() {
     if (!options_.target.empty() && target.Text() != options_.target) continue;
     draw(PointsOf(target, CallsOf(target)), ShareOf(target));
   }
+  if (!options_.target.empty() && points.empty()) {
+    throw std::runtime_error("there is no target \"" + options_.target + "\"");
+  }
   if (options_.target.empty()) draw(PointsBesideCalls(options_.count == 0), 1);
   return PartOf(std::move(points));
 }
@@ -220,7 +223,7 @@ void Runner::Tell(const FaultPoint& point, const std::string& hit, const Outcome
     ++(passed ? tally_.passed : tally_.lost);
   }
   if (passed && !options_.verbose) return;
-  std::cout << (passed ? "passed: " : "LOST: ") << point.Text() << "  " << hit << "  " << seconds
+  std::cout << (passed ? "passed: " : "LOST: ") << point.Text() << " [" << hit << "] " << seconds
             << " s  " << outcome.words << "\n";
   for (const std::string& words : rules.Broken()) std::cout << "    " << words << "\n";
   std::cout << std::flush;

@@ -46,6 +46,8 @@ TEST_F(FeedFileTest, IsNoFolderAndNothingThatIsNotThere) {
 TEST_F(FeedFileTest, NeverLeavesTheFolder) {
   EXPECT_FALSE(Opens("../secret"));
   EXPECT_FALSE(Opens("v1/../../secret"));
+  EXPECT_FALSE(Opens(std::string("..\0/secret", 10)));
+  EXPECT_FALSE(Opens(std::string("v1/model/list.json\0", 19)));
   EXPECT_FALSE(Opens((top_ / "secret").string()));
 }
 
