@@ -57,8 +57,7 @@ int Serve(kalo::meshd::MeshServiceOptions options) {
   const kalo::meshd::SignalWatch signals([&connection] { LeaveLoop(*connection); });
   kalo::Log(LOG_NOTICE, "serves a mesh of %zu nodes", nodes.size());
   connection->enterEventLoop();
-  if (is_broken)
-    throw std::runtime_error("the TLS library cannot be used in this process any more");
+  if (is_broken) throw std::runtime_error("nodes can be called by a new process only");
   kalo::Log(LOG_NOTICE, "ends");
   return 0;
 }

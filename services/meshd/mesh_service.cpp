@@ -122,7 +122,6 @@ void MeshService::RunTicks(const std::stop_token& stop, std::chrono::millisecond
     if (stop.stop_requested()) continue;
     if (!IsTlsUsable()) {
       lock.unlock();
-      Log(LOG_ERR, "the TLS library cannot be used in this process any more");
       return on_tls_unusable_();
     }
     try {

@@ -50,13 +50,6 @@ bool SendAnswer(int channel, bool retiring, const std::string& answer) {
   return SendMessage(channel, flags, ErrorEnvelope(webapi::kGeneralFailure));
 }
 
-// Modules call nodes with TLS, and the first worker lives as long as the server.
-bool LacksTls() {
-  if (IsTlsUsable()) return false;
-  Log(LOG_ERR, "the TLS library cannot be used in this process any more");
-  return true;
-}
-
 int Serve(const UniqueFd& channel) {
   webapi::ApiRegistry registry;
   LoadModules(registry);
@@ -65,7 +58,8 @@ int Serve(const UniqueFd& channel) {
   ChannelMessage request;
   while (ReceiveMessage(channel.Get(), request) == Received::kMessage) {
     const RunResult result = RunRequest(registry, forks, request.body);
-    const bool retiring = forks.Forked() || result.row_missing || LacksTls();
+    // Modules call nodes with TLS, and the first worker lives as long as the server.
+    const bool retiring = forks.Forked() || result.row_missing || !IsTlsUsable();
     if (!SendAnswer(channel.Get(), retiring, result.envelope) || retiring) break;
   }
   webapi::InstallApiRegistry(nullptr);
