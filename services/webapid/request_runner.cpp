@@ -8,6 +8,7 @@
 #include <exception>
 #include <optional>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "host/core/log.h"
@@ -47,10 +48,10 @@ std::optional<Call> ParseCall(std::string_view body) {
             std::string(body.substr(second + 1, line - second - 1)), Json::Value()};
   const std::string_view version = body.substr(first + 1, second - first - 1);
   const char* end = version.data() + version.size();
+  const auto [rest, error] = std::from_chars(version.data(), end, call.version);
+  if (error != std::errc() || rest != end) return std::nullopt;
   std::optional<Json::Value> parameters = ParseParameters(body.substr(line + 1));
-  if (std::from_chars(version.data(), end, call.version).ptr != end || !parameters) {
-    return std::nullopt;
-  }
+  if (!parameters) return std::nullopt;
   call.parameters = std::move(*parameters);
   return call;
 }

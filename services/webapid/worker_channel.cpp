@@ -58,11 +58,16 @@ UniqueFd TakeFile(msghdr& message) {
   return UniqueFd(file);
 }
 
+bool IsSealed(int file) {
+  // Negative for a file of a kind that has no seals, and then every bit is set.
+  const int seals = fcntl(file, F_GET_SEALS);
+  return seals >= 0 && (seals & kSeals) == kSeals;
+}
+
 std::optional<std::string> ReadMemoryFile(const UniqueFd& file, std::size_t size) {
   struct stat info {};
-  if (!file || size > kLargestBody || fstat(file.Get(), &info) != 0 ||
-      info.st_size != static_cast<off_t>(size) ||
-      (fcntl(file.Get(), F_GET_SEALS) & kSeals) != kSeals) {
+  if (!file || size > kLargestBody || !IsSealed(file.Get()) || fstat(file.Get(), &info) != 0 ||
+      info.st_size != static_cast<off_t>(size)) {
     return std::nullopt;
   }
   std::string body(size, '\0');
@@ -131,14 +136,15 @@ Received ReceiveMessage(int fd, ChannelMessage& result) {
   message.msg_iovlen = parts.size();
   ControlBuffer control{};
   message.msg_control = control.bytes.data();
-  message.msg_controllen = control.bytes.size();
+  // Without what rounds the buffer up, where a second file would come in.
+  message.msg_controllen = CMSG_LEN(sizeof(int));
   ssize_t size = -1;
   do {
     size = recvmsg(fd, &message, MSG_CMSG_CLOEXEC);
   } while (size < 0 && errno == EINTR);
   if (size < 0) return Failed();
-  if (size == 0) return Received::kClosed;
   const UniqueFd file = TakeFile(message);
+  if (size == 0) return Received::kClosed;
   const std::size_t got = static_cast<std::size_t>(size);
   if (got < sizeof(header) || (message.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) != 0) {
     return Received::kBroken;

@@ -16,12 +16,12 @@
 #include "platform/core/process.h"
 #include "platform/paths.h"
 #include "platform/update/patch.h"
-#include "platform/update/update_util.h"
 #include "webapi/error_codes.h"
 #include "webapi/exceptions.h"
 #include "webapi/key_value.h"
 #include "webapi/log.h"
 #include "webapi/program_flags.h"
+#include "webapi/upgrade/full_patch_locator.h"
 #include "webapi/upgrade_handler.h"
 
 namespace KALO::MESH::Webapi {
@@ -79,19 +79,6 @@ class PrecheckEnd {
  private:
   int lock_;
 };
-
-// @return the patch that the node side named; empty when it named none that is there.
-std::optional<std::string> LocatedPatch() {
-  if (!Exists(paths::kFullPatchLocator)) return std::nullopt;
-  Json::Value locator;
-  if (!SDK::Upgrade::UpdateUtil::ParseJsonRootFromFile(paths::kFullPatchLocator, locator) ||
-      !locator.isObject() || !locator["patchPath"].isString()) {
-    return std::nullopt;
-  }
-  std::string path = locator["patchPath"].asString();
-  if (!Exists(path)) return std::nullopt;
-  return path;
-}
 
 // @return a patch that a user handed in, moved to its new name; empty when there is none.
 std::optional<std::string> HandedInPatch(UpgradeHandler& handler) {
@@ -182,7 +169,7 @@ Json::Value RunUpdater(UpgradeHandler& handler, const std::string& language) {
 
 Json::Value Precheck(UpgradeHandler& handler, const std::string& language) {
   Json::Value answer(Json::objectValue);
-  std::optional<std::string> path = LocatedPatch();
+  std::optional<std::string> path = LocatedPatch(paths::kFullPatchLocator);
   if (!path) path = HandedInPatch(handler);
   if (!path) {
     Log(LOG_INFO, line::kNoFullPatch, "FullUpgrade.pat not found, treat as nano precheck success");

@@ -23,6 +23,8 @@ constexpr std::uint64_t kEndMarker = 2 * kBlock;
 constexpr std::uint64_t kMostPadding = 64UL * 1024;
 constexpr std::size_t kReadAtOnce = 256UL * 1024;
 
+using Header = std::array<char, kBlock>;
+
 [[noreturn]] void Fail(const std::string& reason) {
   throw PatchError(VerifyOutcome::kNotAPatch, reason);
 }
@@ -64,6 +66,36 @@ TarMember ToMember(archive_entry* entry) {
   return member;
 }
 
+// The library takes a header's checksum in several spellings. One file, one spelling: no byte of a
+// patch may be another than its maker wrote.
+void CheckChecksum(const Header& header) {
+  constexpr std::size_t kField = 148;
+  constexpr std::size_t kFieldSize = 8;
+  const std::string_view written(header.data() + kField, kFieldSize);
+  unsigned int sum = kFieldSize * ' ';  // the field itself counts as blanks
+  for (std::size_t i = 0; i < header.size(); ++i) {
+    if (i < kField || i >= kField + kFieldSize) sum += static_cast<unsigned char>(header[i]);
+  }
+  std::array<char, kFieldSize + 1> right{};
+  std::snprintf(right.data(), right.size(), "%06o%c ", sum, '\0');
+  if (written != std::string_view(right.data(), kFieldSize)) Fail("a header's checksum is odd");
+}
+
+// The library takes a type that it does not know for a regular file, and a folder's size for none.
+// Another unpacker would find other members then.
+void CheckType(const Header& header) {
+  constexpr std::size_t kType = 156;
+  constexpr std::size_t kSize = 124;
+  constexpr std::size_t kSizeField = 12;
+  constexpr std::string_view kNoSize("0 \0", 3);
+  const bool is_folder = header[kType] == '5';
+  if (!is_folder && header[kType] != '0') Fail("neither a regular file nor a folder");
+  const std::string_view size(header.data() + kSize, kSizeField);
+  if (is_folder && size.find_first_not_of(kNoSize) != std::string_view::npos) {
+    Fail("a folder with data");
+  }
+}
+
 }  // namespace
 
 void TarReader::Deleter::operator()(archive* reader) const {
@@ -100,7 +132,7 @@ std::optional<TarMember> TarReader::Next() {
   // A warning too: whatever the library had to put right was not written by our writer.
   if (result != ARCHIVE_OK) FailReading("not a plain tar file");
   if (archive_format(archive_.get()) != ARCHIVE_FORMAT_TAR_USTAR) Fail("not in ustar form");
-  CheckChecksum(next_);
+  CheckHeader(next_);
   TarMember member = ToMember(entry);
   // One header block each: other forms put more of them before a member.
   data_end_ = next_ + kBlock + member.size;
@@ -114,23 +146,13 @@ std::size_t TarReader::Read(std::span<char> buffer) {
   return static_cast<std::size_t>(count);
 }
 
-// The library takes a header's checksum in several spellings. One file, one spelling: no byte of a
-// patch may be another than its maker wrote.
-void TarReader::CheckChecksum(std::uint64_t header) const {
-  constexpr std::size_t kField = 148;
-  constexpr std::size_t kFieldSize = 8;
-  std::array<char, kBlock> bytes{};
-  const ssize_t count = ::pread(fd_, bytes.data(), bytes.size(), static_cast<off_t>(header));
+void TarReader::CheckHeader(std::uint64_t place) const {
+  Header header{};
+  const ssize_t count = ::pread(fd_, header.data(), header.size(), static_cast<off_t>(place));
   if (count < 0) throw PatchError(VerifyOutcome::kCannotRead, std::strerror(errno), errno);
-  if (count != static_cast<ssize_t>(bytes.size())) Fail("the file is cut off");
-  const std::string_view written(bytes.data() + kField, kFieldSize);
-  unsigned int sum = kFieldSize * ' ';  // the field itself counts as blanks
-  for (std::size_t i = 0; i < bytes.size(); ++i) {
-    if (i < kField || i >= kField + kFieldSize) sum += static_cast<unsigned char>(bytes[i]);
-  }
-  std::array<char, kFieldSize + 1> right{};
-  std::snprintf(right.data(), right.size(), "%06o%c ", sum, '\0');
-  if (written != std::string_view(right.data(), kFieldSize)) Fail("a header's checksum is odd");
+  if (count != static_cast<ssize_t>(header.size())) Fail("the file is cut off");
+  CheckChecksum(header);
+  CheckType(header);
 }
 
 void TarReader::CheckZeros(std::uint64_t begin, std::uint64_t end) const {

@@ -41,7 +41,7 @@ class TarReader {
     void operator()(archive* reader) const;
   };
   [[noreturn]] void FailReading(const std::string& doing) const;
-  void CheckChecksum(std::uint64_t header) const;
+  void CheckHeader(std::uint64_t place) const;
   void CheckZeros(std::uint64_t begin, std::uint64_t end) const;
   void CheckEnd() const;
 

@@ -151,6 +151,18 @@ TEST_F(VerifyPatchTest, WhatIsNoPlainFileOrNotRootsIsFound) {
   });
 }
 
+TEST_F(VerifyPatchTest, WhatAnotherUnpackerCouldReadInAnotherWayIsFound) {
+  for (const char type : {'\0', '7', 'D', 'M', 'S', 'V', 'Z'}) {
+    for (const char* name : {"updater", "payload/"}) {
+      EXPECT_EQ(BehindTheMaker([&](RawPatch& p) { p.Member(name).type = type; }),
+                VerifyOutcome::kNotAPatch)
+          << name << " " << type;
+    }
+  }
+  EXPECT_EQ(BehindTheMaker([](RawPatch& p) { p.Member("payload/").claimed_size = 512; }),
+            VerifyOutcome::kNotAPatch);
+}
+
 TEST_F(VerifyPatchTest, AVersionThatDescribesNothingIsFound) {
   for (const char* text :
        {"", "unique=kalo_cap1\n", "unique=a\nversion=VXM 1.4.0-76010\nbuild=76011\nnano=0\n",
