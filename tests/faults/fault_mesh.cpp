@@ -26,6 +26,8 @@ constexpr std::chrono::seconds kReady{30};
 // A node that stands still is given up after a time; the request that waits for it is answered
 // then.
 constexpr std::chrono::seconds kAnswer{60};
+// Ten is what the rows' descriptions allow a poll; then its worker is killed and the client told.
+constexpr std::chrono::seconds kPollAnswer{12};
 
 // As a text of C, cut off where it must.
 template <std::size_t N>
@@ -179,8 +181,17 @@ std::string FaultMesh::HitCall() const {
   return control.fired != 0 ? control.call.data() : "";
 }
 
+test::HttpAnswer FaultMesh::Poll(const std::string& row) {
+  const auto begin = std::chrono::steady_clock::now();
+  client_->SetPatience(kPollAnswer);
+  test::HttpAnswer answer = client_->Post(row);
+  client_->SetPatience(kAnswer);
+  if (std::chrono::steady_clock::now() - begin >= kPollAnswer) late_polls_ += row + "; ";
+  return answer;
+}
+
 std::string FaultMesh::StatusWord() {
-  const test::HttpAnswer answer = client_->Post("KALO.Mesh.Upgrade/2/status");
+  const test::HttpAnswer answer = Poll("KALO.Mesh.Upgrade/2/status");
   const Json::Value data = answer.Data();
   if (data.isObject() && data["status"].isString()) return data["status"].asString();
   return "- " + std::to_string(answer.status) + " " + answer.body;

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/faults/fault_control.h"
@@ -59,6 +60,10 @@ class FaultMesh {
 
   /// @return whether the mesh is up and in sync before the deadline.
   [[nodiscard]] bool WaitUntilReady();
+  /// Asks a row that pages ask all the time, and notes an answer that comes later than it may.
+  [[nodiscard]] test::HttpAnswer Poll(const std::string& row);
+  /// @return the polls since the last call that were answered too late; empty when none was.
+  [[nodiscard]] std::string LatePolls() { return std::exchange(late_polls_, ""); }
   /// @return the word of "status", or "-" and why there is none.
   [[nodiscard]] std::string StatusWord();
 
@@ -75,6 +80,7 @@ class FaultMesh {
   std::vector<FaultControl*> controls_;  ///< one mapped page a node, for the runner's whole life
   std::vector<std::size_t> console_read_;
   std::string wanted_ = journeys::kNext;
+  std::string late_polls_;
   int number_ = 0;  ///< of the newest small update
   int armed_ = 0;
 };

@@ -23,6 +23,9 @@ constexpr std::array<std::pair<const char*, int>, 6> kErrors = {{{"EIO", EIO},
 constexpr std::array<const char*, 6> kActions = {"none", "fail", "kill", "plug", "garble", "half"};
 constexpr std::array<const char*, 5> kJourneys = {"upload", "download", "precheck", "equal",
                                                   "clean"};
+// Those in which the CAP asks its nodes itself, and how many answers it gets at most.
+constexpr std::array<const char*, 3> kAskingJourneys = {"upload", "download", "clean"};
+constexpr std::uint32_t kMostAnswers = 3;
 constexpr std::uint32_t kCallsWithPlug = 600;
 constexpr std::uint32_t kPlugEvery = 20;  // each takes seconds
 constexpr std::uint32_t kCallsOfInstaller = 200;
@@ -62,13 +65,15 @@ std::vector<FaultPoint> PointsBesideCalls(bool slow) {
       if (condition == "hanging" && !slow) continue;
       points.push_back({{journey, node, "", Side::kParent}, Action::kNone, 0, 0, condition});
     }
-    for (std::uint32_t nth = 1; nth <= 8; ++nth) {
+    for (std::uint32_t nth = 1; nth <= kCallsWithPlug; nth += kPlugEvery) {
+      points.push_back({{journey, 0, "webapid-worker", Side::kParent}, Action::kPlug, 0, nth, ""});
+    }
+  }
+  for (const char* journey : kAskingJourneys) {
+    for (std::uint32_t nth = 1; nth <= kMostAnswers; ++nth) {
       points.push_back(
           {{journey, 1, "webapid-worker", Side::kParent}, Action::kGarble, 0, nth, ""});
       points.push_back({{journey, 1, "webapid", Side::kParent}, Action::kHalf, 0, nth, ""});
-    }
-    for (std::uint32_t nth = 1; nth <= kCallsWithPlug; nth += kPlugEvery) {
-      points.push_back({{journey, 0, "webapid-worker", Side::kParent}, Action::kPlug, 0, nth, ""});
     }
   }
   for (std::uint32_t nth = 1; nth <= kCallsWithPlug; nth += kPlugEvery) {

@@ -44,10 +44,9 @@ struct FaultPoint {
 /// @return the conditions under which journeys are gone, and the node of each.
 [[nodiscard]] std::vector<std::pair<std::string, int>> Conditions();
 
-/// @return the points that are no single call: every journey under every condition, answers that
-/// are
-///         spoiled on their way from a node, the CAP's plug pulled at one in twenty calls of a
-///         request.
+/// @return the points that are no single call: every journey under every condition; answers that
+///         are spoiled on their way from a node; the CAP's plug pulled at one in twenty calls of
+///         a request.
 /// @param slow also those that wait until a node is given up
 [[nodiscard]] std::vector<FaultPoint> PointsBesideCalls(bool slow);
 

@@ -128,14 +128,13 @@ int Numbered(Args... args) {
   return Hit(kName.text) ? kSign * control->error : Real<kName, int(Args...)>()(args...);
 }
 
-// Sends something else than it was given, in one buffer.
-ssize_t SendSpoiled(int fd, const std::string& bytes) {
+// Sends something else than it was given, in one buffer. What says how long a message is stays, so
+// that the rubbish in it gets to whom it is for.
+ssize_t SendSpoiled(int fd, const std::string& bytes, std::size_t head) {
   std::string spoiled = bytes;
   const bool half = control->action == Action::kHalf;
   if (half) spoiled.resize(bytes.size() / 2);
-  if (!half)
-    std::replace_if(
-        spoiled.begin(), spoiled.end(), [](char c) { return c != 0; }, '~');
+  if (!half) std::fill(spoiled.begin() + static_cast<std::ptrdiff_t>(head), spoiled.end(), '~');
   syscall(SYS_sendto, fd, spoiled.data(), spoiled.size(), MSG_NOSIGNAL, nullptr, 0);
   if (half) syscall(SYS_shutdown, fd, SHUT_RDWR);
   return static_cast<ssize_t>(bytes.size());
@@ -151,7 +150,7 @@ ssize_t Spoil(int fd, const iovec* parts, std::size_t count) {
   for (std::size_t i = 0; i < count; ++i) {
     bytes.append(static_cast<const char*>(parts[i].iov_base), parts[i].iov_len);
   }
-  return SendSpoiled(fd, bytes);
+  return SendSpoiled(fd, bytes, count > 1 ? parts[0].iov_len : 0);
 }
 
 mode_t ModeOf(int flags, va_list list) {
@@ -281,6 +280,9 @@ ssize_t readlink(const char* path, char* data, size_t size) noexcept {
 int stat(const char* path, struct stat* out) noexcept {
   return Faulty<"stat", int>(path, out);
 }
+int access(const char* path, int mode) noexcept {
+  return Faulty<"access", int>(path, mode);
+}
 int lstat(const char* path, struct stat* out) noexcept {
   return Faulty<"lstat", int>(path, out);
 }
@@ -295,6 +297,9 @@ int chmod(const char* path, mode_t mode) noexcept {
 }
 int fchmod(int fd, mode_t mode) noexcept {
   return Faulty<"fchmod", int>(fd, mode);
+}
+int fchown(int fd, uid_t user, gid_t group) noexcept {
+  return Faulty<"fchown", int>(fd, user, group);
 }
 int fchmodat(int dir, const char* path, mode_t mode, int flags) noexcept {
   return Faulty<"fchmodat", int>(dir, path, mode, flags);
@@ -317,6 +322,20 @@ DIR* opendir(const char* path) {
 DIR* fdopendir(int fd) {
   return Faulty<"fdopendir", DIR*>(fd);
 }
+dirent* readdir(DIR* folder) {
+  return Faulty<"readdir", dirent*>(folder);
+}
+dirent64* readdir64(DIR* folder) {
+  return Faulty<"readdir64", dirent64*>(folder);
+}
+// The C library declares what follows the command as it may be; all of it is as wide as a word.
+int fcntl(int fd, int command, ...) {
+  va_list list;
+  va_start(list, command);
+  const long argument = va_arg(list, long);
+  va_end(list);
+  return Faulty<"fcntl", int, int, int, long>(fd, command, argument);
+}
 int memfd_create(const char* name, unsigned flags) noexcept {
   return Faulty<"memfd_create", int>(name, flags);
 }
@@ -337,8 +356,11 @@ pid_t fork() noexcept {
 pid_t setsid() noexcept {
   return Faulty<"setsid", pid_t>();
 }
+// Of one's own child the kernel knows no other reason why this fails.
 pid_t waitpid(pid_t pid, int* status, int flags) {
-  return Faulty<"waitpid", pid_t>(pid, status, flags);
+  if (!Hit("waitpid")) return Real<"waitpid", pid_t(pid_t, int*, int)>()(pid, status, flags);
+  errno = EINTR;
+  return -1;
 }
 int kill(pid_t pid, int signal) noexcept {
   return Faulty<"kill", int>(pid, signal);
@@ -362,6 +384,9 @@ int socket(int domain, int type, int protocol) noexcept {
 }
 int socketpair(int domain, int type, int protocol, int* fds) noexcept {
   return Faulty<"socketpair", int>(domain, type, protocol, fds);
+}
+int accept4(int fd, sockaddr* address, socklen_t* size, int flags) {
+  return Faulty<"accept4", int>(fd, address, size, flags);
 }
 int connect(int fd, const sockaddr* address, socklen_t size) {
   return Faulty<"connect", int>(fd, address, size);

@@ -12,6 +12,8 @@ using test::HttpAnswer;
 
 constexpr std::chrono::seconds kJobBegins{3};
 constexpr std::chrono::seconds kJobDeadline{120};
+// So long a job that died may be told as running, until somebody has noticed.
+constexpr std::chrono::seconds kDeadJobTold{5};
 
 std::string Staged(const char* file) {
   return std::string(KALO::paths::kStagedPatch) + "/" + file;
@@ -39,21 +41,44 @@ Outcome Upload(FaultMesh& mesh) {
   return outcome;
 }
 
+// Whether a job is told as running although its process has been gone for too long.
+class DeadJob {
+ public:
+  [[nodiscard]] bool IsToldTooLong(bool is_told, bool is_alive) {
+    const auto now = std::chrono::steady_clock::now();
+    if (!is_told || is_alive) seen_ = now;
+    return now - seen_ > kDeadJobTold;
+  }
+
+ private:
+  std::chrono::steady_clock::time_point seen_ = std::chrono::steady_clock::now();
+};
+
+bool IsDownloading(const FaultMesh& mesh) {
+  return mesh.Node(0).Count(kChildName) > 0 || mesh.Node(0).Count("kalomeshupgrade") > 0;
+}
+
 // Follows a download until it says how it ended. "finished" is said when the last patch is fetched;
 // the nodes have theirs when the upgrade's file says so.
 void Follow(FaultMesh& mesh, Outcome& outcome) {
   std::string step;
+  DeadJob job;
+  bool is_lie = false;
   const bool ended = test::WaitFor(
       [&] {
-        const HttpAnswer answer = mesh.Client().Post("KALO.Mesh.Upgrade.Download/1/progress");
+        const HttpAnswer answer = mesh.Poll("KALO.Mesh.Upgrade.Download/1/progress");
         if (answer.Code() < 0) outcome.broken = "progress got no answer: " + answer.body;
         step = answer.Data().isObject() ? answer.Data()["status"].asString() : "";
-        if (answer.Code() != 0 || step == "downloading") return false;
+        const bool is_told = step == "downloading";
+        is_lie = job.IsToldTooLong(is_told, is_told && IsDownloading(mesh));
+        if (is_lie) return true;
+        if (answer.Code() != 0 || is_told) return false;
         return step != "finished" || mesh.Node(0).Count(kChildName) == 0;
       },
       kJobDeadline);
   outcome.words += "ended as " + step + "; ";
   if (!ended) outcome.broken = "a download does not end";
+  if (is_lie) outcome.broken = "a dead job is told as downloading";
   const std::string nodes = mesh.Node(0).Read(KALO::paths::kUpgradeProgress);
   outcome.success = step == "finished" && nodes.find("ready_upgrade") != std::string::npos;
   // A node whose list could not be asked is left out by the check.
@@ -109,9 +134,14 @@ Outcome Clean(FaultMesh& mesh) {
 
 // Follows an update until nothing says any more that one is under way. The CAP restarts meanwhile.
 void FollowUpdate(FaultMesh& mesh, Outcome& outcome) {
+  DeadJob job;
+  bool is_lie = false;
   const auto runs = [&] {
     const std::string word = mesh.StatusWord();
-    return word == "upgrading" || word == "downloading" || word.starts_with('-') ||
+    const bool is_told = word == "downloading";
+    is_lie = job.IsToldTooLong(is_told, is_told && IsDownloading(mesh));
+    if (is_lie) return false;
+    return word == "upgrading" || is_told || word.starts_with('-') ||
            mesh.Node(0).Count("kalomeshupgrade") > 0;
   };
   // A job that dies at its first step may never be seen.
@@ -119,6 +149,7 @@ void FollowUpdate(FaultMesh& mesh, Outcome& outcome) {
   if (!test::WaitFor([&] { return !runs(); }, kJobDeadline)) {
     outcome.broken = "an update does not end";
   }
+  if (is_lie) outcome.broken = "a dead job is told as downloading";
   outcome.words += "runs " + mesh.Running(0) + ", " + mesh.Running(1) + "; ";
 }
 

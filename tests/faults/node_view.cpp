@@ -150,15 +150,26 @@ std::string NodeView::Read(const std::string& path) const {
   return ReadAll(In(path));
 }
 
+std::vector<pid_t> NodeView::AllOfNode() const {
+  const std::string space = NamespaceOf(FirstProcess());
+  if (space.empty()) return {};
+  std::vector<pid_t> pids = AllProcesses();
+  std::erase_if(pids, [&](pid_t pid) { return NamespaceOf(pid) != space; });
+  return pids;
+}
+
 std::vector<Process> NodeView::Processes() const {
   std::vector<Process> processes;
-  const std::string space = NamespaceOf(FirstProcess());
-  if (space.empty()) return processes;
-  for (const pid_t pid : AllProcesses()) {
-    if (NamespaceOf(pid) != space || IsZombie(pid)) continue;
+  for (const pid_t pid : AllOfNode()) {
+    if (IsZombie(pid)) continue;
     CountDescriptors(processes.emplace_back(Process{pid, NameOf(pid), 0, 0}));
   }
   return processes;
+}
+
+std::size_t NodeView::CountZombies() const {
+  const std::vector<pid_t> pids = AllOfNode();
+  return static_cast<std::size_t>(std::count_if(pids.begin(), pids.end(), IsZombie));
 }
 
 std::size_t NodeView::Count(const std::string& name) const {
@@ -189,7 +200,11 @@ Digests NodeView::Programs() const {
 
 bool NodeView::IsFree(const std::string& lock) const {
   const UniqueFd fd(open(In(lock).c_str(), O_RDONLY | O_CLOEXEC));
-  return !fd || flock(fd.Get(), LOCK_EX | LOCK_NB) == 0;
+  if (!fd) return true;
+  struct flock record {};
+  record.l_type = F_WRLCK;
+  return flock(fd.Get(), LOCK_EX | LOCK_NB) == 0 &&
+         (fcntl(fd.Get(), F_OFD_GETLK, &record) != 0 || record.l_type == F_UNLCK);
 }
 
 void NodeView::Kill(const std::string& name) const {

@@ -45,6 +45,8 @@ class NodeView {
   /// @return the node's processes, those that already died left out.
   [[nodiscard]] std::vector<Process> Processes() const;
   [[nodiscard]] std::size_t Count(const std::string& name) const;
+  /// @return how many of the node's processes died and were not taken leave of.
+  [[nodiscard]] std::size_t CountZombies() const;
   /// @return every file that can change in the node, by its path there.
   [[nodiscard]] std::map<std::string, FileState> Files() const;
   /// @return what the node runs: everything in /usr/kalo but the version's own name.
@@ -56,6 +58,7 @@ class NodeView {
 
  private:
   [[nodiscard]] pid_t FirstProcess() const;
+  [[nodiscard]] std::vector<pid_t> AllOfNode() const;
 
   std::filesystem::path folder_;
   mutable pid_t first_ = 0;

@@ -25,12 +25,19 @@ constexpr std::size_t kMostWorkers = 16;
 constexpr int kNodes = 2;
 constexpr const char* kForeignLine = "somebody=\"else\"\n";
 
-// As the processes see it; through /proc the links of /var would lead to our own.
-constexpr const char* kPatchLockHere = "/run/lock/mesh_patch.lock";
+// All faults of a mesh together may leave no more.
+constexpr std::size_t kMoreDescriptors = 2;
+
+// As the processes see them; through /proc the links of /var would lead to our own. What is locked
+// for a key=value file stands beside these.
+constexpr std::array<const char*, 6> kLocks = {
+    "/run/lock/mesh_patch.lock", "/run/meshupdatetoequal.pid", paths::kPrecheckLock,
+    paths::kInstallLock,         paths::kNotificationLock,     paths::kAutoUpdateLock};
 
 // Programs that run only while there is something to do.
-constexpr std::array<std::string_view, 6> kJobs = {kChildName,      "wget",    "kalomeshupgrade",
-                                                   "kaloappnotify", "updater", "kalo-download-r"};
+constexpr std::array<std::string_view, 7> kJobs = {kChildName,      "wget",    "kalomeshupgrade",
+                                                   "kaloappnotify", "updater", "kalo-download-r",
+                                                   "kalo-install"};
 
 // Where a journey may leave something, or change it. Nothing else in a node may change.
 constexpr std::array<std::string_view, 23> kMayChange = {
@@ -130,14 +137,42 @@ std::size_t FrontDescriptors(const NodeView& node) {
   return front.descriptors + front.channels - std::min(front.channels, workers);
 }
 
+std::set<std::string> ProgramsOf(const NodeView& node) {
+  std::set<std::string> names;
+  for (const Process& process : node.Processes()) names.insert(process.name);
+  return names;
+}
+
+// Locks of key=value files stand in a folder of their own.
+std::vector<std::string> LocksOf(const NodeView& node) {
+  std::vector<std::string> locks(kLocks.begin(), kLocks.end());
+  std::error_code error;
+  for (std::filesystem::directory_iterator i(node.In(paths::kKeyValueLocks), error);
+       !error && i != std::filesystem::directory_iterator(); i.increment(error)) {
+    locks.push_back(std::string(paths::kKeyValueLocks) + "/" + i->path().filename().string());
+  }
+  return locks;
+}
+
 }  // namespace
 
-Rules::Rules(FaultMesh& mesh) : mesh_(mesh) {
+BaseLine ReadBaseLine(const FaultMesh& mesh) {
+  BaseLine base;
+  for (int id = 0; id < kNodes; ++id) {
+    const NodeView& node = mesh.Node(id);
+    base.nodes.push_back(
+        {ProgramsOf(node), FrontDescriptors(node), DescriptorsOf(node, "webapid-worker")});
+  }
+  base.service_descriptors = DescriptorsOf(mesh.Node(0), "meshd");
+  return base;
+}
+
+Rules::Rules(FaultMesh& mesh, const BaseLine& base) : mesh_(mesh), base_(base) {
   for (int id = 0; id < kNodes; ++id) {
     files_.push_back(mesh_.Node(id).Files());
     versions_.push_back(mesh_.Running(id));
     programs_.push_back(Installs() ? mesh_.Node(id).Programs() : Digests());
-    front_descriptors_.push_back(FrontDescriptors(mesh_.Node(id)));
+    configurations_.push_back(mesh_.Node(id).Read(paths::kConfiguration));
   }
   // A line of somebody else in the file that a check rewrites most often.
   const std::string found = mesh_.Node(0).Read(paths::kPatchInformation);
@@ -145,8 +180,6 @@ Rules::Rules(FaultMesh& mesh) : mesh_(mesh) {
     std::ofstream(mesh_.Node(0).In(paths::kPatchInformation), std::ios::app) << kForeignLine;
   }
   has_foreign_line_ = !found.empty();
-  service_descriptors_ = DescriptorsOf(mesh_.Node(0), "meshd");
-  configuration_ = mesh_.Node(0).Read(paths::kConfiguration);
 }
 
 void Rules::CheckAfterFault(bool restarted) {
@@ -155,8 +188,9 @@ void Rules::CheckAfterFault(bool restarted) {
   CheckStatusWord();
   CheckProgressFile(paths::kDownloadProgress);
   CheckProgressFile(paths::kUpgradeProgress);
-  CheckConfiguration(restarted);
+  CheckForeignLine(restarted);
   for (int id = 0; id < kNodes; ++id) {
+    CheckConfiguration(id);
     CheckFiles(id, restarted);
     CheckNode(id);
   }
@@ -181,9 +215,11 @@ void Rules::CheckJobsEnd() {
 }
 
 void Rules::CheckLocks() {
-  for (const char* lock : {kPatchLockHere, paths::kPrecheckLock}) {
-    if (!test::WaitFor([&] { return mesh_.Node(0).IsFree(lock); }, kLockFree)) {
-      Break(std::string(lock) + " is held after the last process of its job");
+  for (int id = 0; id < kNodes; ++id) {
+    for (const std::string& lock : LocksOf(mesh_.Node(id))) {
+      if (!test::WaitFor([&] { return mesh_.Node(id).IsFree(lock); }, kLockFree)) {
+        Break(lock + " is held after the last process of its job at node " + std::to_string(id));
+      }
     }
   }
 }
@@ -219,19 +255,22 @@ void Rules::CheckProgressFile(const char* path) {
   }
 }
 
-void Rules::CheckConfiguration(bool restarted) {
+void Rules::CheckForeignLine(bool restarted) {
   if (restarted) has_foreign_line_ = false;
-  for (const char* path : {paths::kConfiguration, paths::kPatchInformation}) {
-    const std::string bad = FirstBadLine(mesh_.Node(0).Read(path));
-    if (!bad.empty()) Break(std::string(path) + " has the line: " + bad);
-  }
-  // What the mesh wrote before and somebody else's lines are still there.
-  const std::string now = mesh_.Node(0).Read(paths::kConfiguration);
   const std::string patches = mesh_.Node(0).Read(paths::kPatchInformation);
+  const std::string bad = FirstBadLine(patches);
+  if (!bad.empty()) Break(std::string(paths::kPatchInformation) + " has the line: " + bad);
   if (has_foreign_line_ && patches.find(kForeignLine) == std::string::npos) {
     Break("/tmp/mesh_patch lost a line of somebody else");
   }
-  std::istringstream lines(configuration_);
+}
+
+// What the mesh wrote before and somebody else's lines are still there.
+void Rules::CheckConfiguration(int node) {
+  const std::string now = mesh_.Node(node).Read(paths::kConfiguration);
+  const std::string bad = FirstBadLine(now);
+  if (!bad.empty()) Break(std::string(paths::kConfiguration) + " has the line: " + bad);
+  std::istringstream lines(configurations_.at(static_cast<std::size_t>(node)));
   std::string line;
   while (std::getline(lines, line)) {
     if (line.starts_with("patch_check_notified_version=")) continue;
@@ -311,29 +350,42 @@ void Rules::CheckPrograms(int node) {
   }
 }
 
+// @return what a node has beyond its base line.
+std::string Rules::LeftAt(int node) const {
+  const NodeView& view = mesh_.Node(node);
+  const BaseLine::Node& base = base_.nodes.at(static_cast<std::size_t>(node));
+  const Files& before = files_.at(static_cast<std::size_t>(node));
+  std::string left;
+  for (const auto& [path, state] : view.Files()) {
+    const bool is_result = IsSwept(path) || (MayChange(path) && !IsPassing(path));
+    if (!before.contains(path) && !is_result && !IsFolder(state)) left += path + " stays; ";
+  }
+  for (const std::string& name : ProgramsOf(view)) {
+    if (!base.programs.contains(name)) left += "a process " + name + " stays; ";
+  }
+  if (view.CountZombies() > 0) left += "a dead process stays; ";
+  if (view.Count("webapid") != 1) left += "there is not one front; ";
+  if (view.Count("webapid-worker") > kMostWorkers) left += "too many workers; ";
+  if (FrontDescriptors(view) > base.front_descriptors + kMoreDescriptors) {
+    left += "the front has more descriptors; ";
+  }
+  if (DescriptorsOf(view, "webapid-worker") > base.worker_descriptors + kMoreDescriptors) {
+    left += "a worker has more descriptors; ";
+  }
+  return left;
+}
+
 void Rules::CheckBaseLine() {
   std::string why;
   const bool is_back = test::WaitFor(
       [&] {
         why.clear();
         for (int id = 0; id < kNodes; ++id) {
-          const NodeView& view = mesh_.Node(id);
-          const std::string where = " at node " + std::to_string(id) + "; ";
-          for (const auto& [path, state] : view.Files()) {
-            const bool is_known = files_.at(static_cast<std::size_t>(id)).contains(path);
-            const bool is_result = IsSwept(path) || (MayChange(path) && !IsPassing(path));
-            if (!is_known && !is_result && !IsFolder(state))
-              why.append(path).append(" stays").append(where);
-          }
-          if (view.Count("webapid") != 1) why.append("there is not one front").append(where);
-          if (view.Count("webapid-worker") > kMostWorkers)
-            why.append("too many workers").append(where);
-          if (FrontDescriptors(view) > front_descriptors_.at(static_cast<std::size_t>(id)) + 2) {
-            why.append("the front has more descriptors").append(where);
-          }
+          const std::string left = LeftAt(id);
+          if (!left.empty()) why += "node " + std::to_string(id) + ": " + left;
         }
         if (mesh_.Node(0).Count("meshd") != 1) why += "there is not one mesh service; ";
-        if (DescriptorsOf(mesh_.Node(0), "meshd") > service_descriptors_ + 2) {
+        if (DescriptorsOf(mesh_.Node(0), "meshd") > base_.service_descriptors + kMoreDescriptors) {
           why += "the mesh service has more descriptors; ";
         }
         return why.empty();

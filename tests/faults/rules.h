@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -9,12 +10,29 @@
 
 namespace kalo::faults {
 
+/// What a mesh's nodes keep while nothing is done.
+struct BaseLine {
+  struct Node {
+    std::set<std::string> programs;      ///< names of the processes
+    std::size_t front_descriptors = 0;   ///< of the web API server
+    std::size_t worker_descriptors = 0;  ///< the most that one of its workers has
+  };
+  std::vector<Node> nodes;
+  std::size_t service_descriptors = 0;  ///< of the mesh service
+};
+
+/// @return the base line of a mesh that has just come up: what one fault after the other leaves
+/// adds
+///         up above it.
+[[nodiscard]] BaseLine ReadBaseLine(const FaultMesh& mesh);
+
 /// What holds of a mesh whatever fails beneath it. One object watches one journey with its fault
 /// and the run after it.
 class Rules {
  public:
   /// Notes how things are before the fault. Every job must be over.
-  explicit Rules(FaultMesh& mesh);
+  /// @param base of this mesh; borrowed
+  Rules(FaultMesh& mesh, const BaseLine& base);
 
   /// Looks while and after what the fault began ends by itself.
   /// @param restarted the CAP was: what lay in its memory is gone, on purpose
@@ -33,20 +51,21 @@ class Rules {
   void CheckLocks();
   void CheckStatusWord();
   void CheckProgressFile(const char* path);
-  void CheckConfiguration(bool restarted);
+  void CheckConfiguration(int node);
+  void CheckForeignLine(bool restarted);
   void CheckFiles(int node, bool restarted);
   void CheckPrograms(int node);
   [[nodiscard]] bool Installs() const;
   [[nodiscard]] bool MayChange(const std::string& path) const;
   void CheckNode(int node);
+  [[nodiscard]] std::string LeftAt(int node) const;
 
   FaultMesh& mesh_;
+  const BaseLine& base_;
   std::vector<Files> files_;
   std::vector<std::string> versions_;
   std::vector<Digests> programs_;
-  std::vector<std::size_t> front_descriptors_;
-  std::size_t service_descriptors_ = 0;
-  std::string configuration_;
+  std::vector<std::string> configurations_;
   bool has_foreign_line_ = false;
   std::vector<std::string> broken_;
 };

@@ -8,6 +8,7 @@
 #include "host/core/spawn.h"
 #include "platform/paths.h"
 #include "platform/update/update_util.h"
+#include "tests/support/no_descriptors.h"
 
 namespace kalo {
 namespace {
@@ -48,6 +49,17 @@ TEST_F(Notifications, AreListedNewestFirstWithRisingIds) {
   EXPECT_EQ(list[1].recipient, "@administrators");
   EXPECT_EQ(list[1].text, "words");
   EXPECT_EQ(fs::status(KALO::paths::kNotifications).permissions(), static_cast<fs::perms>(0600));
+}
+
+// Whoever took it for empty would write the next one over all the others.
+TEST_F(Notifications, AFileThatCannotBeReadForAMomentIsNotTakenForNone) {
+  Raise("a");
+  {
+    const test::NoDescriptors none;
+    EXPECT_THROW(static_cast<void>(store_.List()), std::runtime_error);
+  }
+  Raise("b");
+  EXPECT_EQ(Topics(), "b a ");
 }
 
 TEST_F(Notifications, RaisedAgainReplaceTheEarlierOne) {
