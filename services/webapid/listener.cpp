@@ -39,6 +39,14 @@ void LogLibrary(void* /*unused*/, const char* format, va_list arguments) {
   Log(LOG_DEBUG, "%.*s", length, text.data());
 }
 
+// The library hands out a path up to its first NUL; what stands behind would go unseen. No row and
+// no file has the name that comes of this.
+std::size_t Unescape(void* /*unused*/, MHD_Connection* /*connection*/, char* text) {
+  const std::size_t length = MHD_http_unescape(text);
+  std::replace(text, text + length, '\0', '?');
+  return length;
+}
+
 MHD_OptionItem Option(MHD_OPTION option, std::intptr_t value, const void* pointer = nullptr) {
   return {option, value, const_cast<void*>(pointer)};
 }
@@ -74,6 +82,7 @@ Listener::~Listener() {
 MHD_Daemon* Listener::Start(int socket) {
   std::vector<MHD_OptionItem> options = {
       Option(MHD_OPTION_EXTERNAL_LOGGER, Callback(&LogLibrary)),
+      Option(MHD_OPTION_UNESCAPE_CALLBACK, Callback(&Unescape)),
       Option(MHD_OPTION_LISTEN_SOCKET, socket),
       Option(MHD_OPTION_NOTIFY_CONNECTION, Callback(&OnConnection), this),
       Option(MHD_OPTION_NOTIFY_COMPLETED, Callback(&OnCompleted), this),

@@ -1,207 +1,209 @@
 #include "tests/hostile/attack.h"
 
+#include <algorithm>
 #include <array>
 #include <string_view>
-
-#include "tests/hostile/rows.h"
+#include <utility>
 
 namespace kalo::hostile {
 namespace {
 
-constexpr std::array<const char*, 16> kMethods = {
-    "POST", "POST", "POST", "POST",  "POST",    "POST",  "POST", "POST",
-    "GET",  "PUT",  "HEAD", "PATCH", "OPTIONS", "TRACE", "post", "DELETE"};
+constexpr std::array<Door, 9> kDoors = {Door::kAdminPort,    Door::kAdminPort, Door::kAdminPort,
+                                        Door::kAdminPort,    Door::kAdminPort, Door::kMeshNobody,
+                                        Door::kMeshStranger, Door::kMeshNode0, Door::kMeshNode1};
+
+constexpr std::array<const char*, 8> kOtherMethods = {"GET",     "PUT",   "HEAD", "PATCH",
+                                                      "OPTIONS", "TRACE", "post", "DELETE"};
+
+struct Spelling {
+  const char* text;
+  Form form;
+};
 
 // Ways to write a path that another part of a server might read differently.
-constexpr std::array<const char*, 10> kPrefixes = {
-    "/webapi/", "/webapi//",       "//webapi/",  "/webapi/./",   "/x/../webapi/",
-    "/WEBAPI/", "/webapi/%2e%2e/", "/%77ebapi/", "/webapi/..;/", "https://router.test/webapi/"};
+constexpr std::array<Spelling, 10> kPrefixes = {{{"/webapi/", Form::kProper},
+                                                 {"/%77ebapi/", Form::kOdd},
+                                                 {"/webapi//", Form::kRefused},
+                                                 {"//webapi/", Form::kRefused},
+                                                 {"/webapi/./", Form::kRefused},
+                                                 {"/x/../webapi/", Form::kRefused},
+                                                 {"/WEBAPI/", Form::kRefused},
+                                                 {"/webapi/%2e%2e/", Form::kRefused},
+                                                 {"/webapi/..;/", Form::kRefused},
+                                                 {"https://router.test/webapi/", Form::kRefused}}};
 constexpr std::array<const char*, 6> kSuffixes = {"/", "%00", "?a=b", "#x", "/../start", ";x"};
 
-// Names of files and fields.
-constexpr std::array<std::string_view, 12> kNames = {
-    "../../etc/passwd",     "/etc/kalo/users.json", "..\\..\\boot.ini", "kalo_m1_file_tmp",
-    "kalo_m1%5ffile_tmp",   "KALO_M1_FILE_TMP",     "patch_file_tmp",   "kalo_m1_file\0_tmp",
-    "kalo_m1_file_tmp\r\n", "%70atch_file_tmp",     "patch_file_tmp[]", "con\x01trol"};
+constexpr std::array<Spelling, 8> kHeaders = {{{"X-Forwarded-For: 127.0.0.1\r\n", Form::kOdd},
+                                               {"Host: other\r\n", Form::kOdd},
+                                               {"Content-Encoding: gzip\r\n", Form::kOdd},
+                                               {"Expect: 100-continue\r\n", Form::kOdd},
+                                               {"X-HTTP-Method-Override: POST\r\n", Form::kOdd},
+                                               {"Connection: close\r\n", Form::kOdd},
+                                               {"Transfer-Encoding: identity\r\n", Form::kRefused},
+                                               {"X-KALO-User: admin\r\n", Form::kOdd}}};
 
-constexpr std::array<const char*, 8> kTypes = {"application/json",
-                                               "application/json; charset=utf-16",
-                                               "text/plain",
-                                               "application/x-www-form-urlencoded",
-                                               "multipart/form-data; boundary=b",
-                                               "multipart/form-data",
-                                               "multipart/mixed; boundary=b",
-                                               ""};
-
-constexpr std::array<const char*, 8> kHeaders = {
-    "X-Forwarded-For: 127.0.0.1\r\n",   "Host: router.test\r\nHost: other\r\n",
-    "Content-Encoding: gzip\r\n",       "Expect: 100-continue\r\n",
-    "X-HTTP-Method-Override: POST\r\n", "Connection: close\r\n",
-    "Transfer-Encoding: identity\r\n",  "X-KALO-User: admin\r\n"};
-
-std::string Hex(std::mt19937& random, std::size_t digits) {
-  std::string text;
-  while (text.size() < digits) text += "0123456789abcdef"[random() % 16];
-  return text;
-}
-
-std::string SessionHeaders(const std::string& cookie, const std::string& token) {
-  std::string headers;
-  if (!cookie.empty()) headers += "Cookie: kalo_session=" + cookie + "\r\n";
-  if (!token.empty()) headers += "X-KALO-Token: " + token + "\r\n";
-  return headers;
-}
-
-std::string Json(const std::string& mark, std::string_view more) {
-  return R"({"mark":")" + mark + "\"" + std::string(more) + "}";
-}
-
-// As a client would send it that means well.
-std::string GoodForm(const std::string& mark) {
-  const std::string part = "--b\r\nContent-Disposition: form-data; name=\"";
-  return part + "mark\"\r\n\r\n" + mark + "\r\n" + part +
-         "kalo_m1_file\"; filename=\"../../m1.pat\"\r\n\r\npatch\r\n--b--\r\n";
-}
-
-std::string Chunked(const std::string& text) {
+std::string Chunk(const std::string& text) {
   constexpr std::string_view kDigits = "0123456789abcdef";
   std::string size;
   for (std::size_t left = text.size(); left > 0; left /= 16) size.insert(0, 1, kDigits[left % 16]);
-  return (text.empty() ? "" : size + "\r\n" + text + "\r\n") + "0\r\n\r\n";
+  return text.empty() ? "" : size + "\r\n" + text + "\r\n";
+}
+
+bool IsSigningIn(const KnownRow& row) {
+  return row.is_front && row.method == "login";
 }
 
 }  // namespace
 
-AttackMaker::AttackMaker(unsigned seed, Session administrator, Session guest)
-    : random_(seed), administrator_(std::move(administrator)), guest_(std::move(guest)) {}
-
-std::string AttackMaker::OddName() {
-  return std::string(Pick(kNames));
+std::string SessionHeaders(const Session& session) {
+  std::string headers;
+  if (!session.cookie.empty()) headers += "Cookie: kalo_session=" + session.cookie + "\r\n";
+  if (!session.token.empty()) headers += "X-KALO-Token: " + session.token + "\r\n";
+  return headers;
 }
 
-std::string AttackMaker::Path(bool& is_plain) {
-  const Row& row = Pick(kRows);
-  is_plain = !Chance(4);
-  std::string path = is_plain ? kPrefixes[0] : Pick(kPrefixes);
-  path += std::string(row.api) + "/" + std::to_string(row.version) + "/" + row.method;
-  if (!is_plain && Chance(2)) path += Pick(kSuffixes);
-  if (!is_plain && Chance(20)) path.append(random_() % 20000, 'a');
+AttackMaker::AttackMaker(unsigned seed, const std::vector<KnownRow>& rows, Session administrator,
+                         Session guest)
+    : dice_(seed),
+      rows_(rows),
+      administrator_(std::move(administrator)),
+      guest_(std::move(guest)) {}
+
+AttackMaker::Piece AttackMaker::Method() {
+  if (!dice_.OneIn(3)) return {"POST"};
+  return {dice_.Pick(kOtherMethods), Form::kRefused};
+}
+
+AttackMaker::Piece AttackMaker::Path(const KnownRow& row) {
+  const bool is_plain = !dice_.OneIn(4);
+  const Spelling prefix = is_plain || dice_.OneIn(2) ? kPrefixes[0] : dice_.Pick(kPrefixes);
+  Piece path{prefix.text + row.Name(), prefix.form};
+  if (is_plain) return path;
+  const std::string plain = path.text;
+  if (dice_.OneIn(2)) path.text += dice_.Pick(kSuffixes);
+  if (dice_.OneIn(20)) path.text.append(1 + dice_.Below(20000), 'a');
+  if (path.text != plain) path.form = Form::kRefused;
   return path;
 }
 
-// Who the request says that it is.
-std::string AttackMaker::Identity(bool& is_administrator) {
-  is_administrator = false;
+// A request's other headers, most often none.
+AttackMaker::Piece AttackMaker::MoreHeaders() {
+  Piece more;
+  if (dice_.OneIn(3)) {
+    const Spelling header = dice_.Pick(kHeaders);
+    more = {header.text, header.form};
+  }
+  if (dice_.OneIn(100)) {
+    more.text += "X-Long: " + std::string(dice_.Below(70000), 'h') + "\r\n";
+    more.form = std::max(more.form, Form::kOdd);
+  }
+  return more;
+}
+
+// Who the request says that it is, and who it is with that on the admin port.
+AttackMaker::Identity AttackMaker::ClaimedIdentity() {
   std::string almost = administrator_.cookie;
-  switch (random_() % 10) {
+  switch (dice_.Below(12)) {
     case 0:
-      return "";
+      return {};
     case 1:
-      return SessionHeaders(Hex(random_, 64), Hex(random_, 64));
+      return {{dice_.Hex(64), dice_.Hex(64)}};
     case 2:
       almost.back() = almost.back() == '0' ? '1' : '0';
-      return SessionHeaders(almost, administrator_.token);
+      return {{almost, administrator_.token}};
     case 3:
-      return SessionHeaders(administrator_.cookie, "");
+      return {{administrator_.cookie, ""}};
     case 4:
-      return SessionHeaders(administrator_.cookie, Hex(random_, 64));
+      return {{administrator_.cookie, dice_.Hex(64)}};
     case 5:
-      return SessionHeaders(administrator_.cookie, guest_.token);
+      return {{administrator_.cookie, guest_.token}};
     case 6:
-      return SessionHeaders(guest_.cookie, guest_.token);
+      return {guest_, Caller::kUser};
     case 7:
-      return SessionHeaders(guest_.cookie, administrator_.token);
+      return {{guest_.cookie, administrator_.token}};
     case 8:
-      return SessionHeaders("", administrator_.token);
+      return {{"", administrator_.token}};
+    case 9:
+      return {{administrator_.token, administrator_.cookie}};
     default:
-      is_administrator = true;
-      return SessionHeaders(administrator_.cookie, administrator_.token);
+      return {administrator_, Caller::kAdministrator};
   }
 }
 
-std::string AttackMaker::Form(const std::string& mark, const std::string& boundary) {
-  const std::string line = "--" + boundary + "\r\n";
-  const std::string field = "Content-Disposition: form-data; name=\"";
-  std::string form = line + field + "mark\"\r\n\r\n" + mark + "\r\n";
-  form += line + field + OddName() + "\"\r\n\r\n/etc/kalo/users.json\r\n";
-  form += line + field + (Chance(2) ? "kalo_m1_file" : OddName()) + "\"; filename=\"" + OddName() +
-          "\"\r\n\r\n" + std::string(random_() % 3000, 'p') + "\r\n";
-  if (Chance(4)) return form;  // no end
-  return form + "--" + boundary + "--\r\n";
-}
-
-AttackMaker::Body AttackMaker::MakeBody(const std::string& mark) {
-  Body body;
-  body.type = Pick(kTypes);
-  switch (random_() % 11) {
-    case 0:
-      body.text = Json(mark, R"(,"kalo_m1_file_tmp":"/etc/kalo/users.json")");
-      break;
-    case 1:
-      body.text = Json(mark, R"(,"patch\u005ffile_tmp":"/etc/kalo/users.json")");
-      break;
-    case 2:
-      body.text = Json(mark, R"(,"patch%5Ffile_tmp":"/etc/kalo/users.json")");
-      break;
-    case 3:
-      body.text = Json(mark, R"(,"mark":"twice","patch_file_tmp":["/etc/passwd"])");
-      break;
-    case 4:
-      body.text = std::string(random_() % 3000, '[');
-      break;
-    case 5:
-      body.text = "\xff\xfe{}" + Hex(random_, random_() % 100);
-      break;
-    case 6:
-      body.text = "mark=" + mark + "&kalo_m1_file_tmp=/etc/kalo/users.json";
-      break;
-    case 7:
-      body = {"application/json", Json(mark, ""), "", false};
-      break;
-    case 8:
-      body = {"multipart/form-data; boundary=b", GoodForm(mark), "", false};
-      break;
-    default:
-      body.text = Form(mark, Chance(8) ? "other" : "b");
+AttackMaker::Identity AttackMaker::IdentityFor(const Attack& attack) {
+  Identity identity = ClaimedIdentity();
+  const bool has_right = identity.caller != Caller::kNobody;
+  switch (attack.door) {
+    case Door::kAdminPort:
+      // Whoever may sign out would: the session is needed to the end.
+      if (has_right && attack.row->is_front) return {{identity.session.cookie, dice_.Hex(64)}};
+      return identity;
+    case Door::kMeshNode0:
+      return {identity.session, Caller::kNode0};
+    case Door::kMeshNode1:
+      return {identity.session, Caller::kOtherNode};
+    case Door::kMeshNobody:
+    case Door::kMeshStranger:
       break;
   }
-  if (Chance(60)) body.text.append(std::size_t{1} << 20, ' ');
-  if (Chance(3)) body.more_headers = Pick(kHeaders);
-  body.chunked = Chance(8);
-  return body;
+  return {identity.session};
+}
+
+Body AttackMaker::BodyFor(const Attack& attack, bool is_proper) {
+  if (IsSigningIn(*attack.row) && (is_proper || dice_.OneIn(2))) {
+    const bool is_in_vain = attack.door != Door::kAdminPort || attack.form == Form::kRefused;
+    return is_in_vain ? bodies_.RightSignIn() : bodies_.WrongSignIn();
+  }
+  return is_proper ? bodies_.Proper(*attack.row, attack.mark)
+                   : bodies_.Hostile(*attack.row, attack.mark);
+}
+
+void AttackMaker::AddBody(Attack& attack, const std::string& header, const std::string& text) {
+  if (dice_.OneIn(8)) {
+    attack.bytes = header + "Transfer-Encoding: chunked\r\n\r\n" + Chunk(text);
+    if (attack.is_complete) attack.bytes += "0\r\n\r\n";
+    return;
+  }
+  // It waits for what never comes.
+  const std::size_t told = text.size() + (attack.is_complete ? 0 : 1 + dice_.Below(5000));
+  attack.bytes = header + "Content-Length: " + std::to_string(told) + "\r\n\r\n" + text;
+}
+
+// As AddBody, but about the length of it not always the truth.
+void AttackMaker::Spoil(Attack& attack, std::string header, const std::string& text) {
+  const bool lies = dice_.OneIn(50);
+  attack.is_complete = !dice_.OneIn(50);
+  if (lies) header += "Content-Length: 3\r\n";
+  if (lies || !attack.is_complete) {
+    attack.form = Form::kRefused;
+    attack.is_clean = false;
+  }
+  AddBody(attack, header, text);
 }
 
 Attack AttackMaker::Next() {
-  constexpr std::array<Door, 8> kDoors = {Door::kAdminPort,    Door::kAdminPort, Door::kAdminPort,
-                                          Door::kAdminPort,    Door::kAdminPort, Door::kMeshNobody,
-                                          Door::kMeshStranger, Door::kMeshNode1};
+  const bool is_proper = dice_.OneIn(3);
   Attack attack;
-  attack.door = Pick(kDoors);
+  attack.door = dice_.Pick(kDoors);
+  attack.row = &dice_.Pick(rows_);
   attack.mark = "m" + std::to_string(++number_);
-  bool is_plain = false;
-  bool is_administrator = false;
-  const std::string path = Path(is_plain);
-  const std::string method = Pick(kMethods);
-  const std::string identity = Identity(is_administrator);
-  const Body body = MakeBody(attack.mark);
-  attack.may_reach = is_administrator && attack.door == Door::kAdminPort;
-  std::string header = method + " " + path + " HTTP/1.1\r\nHost: router.test\r\n" + identity;
+  const Identity identity = IdentityFor(attack);
+  attack.caller = identity.caller;
+  const Piece method = is_proper ? Piece{"POST"} : Method();
+  const Piece path = is_proper ? Piece{"/webapi/" + attack.row->Name()} : Path(*attack.row);
+  const Piece more = is_proper ? Piece{} : MoreHeaders();
+  attack.form = std::max({method.form, path.form, more.form});
+  attack.is_clean = more.text.empty();
+  const Body body = BodyFor(attack, is_proper);
+  attack.form = std::max(attack.form, body.form);
+  std::string header = method.text + " " + path.text + " HTTP/1.1\r\nHost: router.test\r\n" +
+                       SessionHeaders(identity.session);
   if (!body.type.empty()) header += "Content-Type: " + body.type + "\r\n";
-  header += body.more_headers;
-  if (Chance(100)) header += "X-Long: " + std::string(random_() % 70000, 'h') + "\r\n";
-  std::size_t told = body.text.size();
-  if (Chance(50)) {
-    told += 1 + random_() % 5000;  // it waits for what never comes
-    attack.is_complete = false;
-  }
-  const bool lies = Chance(50);
-  if (lies) header += "Content-Length: 3\r\n";
-  attack.is_clean = attack.is_complete && !lies && body.more_headers.empty();
-  if (body.chunked) {
-    header += "Transfer-Encoding: chunked\r\n";
-    attack.bytes = header + "\r\n" + Chunked(body.text);
+  header += more.text;
+  if (is_proper) {
+    AddBody(attack, header, body.text);
   } else {
-    attack.bytes = header + "Content-Length: " + std::to_string(told) + "\r\n\r\n" + body.text;
+    Spoil(attack, std::move(header), body.text);
   }
   return attack;
 }

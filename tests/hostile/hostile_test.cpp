@@ -4,15 +4,16 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
-#include <cstdlib>
+#include <fstream>
+#include <iostream>
 #include <map>
+#include <regex>
 #include <set>
-#include <sstream>
-#include <thread>
 
 #include "host/core/strict_json.h"
 #include "tests/hostile/attack.h"
+#include "tests/hostile/background.h"
+#include "tests/hostile/files.h"
 #include "tests/hostile/rows.h"
 #include "tests/services/webapid/server_fixture.h"
 #include "tests/support/raw_client.h"
@@ -27,94 +28,11 @@ using std::chrono::steady_clock;
 using test::ClientFiles;
 using test::RawClient;
 
-constexpr int kAdminPort = 443;
-constexpr int kMeshPort = 8443;
 constexpr int kAttacks = 20000;
-constexpr int kSlowSenders = 30;
+constexpr int kAddresses = 200;
 constexpr milliseconds kAnswerDeadline{20000};
-constexpr const char* kSlowestRow = "KALO.Mesh.Upgrade/2/status";
-
-// Every file that a request might leave, by its path, with its size. The build folder is others' as
-// well, and lies below /tmp when the tree does.
-std::map<std::string, std::uintmax_t> Files() {
-  std::map<std::string, std::uintmax_t> files;
-  for (const char* folder : {"/etc/kalo", "/run", "/tmp", "/var/lib", "/volume1", "/usr/kalo"}) {
-    std::error_code ignored;
-    for (fs::recursive_directory_iterator entry(folder, ignored), end; entry != end;
-         entry.increment(ignored)) {
-      const std::string path = entry->path();
-      if (path == BUILD) entry.disable_recursion_pending();
-      if (path == kReached || path.starts_with("/var/lib/kalo/sessions/")) continue;
-      files[path] = entry->is_regular_file(ignored) ? entry->file_size(ignored) : 0;
-    }
-  }
-  return files;
-}
-
-// Asks the poll that pages ask, all the time, and notes how long each answer took.
-class Poller {
- public:
-  explicit Poller(test::HttpClient client)
-      : client_(std::move(client)), thread_([this] { Run(); }) {}
-  Poller(const Poller&) = delete;
-  Poller& operator=(const Poller&) = delete;
-  ~Poller() {
-    if (thread_.joinable()) (void)Stop();
-  }
-
-  // @return all times, shortest first.
-  std::vector<milliseconds> Stop() {
-    over_ = true;
-    thread_.join();
-    std::sort(times_.begin(), times_.end());
-    return times_;
-  }
-
- private:
-  void Run() {
-    while (!over_) {
-      const auto begin = steady_clock::now();
-      EXPECT_EQ(client_.Post(kSlowestRow, R"({"mark":"poll"})").Code(), 0);
-      times_.push_back(std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin));
-      (void)test::WaitFor([this] { return over_.load(); }, milliseconds(50));
-    }
-  }
-
-  test::HttpClient client_;
-  std::atomic<bool> over_ = false;
-  std::vector<milliseconds> times_;
-  std::thread thread_;
-};
-
-// Clients that send a byte from time to time and never come to an end.
-class SlowSenders {
- public:
-  SlowSenders() : thread_([this] { Run(); }) {}
-  SlowSenders(const SlowSenders&) = delete;
-  SlowSenders& operator=(const SlowSenders&) = delete;
-  ~SlowSenders() {
-    over_ = true;
-    thread_.join();
-  }
-
- private:
-  void Run() {
-    std::vector<std::unique_ptr<RawClient>> clients(kSlowSenders);
-    while (!over_) {
-      for (auto& client : clients) {
-        if (!client || !client->IsOpen()) {
-          client = std::make_unique<RawClient>(kAdminPort, ClientFiles{});
-          client->Send("POST /webapi/KALO.Mesh.Upgrade/1/start HTTP/1.1\r\nX-Slow: ");
-        }
-        client->Send("s");
-      }
-      (void)test::WaitFor([this] { return over_.load(); }, milliseconds(200));
-    }
-  }
-
-  std::atomic<bool> over_ = false;
-  std::thread thread_;
-};
+constexpr milliseconds kPollDeadline{1000};
+constexpr const char* kStatusRow = "KALO.Mesh.Upgrade/2/status";
 
 class Hostile : public test::ServerTest {
  protected:
@@ -125,74 +43,82 @@ class Hostile : public test::ServerTest {
       fs::remove(fs::path("/usr/kalo/webapi") / file);
     }
     InstallRecorder();
+    InstallTriedUsers();
     fs::remove(kReached);
     Start();
     WriteClients();
   }
 
   // The real descriptions, with the recording module behind each.
-  static void InstallRecorder() {
-    fs::create_symlink(RECORDER_MODULE, "/usr/kalo/webapi/recorder.so");
-    std::set<std::string> known;
-    for (const Row& row : kRows) known.insert(Name(row.api, row.version, row.method));
+  void InstallRecorder() {
     Json::Value all(Json::objectValue);
     all["library"] = "recorder.so";
-    for (const char* name : {"mesh-upgrade", "core-mesh", "core-upgrade", "core-notification"}) {
-      const auto text = test::ReadTestFile(fs::path(DESCRIPTIONS) / (std::string(name) + ".json"));
-      const Json::Value module = ParseStrictJson(text).value_or(Json::Value());
-      for (const Json::Value& row : module["rows"]) {
-        all["rows"].append(row);
-        EXPECT_EQ(known.erase(Name(row["api"].asString(), row["version"].asInt(),
-                                   row["method"].asString())),
-                  1U)
-            << "rows.h lacks " << WriteJson(row);
-      }
+    all["rows"] = ReadDescriptions();
+    rows_ = KnownRows(all["rows"]);
+    std::set<std::string> recorded;
+    for (const Row& row : kRows) recorded.insert(KnownRow{row.api, row.version, row.method}.Name());
+    for (const KnownRow& row : rows_) {
+      EXPECT_TRUE(row.is_front || recorded.erase(row.Name()) == 1) << "no " << row.Name();
     }
-    EXPECT_TRUE(known.empty()) << "no module has " << *known.begin();
+    EXPECT_TRUE(recorded.empty()) << "no module has " << *recorded.begin();
+    fs::create_symlink(RECORDER_MODULE, "/usr/kalo/webapi/recorder.so");
     test::WriteTestFile("/usr/kalo/webapi/recorder.json", WriteJson(all));
   }
 
-  static std::string Name(const std::string& api, int version, const std::string& method) {
-    return api + " " + std::to_string(version) + " " + method;
+  // Several, because one of them has to wait longer after each try.
+  static void InstallTriedUsers() {
+    auto users =
+        ParseStrictJson(test::ReadTestFile("/etc/kalo/users.json")).value_or(Json::Value());
+    Json::Value administrator = users["users"][0];
+    for (int i = 0; i < kTriedUsers; ++i) {
+      administrator["name"] = kTriedUserPrefix + std::to_string(i);
+      users["users"].append(administrator);
+    }
+    test::WriteTestFile("/etc/kalo/users.json", WriteJson(users));
+    EXPECT_STREQ(kPassword, kRightPassword);
   }
 
-  void WriteClients() {
+  static void WriteClients() {
     const test::TestAuthority other;
-    WriteClient("stranger", other.Issue("node0.mesh.internal"));
-    WriteClient("node1", MeshAuthority().Issue("node1.mesh.internal"));
+    WriteClient(Door::kMeshStranger, other.Issue("node0.mesh.internal"));
+    WriteClient(Door::kMeshNode0, MeshAuthority().Issue("node0.mesh.internal"));
+    WriteClient(Door::kMeshNode1, MeshAuthority().Issue("node1.mesh.internal"));
   }
 
-  static void WriteClient(const std::string& name, const test::Credential& credential) {
-    test::WriteTestFile("/tmp/client/" + name + ".crt", credential.certificate);
-    test::WriteTestFile("/tmp/client/" + name + ".key", credential.key);
+  static void WriteClient(Door door, const test::Credential& credential) {
+    test::WriteTestFile(FilesOf(door).certificate, credential.certificate);
+    test::WriteTestFile(FilesOf(door).key, credential.key);
   }
 
-  static ClientFiles FilesOf(const std::string& name) {
-    return {"/tmp/client/" + name + ".crt", "/tmp/client/" + name + ".key"};
+  static ClientFiles FilesOf(Door door) {
+    if (door == Door::kAdminPort || door == Door::kMeshNobody) return {};
+    const std::string path = "/tmp/client/" + std::to_string(static_cast<int>(door));
+    return {path + ".crt", path + ".key"};
   }
 
+  // From another address each time: whoever tried a wrong password has to wait before the next.
   RawClient& Open(Door door) {
     auto& client = clients_[door];
     if (client && client->IsOpen()) return *client;
     const int port = door == Door::kAdminPort ? kAdminPort : kMeshPort;
-    ClientFiles files;
-    if (door == Door::kMeshStranger) files = FilesOf("stranger");
-    if (door == Door::kMeshNode1) files = FilesOf("node1");
-    client = std::make_unique<RawClient>(port, files);
+    const std::string address = "127.0.1." + std::to_string(1 + opened_++ % kAddresses);
+    client = std::make_unique<RawClient>(port, FilesOf(door), test::Origin{address});
+    EXPECT_TRUE(client->IsOpen()) << "no handshake on port " << port;
     return *client;
   }
 
-  // The lines that the module wrote since the last call, but for the poller's.
-  std::vector<std::string> NewlyReached() {
+  // The whole lines that the module wrote since the last call, but for the pollers'.
+  std::vector<Json::Value> NewlyReached() {
+    std::vector<Json::Value> lines;
     std::error_code none;
     const std::uintmax_t size = fs::file_size(kReached, none);
-    if (none || size == read_) return {};
-    std::istringstream text(test::ReadTestFile(kReached).substr(read_));
-    std::vector<std::string> lines;
-    std::string line;
-    while (std::getline(text, line)) {
+    if (none || size == read_) return lines;
+    std::ifstream file(kReached);
+    file.seekg(static_cast<std::streamoff>(read_));
+    for (std::string line; std::getline(file, line) && !file.eof();) {
       read_ += line.size() + 1;
-      if (line != "poll") lines.push_back(line);
+      const Json::Value entry = ParseStrictJson(line).value_or(Json::Value(Json::objectValue));
+      if (entry["mark"] != kPollMark) lines.push_back(entry);
     }
     return lines;
   }
@@ -210,56 +136,107 @@ class Hostile : public test::ServerTest {
   }
 
   void Run(const Attack& attack) {
+    const std::string shown = attack.bytes.substr(0, 900);
     const auto begin = steady_clock::now();
     const int status = Send(attack);
     ++statuses_[status];
-    EXPECT_LT(steady_clock::now() - begin, kAnswerDeadline) << attack.bytes.substr(0, 600);
+    EXPECT_LT(steady_clock::now() - begin, kAnswerDeadline) << shown;
+    EXPECT_TRUE(status != 200 || attack.MayReach()) << "no right to an answer has\n" << shown;
     // What is left of a request that lied about its length is no second request of ours.
     if (status == 0 || !attack.is_clean) clients_[attack.door].reset();
-    for (const std::string& line : NewlyReached()) {
-      ++reached_;
-      EXPECT_TRUE(attack.may_reach) << line << " by\n" << attack.bytes.substr(0, 600);
-      const std::size_t file = line.find(' ');
-      if (file == std::string::npos) continue;
-      EXPECT_TRUE(line.substr(file + 1).starts_with("/volume1/@upload/")) << line;
-      EXPECT_EQ(line.find("..", file), std::string::npos) << line;
+    const std::vector<Json::Value> lines = NewlyReached();
+    for (const Json::Value& line : lines) {
+      EXPECT_TRUE(IsRight(line, attack)) << WriteJson(line) << " by\n" << shown;
+      stored_ += line["files"].size();
+    }
+    if (attack.MustReach()) {
+      EXPECT_TRUE(status == 200 && !lines.empty()) << status << " for\n" << shown;
+    }
+    Count(attack, !lines.empty());
+  }
+
+  // Whether a line may be this request's: not every odd one keeps its mark.
+  static bool IsRight(const Json::Value& line, const Attack& attack) {
+    static const std::regex stored("/volume1/@upload/[0-9a-f]{32}/[0-9]+");
+    const std::string mark = line["mark"].asString();
+    if (!attack.MayReach() || line["row"] != attack.row->Name()) return false;
+    if (mark != attack.mark && (attack.form == Form::kProper || !mark.empty())) return false;
+    return std::all_of(line["files"].begin(), line["files"].end(), [](const Json::Value& file) {
+      return file.isString() && std::regex_match(file.asString(), stored);
+    });
+  }
+
+  void Count(const Attack& attack, bool has_reached) {
+    if (has_reached) ++reached_;
+    if (attack.form == Form::kProper) ++tried_[{attack.row->Name(), attack.caller}];
+  }
+
+  // Everybody asked for everything, with nothing wrong but perhaps who he was. On the admin port
+  // who is signed in may sign out.
+  void ExpectAllTried() {
+    for (const KnownRow& row : rows_) {
+      for (const Caller caller : {Caller::kNobody, Caller::kUser, Caller::kAdministrator,
+                                  Caller::kNode0, Caller::kOtherNode}) {
+        const bool is_user = caller == Caller::kUser || caller == Caller::kAdministrator;
+        const std::pair attempt{row.Name(), caller};
+        EXPECT_TRUE(tried_[attempt] > 0 || (row.is_front && is_user))
+            << row.Name() << " by caller " << static_cast<int>(caller);
+      }
     }
   }
 
+  void Report(const char* who, const std::vector<milliseconds>& times) {
+    ASSERT_GT(times.size(), 20U);
+    EXPECT_LT(times.back(), kPollDeadline) << "the slowest poll by " << who;
+    std::cout << times.size() << " polls by " << who << " meanwhile, median "
+              << times.at(times.size() / 2).count() << " ms, longest " << times.back().count()
+              << " ms\n";
+  }
+
+  std::vector<KnownRow> rows_;
   std::map<Door, std::unique_ptr<RawClient>> clients_;
   std::map<int, int> statuses_;
+  std::map<std::pair<std::string, Caller>, int> tried_;
   std::uintmax_t read_ = 0;
+  int opened_ = 0;
   int reached_ = 0;
+  unsigned stored_ = 0;
 };
 
 TEST_F(Hostile, TwentyThousandRequestsReachNothingAndLeaveNothing) {
-  const test::HttpClient admin = SignedIn();
+  test::HttpClient admin = SignedIn();
   const test::HttpClient guest = SignedIn(kGuest);
+  const test::HttpClient node = Node(MeshAuthority(), "node0.mesh.internal");
+  const Session administrator{admin.cookie, admin.token};
   const auto before = Files();
-  Poller poller(admin);
+  Poller page(admin, {"KALO.Mesh.Upgrade/1/status", kStatusRow, "KALO.Mesh.Upgrade/2/progress"});
+  Poller mesh(node, {"KALO.Core.Upgrade/1/progress", "KALO.Core.Upgrade/1/info"});
   {
-    const SlowSenders slow;
-    AttackMaker maker(20261121, {admin.cookie, admin.token}, {guest.cookie, guest.token});
+    const SlowSenders slow(administrator);
+    AttackMaker maker(20261121, rows_, administrator, {guest.cookie, guest.token});
     for (int i = 0; i < kAttacks && !HasFailure(); ++i) Run(maker.Next());
+    if (HasFailure()) return;
+    EXPECT_FALSE(fs::is_empty("/volume1/@upload")) << "slow files are under way";
   }
-  const std::vector<milliseconds> times = poller.Stop();
   clients_.clear();
-  ASSERT_GT(times.size(), 20U);
-  EXPECT_LT(times.at(times.size() * 99 / 100).count(), 1000) << "one poll in a hundred";
-  std::cout << times.size() << " polls meanwhile, median " << times.at(times.size() / 2).count()
-            << " ms, longest " << times.back().count()
-            << " ms; reached with a right to: " << reached_ << "; answers:";
+  Report("pages", page.Stop());
+  Report("node 0", mesh.Stop());
+  std::cout << "reached with a right to: " << reached_ << ", files: " << stored_ << "; answers:";
   for (const auto& [status, count] : statuses_) std::cout << " " << status << ": " << count;
   std::cout << "\n";
-  // Both kinds came along: else nothing was tried.
-  EXPECT_GT(reached_, 20);
+  ExpectAllTried();
+  EXPECT_GT(stored_, 0U) << "no file came along";
   EXPECT_GT(statuses_[403] + statuses_[401], kAttacks / 4);
   EXPECT_TRUE(test::WaitFor([&] { return Files() == before; }));
   const auto after = Files();
-  for (const auto& [path, size] : after) EXPECT_TRUE(before.contains(path)) << path << " was left";
-  for (const auto& [path, size] : before) EXPECT_TRUE(after.contains(path)) << path << " is gone";
-  test::HttpClient again = SignedIn();
-  EXPECT_EQ(again.Post(kSlowestRow).Code(), 0) << "the server serves on";
+  for (const auto& [path, what] : after) EXPECT_TRUE(before.contains(path)) << path << " was left";
+  for (const auto& [path, what] : before) {
+    const auto found = after.find(path);
+    EXPECT_EQ(found == after.end() ? "gone" : found->second, what) << path;
+  }
+  EXPECT_TRUE(NewlyReached().empty()) << "something came after its end";
+  EXPECT_EQ(admin.Post(kStatusRow).Code(), 0) << "the server serves on";
+  EXPECT_EQ(SignedIn(kGuest).Post("KALO.Core.Auth/1/logout").Code(), 0) << "and signs in and out";
 }
 
 }  // namespace

@@ -1,10 +1,13 @@
 // Stands in for every module of a router: an entry function does nothing but note that it was
 // reached, by which request, and which files it was given.
 #include <fcntl.h>
+#include <json/writer.h>
 #include <unistd.h>
 
 #include <array>
+#include <cstddef>
 #include <string>
+#include <utility>
 
 #include "platform/webapi/api_request.h"
 #include "platform/webapi/api_response.h"
@@ -19,23 +22,32 @@ void Note(const std::string& line) {
   close(fd);
 }
 
+std::string NameOf(const kalo::hostile::Row& row) {
+  return std::string(row.api) + "/" + std::to_string(row.version) + "/" + row.method;
+}
+
+template <std::size_t kIndex>
 void Reached(KALO::APIRequest* request, KALO::APIResponse* response) {
-  std::string line = request->GetAndCheckString("mark").value_or("-");
+  Json::Value line(Json::objectValue);
+  line["row"] = NameOf(kalo::hostile::kRows[kIndex]);
+  line["mark"] = request->GetAndCheckString("mark").value_or("");
+  line["files"] = Json::Value(Json::arrayValue);
   for (const char* name : kalo::hostile::kFileParameters) {
-    const std::string file = request->GetAndCheckString(name).value_or("");
-    if (!file.empty()) line += " " + file;
+    // Also one of a type that no server sets.
+    const Json::Value file = request->GetParam(name, Json::Value());
+    if (!file.isNull()) line["files"].append(file);
   }
-  Note(line + "\n");
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  Note(Json::writeString(builder, line) + "\n");
   response->SetSuccess(Json::Value());
 }
 
-constexpr auto MakeTable() {
-  std::array<KALO::APIRow, kalo::hostile::kRows.size()> table{};
-  for (std::size_t i = 0; i < table.size(); ++i) {
-    const kalo::hostile::Row& row = kalo::hostile::kRows[i];
-    table[i] = {row.api, row.version, row.method, Reached};
-  }
-  return table;
+template <std::size_t... kIndex>
+constexpr auto MakeTable(std::index_sequence<kIndex...> /*all*/) {
+  using kalo::hostile::kRows;
+  return std::array<KALO::APIRow, sizeof...(kIndex)>{
+      {{kRows[kIndex].api, kRows[kIndex].version, kRows[kIndex].method, Reached<kIndex>}...}};
 }
 
 }  // namespace
@@ -44,7 +56,8 @@ extern "C" {
 __attribute__((
     visibility("default"))) extern const std::array<KALO::APIRow, kalo::hostile::kRows.size()>
     gTable;
-const std::array<KALO::APIRow, kalo::hostile::kRows.size()> gTable = MakeTable();
+const std::array<KALO::APIRow, kalo::hostile::kRows.size()> gTable =
+    MakeTable(std::make_index_sequence<kalo::hostile::kRows.size()>());
 
 __attribute__((visibility("default"))) const KALO::APIRow* GetAPITable();
 const KALO::APIRow* GetAPITable() {

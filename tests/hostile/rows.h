@@ -44,11 +44,14 @@ inline constexpr std::array<Row, 29> kRows = {{
     {"KALO.Core.Upgrade.Patch", 1, "clean"},
 }};
 
-/// Parameters that only the server may set: where it stored an uploaded file.
-inline constexpr std::array<const char*, 2> kFileParameters = {"kalo_m1_file_tmp",
-                                                               "patch_file_tmp"};
+/// Parameters that only the server may set: where it stored an uploaded file; and other spellings
+/// of them that somebody might take for the same.
+inline constexpr std::array<const char*, 5> kFileParameters = {
+    "kalo_m1_file_tmp", "patch_file_tmp", "kalo_m1%5ffile_tmp", "patch%5Ffile_tmp",
+    "%70atch_file_tmp"};
 
-/// Here the recording module notes, a line each, which request reached an entry function.
+/// Here the recording module notes which request reached which row's entry function, a line of JSON
+/// each: {"row":…,"mark":…,"files":[…]}.
 inline constexpr const char* kReached = "/run/hostile.reached";
 
 }  // namespace kalo::hostile

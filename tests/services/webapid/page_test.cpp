@@ -48,7 +48,7 @@ TEST_F(Page, ShowsNothingElse) {
   HttpClient anyone = Admin();
   for (const char* path :
        {"/index.html", "/.secret.js", "/notes.txt", "/users.js", "/text", "/text/",
-        "/text/../../../etc/kalo/users.json", "/%2e%2e/VERSION", "//"}) {
+        "/text/../../../etc/kalo/users.json", "/%2e%2e/VERSION", "//", "/%00", "/text/de.js%00"}) {
     EXPECT_EQ(anyone.Get(path).status, 404) << path;
     EXPECT_EQ(anyone.Get(path).Code(), 7002) << path;
   }
