@@ -24,11 +24,38 @@ inline std::string Answer() {
   return Envelope(data);
 }
 
-/// @return what it answers to "status" then.
+/// @return what it answers while one is under way.
+inline std::string LoadingAnswer() {
+  Json::Value data(Json::objectValue);
+  data["version"] = "VXM 1.4.0-76010";
+  data["status"] = "downloading";
+  data["percent"] = 40;
+  return Envelope(data);
+}
+
+/// @return what the row says that is stuck for a second.
+inline std::string StuckAnswer() {
+  return Envelope(Json::Value());
+}
+
+/// @return what the module answers to "status" when there is no download.
 inline std::string StatusAnswer() {
   Json::Value data(Json::objectValue);
   data["allow_upgrade"] = true;
   data["status"] = "none";
+  return Envelope(data);
+}
+
+/// @return what it answers to "progress" of an upgrade, version 2, when there was none.
+inline std::string UpgradeAnswer() {
+  Json::Value data(Json::objectValue);
+  data["version"] = "";
+  data["step"] = "none";
+  data["total_percentage"] = 0;
+  data["percent"] = 0;
+  data["errno"] = 0;
+  data["err_desc"] = "";
+  data["err_msg"] = "";
   return Envelope(data);
 }
 

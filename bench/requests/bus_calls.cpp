@@ -26,10 +26,14 @@ bool CallOnOneConnection(std::initializer_list<const char*> methods) {
 
 }  // namespace
 
-bool CallMeshService() {
+bool CallForStatus() {
   return CallOnOneConnection(
              {mesh::method::kGetNodeInfos, mesh::method::kGetRepeaterAccessInfos}) &&
          CallOnOneConnection({mesh::method::kGetMeshSystemStatus});
+}
+
+bool CallForUpgrade() {
+  return CallOnOneConnection({mesh::method::kGetSystemUpdateProgressV2});
 }
 
 }  // namespace kalo::bench

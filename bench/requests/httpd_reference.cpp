@@ -1,6 +1,6 @@
 // bench-httpd PORT CERTIFICATE KEY [bus]: one process of the same HTTP library, which answers the
 // same JSON itself: as fast as it gets without sessions, workers and files. With "bus" it answers
-// "status", and makes its calls of the mesh service for each.
+// "status" and the "progress" of an upgrade, and makes their calls of the mesh service for each.
 #include <arpa/inet.h>
 #include <microhttpd.h>
 #include <netinet/in.h>
@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <string_view>
 
 #include "bench/requests/answer.h"
 #include "bench/requests/bus_calls.h"
@@ -21,7 +22,15 @@ std::string Read(const char* path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-MHD_Result OnRequest(void* calls_bus, MHD_Connection* connection, const char*, const char*,
+// Empty when the mesh service did not answer.
+std::string AnswerTo(std::string_view path, bool calls_bus) {
+  namespace bench = kalo::bench;
+  if (!calls_bus) return path.ends_with("/loading") ? bench::LoadingAnswer() : bench::Answer();
+  if (path.ends_with("/progress")) return bench::CallForUpgrade() ? bench::UpgradeAnswer() : "";
+  return bench::CallForStatus() ? bench::StatusAnswer() : "";
+}
+
+MHD_Result OnRequest(void* calls_bus, MHD_Connection* connection, const char* path, const char*,
                      const char*, const char*, std::size_t* size, void** context) {
   static int seen = 0;
   if (*context == nullptr) {
@@ -32,9 +41,8 @@ MHD_Result OnRequest(void* calls_bus, MHD_Connection* connection, const char*, c
     *size = 0;
     return MHD_YES;
   }
-  const bool bus = calls_bus != nullptr;
-  if (bus && !kalo::bench::CallMeshService()) return MHD_NO;
-  std::string text = bus ? kalo::bench::StatusAnswer() : kalo::bench::Answer();
+  std::string text = AnswerTo(path, calls_bus != nullptr);
+  if (text.empty()) return MHD_NO;
   MHD_Response* response =
       MHD_create_response_from_buffer(text.size(), text.data(), MHD_RESPMEM_MUST_COPY);
   MHD_add_response_header(response, "Content-Type", "application/json");
@@ -52,7 +60,7 @@ int main(int argc, char** argv) {
   const std::string key = Read(argv[3]);
   sockaddr_in address{};
   address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<std::uint16_t>(std::atoi(argv[1])));
+  address.sin_port = htons(static_cast<std::uint16_t>(std::strtol(argv[1], nullptr, 10)));
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   MHD_Daemon* daemon = MHD_start_daemon(
       MHD_USE_TLS | MHD_USE_EPOLL_INTERNAL_THREAD, 0, nullptr, nullptr, OnRequest,

@@ -49,10 +49,16 @@ function percentile(counts, values, wanted)
   error("wrk does not add what it is known to add")
 end
 
+-- An answer that never came is a wrong one.
+function lost(errors)
+  return errors.connect + errors.read + errors.write + errors.timeout
+end
+
 function done(summary, latency, requests)
   local pace = math.floor(summary.duration / math.floor(summary.requests / worker:get("connections")))
   local counts, values = measured(latency, pace)
   io.write(string.format("RESULT %d %d %d %d %d %d\n", summary.requests, summary.duration,
     percentile(counts, values, summary.requests * 0.5),
-    percentile(counts, values, summary.requests * 0.99), latency.max, worker:get("wrong")))
+    percentile(counts, values, summary.requests * 0.99), latency.max,
+    worker:get("wrong") + lost(summary.errors)))
 end
