@@ -59,12 +59,17 @@ pkg_check_modules(GNUTLS REQUIRED IMPORTED_TARGET gnutls)
 pkg_check_modules(JSONCPP REQUIRED IMPORTED_TARGET jsoncpp)
 pkg_check_modules(LIBARCHIVE REQUIRED IMPORTED_TARGET libarchive)
 pkg_check_modules(LIBCURL REQUIRED IMPORTED_TARGET libcurl)
-# The host libraries load it by the name that the linker would note.
-execute_process(COMMAND sh -c "${CMAKE_OBJDUMP} -p '${pkgcfg_lib_LIBCURL_curl}' | sed -n 's/ *SONAME *//p'"
-                OUTPUT_VARIABLE KALO_CURL_SONAME OUTPUT_STRIP_TRAILING_WHITESPACE)
-if(NOT KALO_CURL_SONAME)
-  message(FATAL_ERROR "no name in ${pkgcfg_lib_LIBCURL_curl}")
-endif()
+# The host libraries load these two by the name that the linker would note.
+function(kalo_soname variable library)
+  execute_process(COMMAND sh -c "${CMAKE_OBJDUMP} -p '${library}' | sed -n 's/ *SONAME *//p'"
+                  OUTPUT_VARIABLE name OUTPUT_STRIP_TRAILING_WHITESPACE)
+  if(NOT name)
+    message(FATAL_ERROR "no name in ${library}")
+  endif()
+  set(${variable} "${name}" PARENT_SCOPE)
+endfunction()
+kalo_soname(KALO_ARCHIVE_SONAME "${pkgcfg_lib_LIBARCHIVE_archive}")
+kalo_soname(KALO_CURL_SONAME "${pkgcfg_lib_LIBCURL_curl}")
 pkg_check_modules(LIBXCRYPT REQUIRED IMPORTED_TARGET libxcrypt)
 pkg_check_modules(MICROHTTPD REQUIRED IMPORTED_TARGET libmicrohttpd)
 pkg_check_modules(SDBUSCPP REQUIRED IMPORTED_TARGET sdbus-c++)

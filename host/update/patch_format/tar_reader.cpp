@@ -1,7 +1,5 @@
 #include "host/update/patch_format/tar_reader.h"
 
-#include <archive.h>
-#include <archive_entry.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,6 +10,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "host/update/patch_format/archive_library.h"
 #include "host/update/patch_format/patch_error.h"
 
 namespace kalo::patch {
@@ -38,26 +37,27 @@ bool IsRootOrNobody(const char* name) {
 }
 
 void CheckKind(archive_entry* entry, const std::string& name) {
-  const auto type = archive_entry_filetype(entry);
-  if (archive_entry_hardlink(entry) != nullptr || archive_entry_symlink(entry) != nullptr ||
+  const auto type = Archive().entry_filetype(entry);
+  if (Archive().entry_hardlink(entry) != nullptr || Archive().entry_symlink(entry) != nullptr ||
       (type != AE_IFREG && type != AE_IFDIR)) {
     Fail(name + ": neither a regular file nor a folder");
   }
-  if (archive_entry_uid(entry) != 0 || archive_entry_gid(entry) != 0 ||
-      !IsRootOrNobody(archive_entry_uname(entry)) || !IsRootOrNobody(archive_entry_gname(entry))) {
+  if (Archive().entry_uid(entry) != 0 || Archive().entry_gid(entry) != 0 ||
+      !IsRootOrNobody(Archive().entry_uname(entry)) ||
+      !IsRootOrNobody(Archive().entry_gname(entry))) {
     Fail(name + ": not owned by root");
   }
 }
 
 TarMember ToMember(archive_entry* entry) {
-  const char* name = archive_entry_pathname(entry);
+  const char* name = Archive().entry_pathname(entry);
   if (name == nullptr) Fail("a member without a name");
   TarMember member;
   member.name = name;
   CheckKind(entry, member.name);
-  member.is_folder = archive_entry_filetype(entry) == AE_IFDIR;
-  member.mode = archive_entry_perm(entry);
-  const auto size = archive_entry_size(entry);
+  member.is_folder = Archive().entry_filetype(entry) == AE_IFDIR;
+  member.mode = Archive().entry_perm(entry);
+  const auto size = Archive().entry_size(entry);
   if (size < 0) Fail(member.name + ": negative size");
   member.size = static_cast<std::uint64_t>(size);
   if (!member.is_folder) return member;
@@ -99,22 +99,22 @@ void CheckType(const Header& header) {
 }  // namespace
 
 void TarReader::Deleter::operator()(archive* reader) const {
-  archive_read_free(reader);
+  Archive().read_free(reader);
 }
 
-TarReader::TarReader(int fd) : fd_(fd), archive_(archive_read_new()) {
+TarReader::TarReader(int fd) : fd_(fd), archive_(Archive().read_new()) {
   if (!archive_) throw PatchError(VerifyOutcome::kCannotRead, "no memory to read it", ENOMEM);
   // No filter: a compressed file is not a patch.
-  if (archive_read_support_format_tar(archive_.get()) != ARCHIVE_OK ||
-      archive_read_open_fd(archive_.get(), fd, kReadAtOnce) != ARCHIVE_OK) {
+  if (Archive().read_support_format_tar(archive_.get()) != ARCHIVE_OK ||
+      Archive().read_open_fd(archive_.get(), fd, kReadAtOnce) != ARCHIVE_OK) {
     FailReading("not a tar file");
   }
 }
 
 void TarReader::FailReading(const std::string& doing) const {
-  const char* cause = archive_error_string(archive_.get());
+  const char* cause = Archive().error_string(archive_.get());
   // EILSEQ, EINVAL and -1 stand for what the library finds wrong with the archive itself.
-  const int error = archive_errno(archive_.get());
+  const int error = Archive().error_number(archive_.get());
   if (error > 0 && error != EILSEQ && error != EINVAL) {
     throw PatchError(VerifyOutcome::kCannotRead, std::strerror(error), error);
   }
@@ -124,14 +124,14 @@ void TarReader::FailReading(const std::string& doing) const {
 std::optional<TarMember> TarReader::Next() {
   CheckZeros(data_end_, next_);
   archive_entry* entry = nullptr;
-  const int result = archive_read_next_header(archive_.get(), &entry);
+  const int result = Archive().read_next_header(archive_.get(), &entry);
   if (result == ARCHIVE_EOF) {
     CheckEnd();
     return std::nullopt;
   }
   // A warning too: whatever the library had to put right was not written by our writer.
   if (result != ARCHIVE_OK) FailReading("not a plain tar file");
-  if (archive_format(archive_.get()) != ARCHIVE_FORMAT_TAR_USTAR) Fail("not in ustar form");
+  if (Archive().format(archive_.get()) != ARCHIVE_FORMAT_TAR_USTAR) Fail("not in ustar form");
   CheckHeader(next_);
   TarMember member = ToMember(entry);
   // One header block each: other forms put more of them before a member.
@@ -141,7 +141,7 @@ std::optional<TarMember> TarReader::Next() {
 }
 
 std::size_t TarReader::Read(std::span<char> buffer) {
-  const auto count = archive_read_data(archive_.get(), buffer.data(), buffer.size());
+  const auto count = Archive().read_data(archive_.get(), buffer.data(), buffer.size());
   if (count < 0) FailReading("the file is damaged or cut off");
   return static_cast<std::size_t>(count);
 }
