@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "platform/paths.h"
+#include "tests/faults/dead_job.h"
 #include "tests/support/wait.h"
 
 namespace kalo::faults {
@@ -12,8 +13,6 @@ using test::HttpAnswer;
 
 constexpr std::chrono::seconds kJobBegins{3};
 constexpr std::chrono::seconds kJobDeadline{120};
-// So long a job that died may be told as running, until somebody has noticed.
-constexpr std::chrono::seconds kDeadJobTold{5};
 
 std::string Staged(const char* file) {
   return std::string(KALO::paths::kStagedPatch) + "/" + file;
@@ -41,19 +40,6 @@ Outcome Upload(FaultMesh& mesh) {
   return outcome;
 }
 
-// Whether a job is told as running although its process has been gone for too long.
-class DeadJob {
- public:
-  [[nodiscard]] bool IsToldTooLong(bool is_told, bool is_alive) {
-    const auto now = std::chrono::steady_clock::now();
-    if (!is_told || is_alive) seen_ = now;
-    return now - seen_ > kDeadJobTold;
-  }
-
- private:
-  std::chrono::steady_clock::time_point seen_ = std::chrono::steady_clock::now();
-};
-
 bool IsDownloading(const FaultMesh& mesh) {
   return mesh.Node(0).Count(kChildName) > 0 || mesh.Node(0).Count("kalomeshupgrade") > 0;
 }
@@ -66,14 +52,17 @@ void Follow(FaultMesh& mesh, Outcome& outcome) {
   bool is_lie = false;
   const bool ended = test::WaitFor(
       [&] {
+        // Before it is asked: one that is gone by then says nothing else any more.
+        const bool is_gone = mesh.Node(0).Count(kChildName) == 0;
+        const auto asked = DeadJob::Clock::now();
         const HttpAnswer answer = mesh.Poll("KALO.Mesh.Upgrade.Download/1/progress");
         if (answer.Code() < 0) outcome.broken = "progress got no answer: " + answer.body;
         step = answer.Data().isObject() ? answer.Data()["status"].asString() : "";
         const bool is_told = step == "downloading";
-        is_lie = job.IsToldTooLong(is_told, is_told && IsDownloading(mesh));
+        is_lie = job.IsToldTooLong(asked, is_told, is_told && IsDownloading(mesh));
         if (is_lie) return true;
         if (answer.Code() != 0 || is_told) return false;
-        return step != "finished" || mesh.Node(0).Count(kChildName) == 0;
+        return step != "finished" || is_gone;
       },
       kJobDeadline);
   outcome.words += "ended as " + step + "; ";
@@ -137,9 +126,10 @@ void FollowUpdate(FaultMesh& mesh, Outcome& outcome) {
   DeadJob job;
   bool is_lie = false;
   const auto runs = [&] {
+    const auto asked = DeadJob::Clock::now();
     const std::string word = mesh.StatusWord();
     const bool is_told = word == "downloading";
-    is_lie = job.IsToldTooLong(is_told, is_told && IsDownloading(mesh));
+    is_lie = job.IsToldTooLong(asked, is_told, is_told && IsDownloading(mesh));
     if (is_lie) return false;
     return word == "upgrading" || is_told || word.starts_with('-') ||
            mesh.Node(0).Count("kalomeshupgrade") > 0;

@@ -173,9 +173,9 @@ std::size_t NodeView::CountZombies() const {
 }
 
 std::size_t NodeView::Count(const std::string& name) const {
-  const std::vector<Process> processes = Processes();
-  return static_cast<std::size_t>(std::count_if(processes.begin(), processes.end(),
-                                                [&](const Process& p) { return p.name == name; }));
+  const std::vector<pid_t> pids = AllOfNode();
+  return static_cast<std::size_t>(std::count_if(
+      pids.begin(), pids.end(), [&](pid_t pid) { return NameOf(pid) == name && !IsZombie(pid); }));
 }
 
 std::map<std::string, FileState> NodeView::Files() const {

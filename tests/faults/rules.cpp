@@ -5,9 +5,11 @@
 #include <charconv>
 #include <fstream>
 #include <sstream>
+#include <stdexcept>
 #include <string_view>
 
 #include "platform/paths.h"
+#include "tests/faults/dead_job.h"
 #include "tests/journeys/support/mesh_box.h"
 #include "tests/support/wait.h"
 
@@ -18,7 +20,6 @@ namespace paths = KALO::paths;
 
 constexpr std::chrono::seconds kJobsEnd{30};
 constexpr std::chrono::seconds kLockFree{1};
-constexpr std::chrono::seconds kDeadJobTold{5};
 // The server keeps a worker that was one too many, and its connections, for up to 20 s.
 constexpr std::chrono::seconds kBackToBase{25};
 constexpr std::size_t kMostWorkers = 16;
@@ -118,28 +119,34 @@ std::string FirstBadLine(const std::string& text) {
   return text.empty() || text.back() == '\n' ? "" : "no end of line";
 }
 
-std::size_t DescriptorsOf(const NodeView& node, std::string_view name) {
+using Processes = std::vector<Process>;
+
+std::size_t CountOf(const Processes& processes, std::string_view name) {
+  return static_cast<std::size_t>(std::count_if(processes.begin(), processes.end(),
+                                                [&](const Process& p) { return p.name == name; }));
+}
+
+std::size_t DescriptorsOf(const Processes& processes, std::string_view name) {
   std::size_t most = 0;
-  for (const Process& process : node.Processes()) {
+  for (const Process& process : processes) {
     if (process.name == name) most = std::max(most, process.descriptors);
   }
   return most;
 }
 
 // Workers come and go, each with its channel: only the channels of nobody count.
-std::size_t FrontDescriptors(const NodeView& node) {
-  std::size_t workers = 0;
+std::size_t FrontDescriptors(const Processes& processes) {
   Process front;
-  for (const Process& process : node.Processes()) {
-    if (process.name == "webapid-worker") ++workers;
+  for (const Process& process : processes) {
     if (process.name == "webapid") front = process;
   }
+  const std::size_t workers = CountOf(processes, "webapid-worker");
   return front.descriptors + front.channels - std::min(front.channels, workers);
 }
 
-std::set<std::string> ProgramsOf(const NodeView& node) {
+std::set<std::string> ProgramsOf(const Processes& processes) {
   std::set<std::string> names;
-  for (const Process& process : node.Processes()) names.insert(process.name);
+  for (const Process& process : processes) names.insert(process.name);
   return names;
 }
 
@@ -160,10 +167,14 @@ BaseLine ReadBaseLine(const FaultMesh& mesh) {
   BaseLine base;
   for (int id = 0; id < kNodes; ++id) {
     const NodeView& node = mesh.Node(id);
-    base.nodes.push_back(
-        {ProgramsOf(node), FrontDescriptors(node), DescriptorsOf(node, "webapid-worker")});
+    if (!test::WaitFor([&] { return node.Count("webapid-worker") > 0; })) {
+      throw std::runtime_error("a node has no worker");
+    }
+    const Processes processes = node.Processes();
+    base.nodes.push_back({ProgramsOf(processes), FrontDescriptors(processes),
+                          DescriptorsOf(processes, "webapid-worker")});
+    if (id == 0) base.service_descriptors = DescriptorsOf(processes, "meshd");
   }
-  base.service_descriptors = DescriptorsOf(mesh.Node(0), "meshd");
   return base;
 }
 
@@ -225,14 +236,17 @@ void Rules::CheckLocks() {
 }
 
 void Rules::CheckStatusWord() {
+  DeadJob job;
   std::string word;
-  const bool told = test::WaitFor(
-      [&] {
-        word = mesh_.StatusWord();
-        return word != "downloading" && word != "upgrading";
-      },
-      kDeadJobTold);
-  if (!told) Break("five seconds after the last job the status is still " + word);
+  bool is_lie = false;
+  (void)test::WaitFor([&] {
+    const auto asked = DeadJob::Clock::now();
+    word = mesh_.StatusWord();
+    const bool is_told = word == "downloading" || word == "upgrading";
+    is_lie = job.IsToldTooLong(asked, is_told, false);
+    return !is_told || is_lie;
+  });
+  if (is_lie) Break("long after the last job the status is still " + word);
 }
 
 void Rules::CheckProgressFile(const char* path) {
@@ -360,17 +374,23 @@ std::string Rules::LeftAt(int node) const {
     const bool is_result = IsSwept(path) || (MayChange(path) && !IsPassing(path));
     if (!before.contains(path) && !is_result && !IsFolder(state)) left += path + " stays; ";
   }
-  for (const std::string& name : ProgramsOf(view)) {
+  const Processes processes = view.Processes();
+  for (const std::string& name : ProgramsOf(processes)) {
     if (!base.programs.contains(name)) left += "a process " + name + " stays; ";
   }
   if (view.CountZombies() > 0) left += "a dead process stays; ";
-  if (view.Count("webapid") != 1) left += "there is not one front; ";
-  if (view.Count("webapid-worker") > kMostWorkers) left += "too many workers; ";
-  if (FrontDescriptors(view) > base.front_descriptors + kMoreDescriptors) {
+  if (CountOf(processes, "webapid") != 1) left += "there is not one front; ";
+  if (CountOf(processes, "webapid-worker") > kMostWorkers) left += "too many workers; ";
+  if (FrontDescriptors(processes) > base.front_descriptors + kMoreDescriptors) {
     left += "the front has more descriptors; ";
   }
-  if (DescriptorsOf(view, "webapid-worker") > base.worker_descriptors + kMoreDescriptors) {
+  if (DescriptorsOf(processes, "webapid-worker") > base.worker_descriptors + kMoreDescriptors) {
     left += "a worker has more descriptors; ";
+  }
+  if (node != 0) return left;
+  if (CountOf(processes, "meshd") != 1) left += "there is not one mesh service; ";
+  if (DescriptorsOf(processes, "meshd") > base_.service_descriptors + kMoreDescriptors) {
+    left += "the mesh service has more descriptors; ";
   }
   return left;
 }
@@ -383,10 +403,6 @@ void Rules::CheckBaseLine() {
         for (int id = 0; id < kNodes; ++id) {
           const std::string left = LeftAt(id);
           if (!left.empty()) why += "node " + std::to_string(id) + ": " + left;
-        }
-        if (mesh_.Node(0).Count("meshd") != 1) why += "there is not one mesh service; ";
-        if (DescriptorsOf(mesh_.Node(0), "meshd") > base_.service_descriptors + kMoreDescriptors) {
-          why += "the mesh service has more descriptors; ";
         }
         return why.empty();
       },

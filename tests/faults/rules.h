@@ -21,9 +21,8 @@ struct BaseLine {
   std::size_t service_descriptors = 0;  ///< of the mesh service
 };
 
-/// @return the base line of a mesh that has just come up: what one fault after the other leaves
-/// adds
-///         up above it.
+/// @return the base line of a mesh that has just come up; what its faults leave adds up above it.
+/// @throws std::runtime_error when a node has no worker
 [[nodiscard]] BaseLine ReadBaseLine(const FaultMesh& mesh);
 
 /// What holds of a mesh whatever fails beneath it. One object watches one journey with its fault
