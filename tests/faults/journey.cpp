@@ -70,8 +70,10 @@ void Follow(FaultMesh& mesh, Outcome& outcome) {
   if (is_lie) outcome.broken = "a dead job is told as downloading";
   const std::string nodes = mesh.Node(0).Read(KALO::paths::kUpgradeProgress);
   outcome.success = step == "finished" && nodes.find("ready_upgrade") != std::string::npos;
-  // A node whose list could not be asked is left out by the check.
-  const std::string found = mesh.Node(0).Read(KALO::paths::kPatchInformation);
+  // A node whose list or model could not be read is left out by the check. What other checks found
+  // stands beside it.
+  const std::string found =
+      journeys::ValueIn(mesh.Node(0).Read(KALO::paths::kPatchInformation), "uniques_promo");
   for (int node = 0; outcome.success && node < 2; ++node) {
     const std::string model = "kalo_m" + std::to_string(node + 1) + "  " + std::to_string(node);
     if (found.find(model) != std::string::npos && !HoldsPatch(mesh, node)) {

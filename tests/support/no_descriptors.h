@@ -1,6 +1,7 @@
 #pragma once
 
 #include <sys/resource.h>
+#include <unistd.h>
 
 namespace kalo::test {
 
@@ -8,10 +9,13 @@ namespace kalo::test {
 /// time.
 class NoDescriptors {
  public:
-  NoDescriptors() {
+  /// @param but so many descriptors it can open all the same, such as that of a lock
+  explicit NoDescriptors(rlim_t but = 0) {
     getrlimit(RLIMIT_NOFILE, &usual_);
-    const rlimit none{0, usual_.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none);
+    const int next = dup(STDIN_FILENO);
+    close(next);
+    const rlimit few{static_cast<rlim_t>(next) + but, usual_.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
   }
   NoDescriptors(const NoDescriptors&) = delete;
   NoDescriptors& operator=(const NoDescriptors&) = delete;
