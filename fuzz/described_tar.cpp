@@ -4,7 +4,8 @@
 
 #include <algorithm>
 #include <charconv>
-#include <numeric>
+
+#include "tests/support/tar_header.h"
 
 namespace kalo::fuzz {
 namespace {
@@ -14,7 +15,6 @@ constexpr std::size_t kNameField = 100;
 constexpr std::size_t kPrefixField = 155;
 constexpr std::size_t kOwnerField = 32;
 constexpr std::size_t kMagicField = 8;
-constexpr std::size_t kChecksum = 148;
 constexpr std::string_view kPlainMagic("ustar\00000", kMagicField);
 constexpr std::uint64_t kLargestSize = 077777777777;
 constexpr std::uint64_t kLargestNumber = 07777777;
@@ -62,37 +62,17 @@ DescribedMember ReadLine(std::string_view line) {
   return member;
 }
 
-void Put(std::string& header, std::size_t offset, std::string_view field) {
-  header.replace(offset, field.size(), field);
-}
-
-std::string Octal(std::uint64_t number, std::size_t digits) {
-  std::string text(digits, '0');
-  for (auto digit = text.rbegin(); digit != text.rend(); ++digit, number /= 8) {
-    *digit = static_cast<char>('0' + number % 8);
-  }
-  return text;
-}
-
 std::string Header(const DescribedMember& member) {
-  std::string header(kTarBlock, '\0');
-  Put(header, 0, member.name);
-  Put(header, 100, Octal(member.mode, 7));
-  Put(header, 108, Octal(member.uid, 7));
-  Put(header, 116, Octal(member.gid, 7));
-  Put(header, 124, Octal(member.ClaimedSize(), 11));
-  Put(header, 136, Octal(0, 11));
-  Put(header, kChecksum, "        ");
-  header[156] = member.type;
-  Put(header, 157, member.link);
-  Put(header, 257, member.magic);
-  Put(header, 265, member.owner);
-  Put(header, 345, member.prefix);
-  const auto sum = std::accumulate(header.begin(), header.end(), 0U, [](unsigned total, char c) {
-    return total + static_cast<unsigned char>(c);
-  });
-  Put(header, kChecksum, Octal(sum, 6) + std::string("\0 ", 2));
-  return header;
+  return test::TarHeader({.name = member.name,
+                          .prefix = member.prefix,
+                          .link = member.link,
+                          .owner = member.owner,
+                          .magic = member.magic,
+                          .type = member.type,
+                          .mode = member.mode,
+                          .uid = member.uid,
+                          .gid = member.gid,
+                          .size = member.ClaimedSize()});
 }
 
 // A field of text ends with its first zero.
@@ -140,14 +120,10 @@ BuiltTar BuildTar(const std::vector<DescribedMember>& members) {
   for (const DescribedMember& member : members) {
     tar.headers.emplace(tar.bytes.size(), &member);
     tar.bytes += Header(member) + member.data.value_or("");
-    tar.bytes.resize(WholeBlocks(tar.bytes.size()), member.padding);
+    tar.bytes.resize(test::WholeTarBlocks(tar.bytes.size()), member.padding);
   }
-  tar.bytes.append(2 * kTarBlock, '\0');
+  tar.bytes.append(2 * test::kTarBlock, '\0');
   return tar;
-}
-
-std::uint64_t WholeBlocks(std::uint64_t size) {
-  return (size + kTarBlock - 1) / kTarBlock * kTarBlock;
 }
 
 }  // namespace kalo::fuzz

@@ -48,9 +48,4 @@ struct BuiltTar {
 /// @param members borrowed by the result
 [[nodiscard]] BuiltTar BuildTar(const std::vector<DescribedMember>& members);
 
-/// @return size rounded up to whole tar blocks.
-[[nodiscard]] std::uint64_t WholeBlocks(std::uint64_t size);
-
-inline constexpr std::size_t kTarBlock = 512;
-
 }  // namespace kalo::fuzz

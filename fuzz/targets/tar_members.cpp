@@ -8,6 +8,7 @@
 #include "host/core/unique_fd.h"
 #include "host/update/patch_format/patch_error.h"
 #include "host/update/patch_format/tar_reader.h"
+#include "tests/support/tar_header.h"
 
 namespace kalo::fuzz {
 namespace {
@@ -45,10 +46,11 @@ void ReadAll(patch::TarReader& reader, const BuiltTar& tar) {
     const auto built = tar.headers.find(place);
     Require(built != tar.headers.end(), "a member begins with a header");
     CheckMember(*member, *built->second);
-    Require(ReadData(reader, member->size) == tar.bytes.substr(place + kTarBlock, member->size),
-            "a member's data is what follows its header");
-    end = place + kTarBlock + member->size;
-    place = WholeBlocks(end);
+    Require(
+        ReadData(reader, member->size) == tar.bytes.substr(place + test::kTarBlock, member->size),
+        "a member's data is what follows its header");
+    end = place + test::kTarBlock + member->size;
+    place = test::WholeTarBlocks(end);
   }
   Require(is_zeros(end, tar.bytes.size()), "nothing stands behind the last member");
 }

@@ -1,47 +1,25 @@
 #include "tests/host/update/patch_format/raw_patch.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
-#include <numeric>
-#include <sstream>
 #include <stdexcept>
 
 #include "host/update/patch_format/sha256.h"
+#include "tests/support/tar_header.h"
 
 namespace kalo::test {
 namespace {
 
-constexpr std::size_t kBlock = 512;
-
-std::string Octal(std::uint64_t number, std::size_t digits) {
-  std::ostringstream text;
-  text << std::oct << number;
-  return std::string(digits - text.str().size(), '0') + text.str();
-}
-
-void Put(std::string& header, std::size_t offset, const std::string& field) {
-  header.replace(offset, field.size(), field);
-}
-
 std::string Header(const RawMember& member) {
-  std::string header(kBlock, '\0');
-  Put(header, 0, member.name);
-  Put(header, 100, Octal(member.mode, 7));
-  Put(header, 108, Octal(member.uid, 7));
-  Put(header, 116, Octal(member.gid, 7));
-  Put(header, 124, Octal(member.claimed_size.value_or(member.data.size()), 11));
-  Put(header, 136, Octal(0, 11));
-  Put(header, 148, "        ");
-  header[156] = member.type;
-  Put(header, 157, member.link);
-  Put(header, 257, member.magic);
-  Put(header, 265, member.owner);
-  const auto sum = std::accumulate(header.begin(), header.end(), 0U, [](unsigned total, char c) {
-    return total + static_cast<unsigned char>(c);
-  });
-  Put(header, 148, Octal(sum, 6) + std::string("\0 ", 2));
-  return header;
+  return TarHeader({.name = member.name,
+                    .prefix = "",
+                    .link = member.link,
+                    .owner = member.owner,
+                    .magic = member.magic,
+                    .type = member.type,
+                    .mode = member.mode,
+                    .uid = member.uid,
+                    .gid = member.gid,
+                    .size = member.claimed_size.value_or(member.data.size())});
 }
 
 std::string Digest(const std::string& data) {
@@ -56,9 +34,9 @@ std::string TarBytes(const std::vector<RawMember>& members) {
   std::string bytes;
   for (const RawMember& member : members) {
     bytes += Header(member) + member.data;
-    bytes.resize((bytes.size() + kBlock - 1) / kBlock * kBlock, '\0');
+    bytes.resize(WholeTarBlocks(bytes.size()), '\0');
   }
-  return bytes + std::string(2 * kBlock, '\0');
+  return bytes + std::string(2 * kTarBlock, '\0');
 }
 
 std::string RawPatch::RightManifest() const {
