@@ -12,7 +12,6 @@
 
 #include "host/core/folder.h"
 #include "host/core/log.h"
-#include "host/mesh/wire.h"
 #include "host/update/download/fetch_patch.h"
 #include "host/update/feed/feed_client.h"
 #include "host/update/node_client.h"
@@ -22,6 +21,7 @@
 #include "platform/paths.h"
 #include "platform/update/group_update.h"
 #include "platform/update/update_util.h"
+#include "programs/kalomeshupgrade/late_start.h"
 
 namespace kalo::equal {
 namespace {
@@ -36,7 +36,6 @@ using KALO::MESH::SDK::Upgrade::UpdateUtil;
 constexpr int kPercentWhenHandedOut = 30;  // the rest is the mesh service's
 constexpr std::chrono::milliseconds kLook{1000};
 constexpr int kMostMissedLooks = 60;
-constexpr int kLooksForALateStart = 10;
 constexpr std::uint32_t kCodeMask = 0xFFFF;
 
 void WriteProgress(const char* step, int percent) {
@@ -69,22 +68,9 @@ Client::SystemUpdateProgress AskProgress() {
   }
 }
 
-// An answer that came too late, or was lost, says nothing: the update may begin yet, after the
-// service has asked all nodes once more. As long as nobody tells, it is taken to run.
-bool RunsAllTheSame(std::uint16_t code) {
-  if (code != static_cast<std::uint16_t>(mesh::MeshCode::kTimedOut) &&
-      code != static_cast<std::uint16_t>(mesh::MeshCode::kConnectionLost)) {
-    return false;
-  }
-  bool is_idle = false;
-  for (int look = 0; look < kLooksForALateStart; ++look) {
-    std::this_thread::sleep_for(kLook);
-    const Client::SystemUpdateProgress progress = AskProgress();
-    is_idle = progress.code == 0 &&
-              (progress.step == "none" || progress.step == "finish" || progress.step == "failed");
-    if (progress.code == 0 && !is_idle) return true;
-  }
-  return !is_idle;
+Client::SystemUpdateProgress AskProgressLater() {
+  std::this_thread::sleep_for(kLook);
+  return AskProgress();
 }
 
 void EmptyStore(const char* folder) {
@@ -109,7 +95,7 @@ void EqualUpdate::Run() {
     ThrowIfStopAsked();
     const auto client = Client::MeshClientFactory::GetClient();
     const auto code = static_cast<std::uint16_t>(client->StartSystemUpdate() & kCodeMask);
-    if (code != 0 && !RunsAllTheSame(code)) {
+    if (code != 0 && !RunsAllTheSame(code, AskProgressLater)) {
       throw EqualUpdateError("the mesh service does not start the update: " +
                              Client::ErrorCodeToSemanticString(code));
     }

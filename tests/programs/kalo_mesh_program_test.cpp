@@ -11,11 +11,14 @@
 #include <string>
 #include <vector>
 
+#include "box/setup/certificates.h"
 #include "host/core/file_io.h"
 #include "host/core/spawn.h"
 #include "host/core/unique_fd.h"
 #include "programs/kalo-mesh/failure.h"
 #include "programs/kalo-mesh/session_file.h"
+#include "services/feedd/feed_server.h"
+#include "tests/support/public_authority.h"
 
 namespace kalo::cli {
 namespace {
@@ -66,6 +69,22 @@ TEST(KaloMesh, AServerThatIsNotThereEndsWith4) {
       RunProgram({"--session", "/tmp/session.json", "--connect-timeout", "0", "nodes"});
   EXPECT_EQ(result.status, kNotReachable) << result.err;
   EXPECT_THAT(result.err, testing::HasSubstr("https://127.0.0.1:1"));
+}
+
+// Whoever gets a public authority to vouch for the router's name must not get the session's cookie.
+TEST(KaloMesh, OnlyTheSessionsAuthorityVouchesForTheRouter) {
+  const box::CertificateAuthority authority("Everybody's");
+  const box::Credential router = authority.Issue({"router", {}, {"127.0.0.1"}});
+  const feedd::FeedServer server({"/tmp", "127.0.0.1", 0, router.certificate, router.key});
+  const test::PublicAuthority everybodys(authority.Certificate());
+  const auto ask = [&](const box::CertificateAuthority& trusted) {
+    std::ofstream("/tmp/ca.pem") << trusted.Certificate();
+    SaveSession("/tmp/session.json", {server.Url(), "/tmp/ca.pem", "c", "t"});
+    return RunProgram({"--session", "/tmp/session.json", "--connect-timeout", "0", "nodes"}).err;
+  };
+  const char* complaint = "Its certificate does not come from the authority in /tmp/ca.pem";
+  EXPECT_THAT(ask(box::CertificateAuthority("The router's")), testing::HasSubstr(complaint));
+  EXPECT_THAT(ask(authority), testing::Not(testing::HasSubstr(complaint)));
 }
 
 TEST(KaloMesh, PatchesAreNamedByTheirModel) {

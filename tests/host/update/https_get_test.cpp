@@ -9,6 +9,7 @@
 #include "platform/paths.h"
 #include "services/feedd/feed_server.h"
 #include "tests/host/update/temporary_folder.h"
+#include "tests/support/public_authority.h"
 #include "tests/support/script_server.h"
 #include "tests/support/wait.h"
 
@@ -265,6 +266,12 @@ TEST_F(HttpsTrust, RefusesAnotherAuthorityAndAnotherName) {
   std::filesystem::remove(KALO::paths::kFeedAuthorities);
   EXPECT_EQ(GetOverTls({"feed", {}, {"127.0.0.1"}}).result.outcome, FetchOutcome::kUntrusted)
       << "no public authority vouches for it";
+}
+
+TEST_F(HttpsTrust, RefusesWhatOnlyAPublicAuthorityVouchesFor) {
+  const test::PublicAuthority everybodys(authority_.Certificate());
+  Trust(box::CertificateAuthority("Somebody"));
+  EXPECT_EQ(GetOverTls({"feed", {}, {"127.0.0.1"}}).result.outcome, FetchOutcome::kUntrusted);
 }
 
 TEST_F(HttpsTrust, FollowsARedirectToHttps) {

@@ -104,6 +104,18 @@ TEST_F(RegularCheck, AnOlderListThanOneSeenBeforeIsNoOffer) {
   EXPECT_NE(Check("9300"), "-");
 }
 
+// Whoever takes the number for none takes any old list.
+TEST_F(RegularCheck, WithoutTheNumberThatWasSeenBeforeThereIsNoOffer) {
+  feed_.PutList(List(7));
+  const std::filesystem::path folder = KALO::paths::kFeedState;
+  std::filesystem::create_directories(folder.parent_path());
+  std::ofstream{folder};  // beneath a file nothing can be read
+  EXPECT_EQ(Check("9300"), "-");
+  EXPECT_TRUE(log_.WaitFor("kalo_m1: Not a directory"));
+  std::filesystem::remove(folder);
+  EXPECT_NE(Check("9300"), "-");
+}
+
 TEST_F(RegularCheck, AListThatDoesNotCountIsNotRemembered) {
   ReleaseList list = List(99);
   list.expires = 1700000000;

@@ -143,6 +143,20 @@ TEST_F(MeshdProgram, ServesAndEndsCleanlyOnTerm) {
   EXPECT_EQ(ending.status, 0) << ending.text;
 }
 
+// The bus library throws when its loop cannot be told to end.
+TEST_F(MeshdProgram, EndsWithAMessageWhenItCannotEndInOrder) {
+  const PrivateBus bus;
+  MeshdRun meshd({"--interval-ms", "50"}, {"/usr/bin/env", "LD_PRELOAD=" NO_EVENTS});
+  ASSERT_TRUE(WaitUntilServed());
+  const std::filesystem::path barred = "/tmp/no-events";
+  std::ofstream{barred};
+  meshd.Terminate();
+  const Ending ending = meshd.Wait();
+  std::filesystem::remove(barred);
+  EXPECT_EQ(ending.status, 1);
+  EXPECT_THAT(ending.text, HasSubstr("cannot end in order"));
+}
+
 TEST_F(MeshdProgram, EndsWithAnErrorWhenTheBusGoes) {
   PrivateBus bus;
   MeshdRun meshd({"--interval-ms", "50"});
