@@ -38,13 +38,17 @@ int Restart() {
 }
 
 // Everything is installed: whoever follows it must hear that only the restart is missing.
-void ReportNoRestart(const std::string& version) {
+void ReportRestart(const std::string& version, bool is_asked) {
   kalo::node::InstallReport report;
-  report.step = "failed";
+  report.step = is_asked ? "reboot" : "failed";
   report.version = version;
-  report.error_number = kalo::node::error::kGeneral;
-  report.err_desc = "the node cannot be restarted";
-  report.err_msg = std::string(KALO::paths::kRebootProgram) + " could not be run";
+  if (is_asked) {
+    report.percent = kalo::node::kRestartAsked;
+  } else {
+    report.error_number = kalo::node::error::kGeneral;
+    report.err_desc = "the node cannot be restarted";
+    report.err_msg = std::string(KALO::paths::kRebootProgram) + " could not be run";
+  }
   if (!kalo::node::WriteInstallReport(report)) {
     kalo::Log(LOG_ERR, "install: the report cannot be written");
   }
@@ -66,7 +70,7 @@ int InstallAndRestart() {
   kalo::node::Installer installer;
   if (!is_installed && !installer.Run()) return InstallExit::kFailed;
   const int result = Restart();
-  if (result != InstallExit::kOk) ReportNoRestart(kalo::slots::ReadState().version);
+  ReportRestart(kalo::slots::ReadState().version, result == InstallExit::kOk);
   return result;
 }
 
@@ -103,7 +107,7 @@ int FallBack() {
 }
 
 int ShowStatus() {
-  const kalo::node::InstallReport report = kalo::node::ReadInstallReport();
+  const kalo::node::InstallReport report = kalo::node::CurrentReport();
   std::cout << "active slot: " << kalo::slots::ActiveSlot().filename().string() << "\n"
             << "installation: " << report.step << " " << report.percent << "%\n";
   if (report.step == "failed") std::cout << report.err_desc << ": " << report.err_msg << "\n";

@@ -1,11 +1,17 @@
 #include "services/node/install_report.h"
 
+#include <syslog.h>
+
 #include <cerrno>
 #include <charconv>
+#include <optional>
 
 #include "host/core/file_io.h"
+#include "host/core/file_lock.h"
 #include "host/core/key_value_text.h"
+#include "host/core/log.h"
 #include "platform/paths.h"
+#include "services/node/error_codes.h"
 
 namespace kalo::node {
 namespace {
@@ -28,6 +34,28 @@ InstallReport ReadInstallReport() {
   return {values.Get("step").value_or("none"), Number(values, "percent"),
           values.Get("version").value_or(""),  Number(values, "errno"),
           values.Get("err_desc").value_or(""), values.Get("err_msg").value_or("")};
+}
+
+bool TellsOfWork(const InstallReport& report) {
+  return report.step != "none" && report.step != "failed" && report.step != "finish";
+}
+
+InstallReport EndLeftReport() {
+  InstallReport report = ReadInstallReport();
+  if (!TellsOfWork(report) || report.percent >= kRestartAsked) return report;
+  report.step = "failed";
+  report.error_number = error::kGeneral;
+  report.err_desc = "the installation broke off";
+  report.err_msg = "the installer ended without a word";
+  if (!WriteInstallReport(report)) Log(LOG_ERR, "upgrade: the report cannot be written");
+  return report;
+}
+
+InstallReport CurrentReport() {
+  InstallReport report = ReadInstallReport();
+  if (!TellsOfWork(report)) return report;
+  const std::optional<FileLock> lock = FileLock::TryTake(KALO::paths::kInstallLock);
+  return lock ? EndLeftReport() : report;
 }
 
 bool WriteInstallReport(const InstallReport& report) {

@@ -16,8 +16,22 @@ struct InstallReport {
   std::string err_msg;   ///< why
 };
 
+/// The percentage of step "reboot" once the restart was asked for. Up to it the installer works and
+/// holds the install lock; from then on nobody does.
+inline constexpr std::int32_t kRestartAsked = 96;
+
 /// @return the report; step "none" when there is none.
 [[nodiscard]] InstallReport ReadInstallReport();
+
+/// @return whether an installation is under way, if the installer lives.
+[[nodiscard]] bool TellsOfWork(const InstallReport& report);
+
+/// For whoever holds the install lock: what an installer left that died at its work ends as failed.
+/// @return the report as it is now.
+[[nodiscard]] InstallReport EndLeftReport();
+
+/// For everybody else: as ReadInstallReport, and does the above when nobody holds the lock.
+[[nodiscard]] InstallReport CurrentReport();
 
 /// Replaces the report whole.
 /// @return false with errno set on failure.

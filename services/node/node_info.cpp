@@ -84,12 +84,12 @@ Json::Value NodeInfo() {
   answer["staged_version"] = staged ? staged->description.version : "";
   answer["staged_build"] = staged ? staged->description.build : 0;
   answer["staged_nano"] = staged ? staged->description.nano : 0;
-  answer["install"] = ReportOf(ReadInstallReport());
+  answer["install"] = ReportOf(CurrentReport());
   return answer;
 }
 
 Json::Value InstallProgress() {
-  return ReportOf(ReadInstallReport());
+  return ReportOf(CurrentReport());
 }
 
 }  // namespace kalo::node

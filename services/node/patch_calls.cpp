@@ -30,22 +30,6 @@ void Refuse(KALO::APIResponse& response, int code, const std::string& why) {
   response.SetError(code, Json::Value());
 }
 
-bool TellsOfWork(const InstallReport& report) {
-  return report.step != "none" && report.step != "failed" && report.step != "finish";
-}
-
-// Whoever holds the lock and reads of work knows that the installer died at it, unless it waits for
-// the restart.
-void EndLeftReport() {
-  InstallReport report = ReadInstallReport();
-  if (!TellsOfWork(report) || slots::GetUse() == slots::Use::kAwaitsRestart) return;
-  report.step = "failed";
-  report.error_number = error::kGeneral;
-  report.err_desc = "the installation broke off";
-  report.err_msg = "the installer ended without a word";
-  if (!WriteInstallReport(report)) Log(LOG_ERR, "upgrade: the report cannot be written");
-}
-
 // Whoever gives the order to install again, as its answer was lost, must be able to tell the
 // installation that he asked for from anything else that is over in a moment.
 void RefuseWhileBusy(KALO::APIResponse& response) {
@@ -138,7 +122,7 @@ void UploadPatch(const KALO::APIRequest& request, KALO::APIResponse& response) {
   const auto lock = KeepInstallerOut(response);
   if (!lock) return;
   try {
-    EndLeftReport();
+    (void)EndLeftReport();
     const auto keys = patch::KeyRing::Load(KALO::paths::kPatchKeys);
     const patch::VerifyResult patch = patch::VerifyPatch(*file, keys);
     if (!Accepts(patch, response)) return;
@@ -156,7 +140,7 @@ void CleanPatch(const KALO::APIRequest& /*request*/, KALO::APIResponse& response
   const auto lock = KeepInstallerOut(response);
   if (!lock) return;
   try {
-    EndLeftReport();
+    (void)EndLeftReport();
     RemoveStaged();
     response.SetSuccess(Json::Value());
   } catch (const std::exception& e) {

@@ -28,8 +28,13 @@ constexpr std::array<const char*, 3> kAskingJourneys = {"upload", "download", "c
 constexpr std::uint32_t kMostAnswers = 3;
 constexpr std::uint32_t kCallsWithPlug = 600;
 constexpr std::uint32_t kPlugEvery = 20;  // each takes seconds
-constexpr std::uint32_t kCallsOfInstaller = 200;
-constexpr std::size_t kMany = 1000;
+// Of the installer itself, which is the child, and of what starts it and confirms the boot.
+constexpr std::array<std::pair<Side, std::uint32_t>, 2> kInstallerSides = {
+    {{Side::kParent, 60}, {Side::kChild, 900}}};
+constexpr std::uint32_t kPlugsOfInstaller = 15;
+constexpr std::uint32_t kCallsOfLeveller = 6000;
+constexpr std::uint32_t kPlugsOfLeveller = 10;
+constexpr std::size_t kMany = 800;
 
 const char* NameOf(int error) {
   for (const auto& [name, number] : kErrors) {
@@ -79,8 +84,14 @@ std::vector<FaultPoint> PointsBesideCalls(bool slow) {
   for (std::uint32_t nth = 1; nth <= kCallsWithPlug; nth += kPlugEvery) {
     points.push_back({{"download", 0, "webapid-worker", Side::kChild}, Action::kPlug, 0, nth, ""});
   }
-  for (std::uint32_t nth = 1; nth <= kCallsOfInstaller; nth += kPlugEvery) {
-    points.push_back({{"install", 0, "kalo-install", Side::kParent}, Action::kPlug, 0, nth, ""});
+  for (std::uint32_t nth = 1; slow && nth <= kCallsOfLeveller;
+       nth += kCallsOfLeveller / kPlugsOfLeveller) {
+    points.push_back({{"level", 0, "kalomeshupgrade", Side::kParent}, Action::kPlug, 0, nth, ""});
+  }
+  for (const auto& [side, calls] : kInstallerSides) {
+    for (std::uint32_t nth = 1; nth <= calls; nth += calls / kPlugsOfInstaller) {
+      points.push_back({{"install", 0, "kalo-install", side}, Action::kPlug, 0, nth, ""});
+    }
   }
   return points;
 }
@@ -96,11 +107,15 @@ std::vector<Target> AllTargets() {
     targets.push_back({journey, 1, "webapid-worker", Side::kParent});
   }
   targets.push_back({"download", 0, "wget", Side::kParent});
-  for (const int node : {0, 1}) targets.push_back({"install", node, "kalo-install", Side::kParent});
+  for (const auto& [side, calls] : kInstallerSides) {
+    for (const int node : {0, 1}) targets.push_back({"install", node, "kalo-install", side});
+  }
   targets.push_back({"install", 0, "meshd", Side::kParent});
   targets.push_back({"install", 0, "webapid-worker", Side::kParent});
   targets.push_back({"install", 1, "webapid-worker", Side::kParent});
-  targets.push_back({"level", 0, "webapid-worker", Side::kParent});
+  for (const Side side : {Side::kParent, Side::kChild}) {
+    targets.push_back({"level", 0, "webapid-worker", side});
+  }
   targets.push_back({"level", 0, "kalomeshupgrade", Side::kParent});
   return targets;
 }

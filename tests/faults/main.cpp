@@ -33,7 +33,6 @@ struct Options {
   bool verbose = false;
 };
 
-constexpr std::uint32_t kUsualCalls = 100;
 // A run of many points of all kinds in which the faults do not come about proves nothing.
 constexpr std::size_t kManyPoints = 100;
 constexpr double kMustBeInjected = 0.8;
@@ -42,6 +41,12 @@ constexpr double kMustBeInjected = 0.8;
 double ShareOf(const Target& target) {
   if (target.Installs()) return 1.0 / 24;
   return target.program == "meshd" ? 1.0 / 3 : 1;
+}
+
+// How many calls a program makes while something is installed, at least about.
+std::size_t UsualCalls(const Target& target) {
+  if (target.side == Side::kParent) return 100;
+  return target.program == "kalo-install" ? 800 : 20;
 }
 
 // What a fault takes, about.
@@ -103,7 +108,7 @@ void Runner::BringMesh(const std::string& journey) {
 // usual number of calls does, of which some are not reached.
 std::vector<std::uint32_t> Runner::CallsOf(const Target& target) {
   if (target.Installs() && options_.count != 0) {
-    std::vector<std::uint32_t> usual(kUsualCalls);
+    std::vector<std::uint32_t> usual(UsualCalls(target));
     std::iota(usual.begin(), usual.end(), 1);
     return usual;
   }

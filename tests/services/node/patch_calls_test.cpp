@@ -120,6 +120,30 @@ TEST_F(PatchCalls, AnInstallerThatDiedIsNotTakenForWorking) {
   EXPECT_EQ(ReadInstallReport().err_desc, "the installation broke off");
 }
 
+// The mesh service asks each second and would wait for minutes for a sign of it.
+TEST_F(PatchCalls, NobodyIsToldOfAnInstallationWhoseInstallerDied) {
+  for (Json::Value (*ask)() :
+       {+[] { return NodeInfo()["install"]; }, +[] { return InstallProgress(); }}) {
+    ASSERT_TRUE(WriteInstallReport({"updating_programs", 30, kNext, 0, "", ""}));
+    {
+      const auto installer = FileLock::TryTake(KALO::paths::kInstallLock);
+      EXPECT_EQ(ask()["step"], "updating_programs");
+    }
+    const Json::Value report = ask();
+    EXPECT_EQ(report["step"], "failed");
+    EXPECT_EQ(report["errno"], error::kGeneral);
+    EXPECT_EQ(report["err_desc"], "the installation broke off");
+    EXPECT_EQ(ReadInstallReport().step, "failed");
+  }
+}
+
+TEST_F(PatchCalls, ANodeThatIsAboutToRestartIsTold) {
+  ASSERT_TRUE(WriteInstallReport({"reboot", kRestartAsked, kNext, 0, "", ""}));
+  EXPECT_EQ(InstallProgress()["step"], "reboot");
+  ASSERT_TRUE(WriteInstallReport({"reboot", kRestartAsked - 1, kNext, 0, "", ""}));
+  EXPECT_EQ(InstallProgress()["step"], "failed") << "it died before it asked for the restart";
+}
+
 TEST_F(PatchCalls, APatchWhoseLocatorCannotBeWrittenIsNotStaged) {
   WriteText("/etc/kalo/node.conf", "id=\"0\"\nname=\"Hall\"\n");
   fs::create_directory(KALO::paths::kFullPatchLocator);
