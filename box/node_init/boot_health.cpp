@@ -13,7 +13,7 @@ namespace kalo::box {
 namespace {
 
 constexpr std::size_t kMaxConfiguration = 65536;
-constexpr std::chrono::seconds kConfirmPause{1};
+constexpr std::chrono::seconds kPause{1};
 
 }  // namespace
 
@@ -50,20 +50,26 @@ bool Answers(const MeshPort& port) {
 }
 
 void BootHealth::Tick(Clock::time_point now) {
-  if (verdict_ != Verdict::kOpen || running_ != Running::kNone) return;
+  if (verdict_ == Verdict::kHealthy || running_ != Running::kNone || now < not_before_) return;
   if (now >= deadline_) {
     verdict_ = Verdict::kBad;
-    running_ = Running::kFallback;
-    doors_.run_installer("fallback");
-  } else if (now >= not_before_ && doors_.server_answers()) {
-    not_before_ = now + kConfirmPause;
-    running_ = Running::kConfirm;
-    doors_.run_installer("confirm");
+    if (fallbacks_left_ == 0) return;
+    --fallbacks_left_;
+    Run(Running::kFallback, "fallback", now);
+  } else if (doors_.server_answers()) {
+    Run(Running::kConfirm, "confirm", now);
   }
+}
+
+void BootHealth::Run(Running what, const char* word, Clock::time_point now) {
+  not_before_ = now + kPause;
+  running_ = what;
+  doors_.run_installer(word);
 }
 
 void BootHealth::OnInstallerExit(int status) {
   if (running_ == Running::kConfirm && status == 0) verdict_ = Verdict::kHealthy;
+  if (running_ == Running::kFallback && status == 0) fallbacks_left_ = 0;
   running_ = Running::kNone;
 }
 

@@ -20,8 +20,8 @@ struct MeshPort {
 [[nodiscard]] bool Answers(const MeshPort& port);
 
 /// Decides whether a boot was good: a server that answers before the deadline. The installer is
-/// told once, "confirm" or "fallback"; a "confirm" that fails is tried again, a second apart, until
-/// the deadline.
+/// told "confirm" or "fallback". What fails is tried again, a second apart: a "confirm" until the
+/// deadline, a "fallback" twice; a boot without a verdict keeps every installation out.
 class BootHealth {
  public:
   using Clock = std::chrono::steady_clock;
@@ -44,11 +44,14 @@ class BootHealth {
  private:
   enum class Running { kNone, kConfirm, kFallback };
 
+  void Run(Running what, const char* word, Clock::time_point now);
+
   Doors doors_;
   Clock::time_point deadline_;
   Verdict verdict_ = Verdict::kOpen;
   Running running_ = Running::kNone;
-  Clock::time_point not_before_;  ///< no further "confirm" earlier than this
+  Clock::time_point not_before_;  ///< nothing is tried again earlier than this
+  int fallbacks_left_ = 3;
 };
 
 }  // namespace kalo::box

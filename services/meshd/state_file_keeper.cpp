@@ -1,5 +1,6 @@
 #include "services/meshd/state_file_keeper.h"
 
+#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -52,8 +53,12 @@ bool WriteProgress(const char* step, int percent) {
          KLIBCFileSetKeyValue(paths::kUpgradeProgress, "percent", number.c_str(), 0) > 0;
 }
 
-bool EqualUpdateRuns() {
-  return KLIBCReadPidFile(paths::kEqualUpdatePid) > 0;
+// The equal-version update died at its work, before the service began to install for it: its
+// process id file is there and is nobody's, and the service's last update is older.
+bool EqualUpdateDied(const UpdateRecord& record) {
+  struct stat file {};
+  return KLIBCReadPidFile(paths::kEqualUpdatePid) == 0 &&
+         lstat(paths::kEqualUpdatePid, &file) == 0 && record.begun < file.st_mtim.tv_sec;
 }
 
 void RemoveDownloadProgress() {
@@ -83,11 +88,11 @@ void StateFileKeeper::Keep(const UpdateRecord& record) {
   bool written = true;
   if (record.state == UpdateState::kRunning) {
     written = WriteProgress("upgrading", PercentToShow(record.total));
-  } else if (InFile("step") == "upgrading" && !EqualUpdateRuns()) {
+  } else if (InFile("step") == "upgrading" && KLIBCReadPidFile(paths::kEqualUpdatePid) <= 0) {
     // The download's file first: once the upgrade's no longer says "upgrading" nobody comes back
     // for it.
     RemoveDownloadProgress();
-    const bool finished = record.state == UpdateState::kFinished;
+    const bool finished = record.state == UpdateState::kFinished && !EqualUpdateDied(record);
     written = WriteProgress(finished ? "finished" : "failed", finished ? 100 : 0);
   }
   for (const char* path : {paths::kDownloadProgress, paths::kUpgradeProgress}) {

@@ -11,8 +11,9 @@ namespace kalo::meshd {
 ///  - An update runs: the file says "upgrading" and the update's own total, whatever it said; only
 ///    a higher percentage stays.
 ///  - None runs, and the file says "upgrading": nobody else will end that, unless the equal-version
-///    update runs. So it becomes "finished" 100 or "failed" 0, as the last update ended, and the
-///    download's progress file goes too unless a download or an upload holds the patch lock.
+///    update runs. So it becomes "finished" 100 or "failed" 0, as the last update ended ("failed"
+///    when the equal-version update died before it began), and the download's progress file goes
+///    too unless a download or an upload holds the patch lock.
 ///  - Any other word is somebody else's and stays.
 ///  - Either progress file has a step and no percentage: who wrote it died, or could not write, in
 ///    between, and every request would refuse the file from then on. It gets the percentage 0; one

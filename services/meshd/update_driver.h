@@ -19,8 +19,9 @@ struct UpdateTiming {
   std::chrono::milliseconds start{60000};  ///< for a node to take the order to install
   /// for a sign that the installation goes on: another step, a higher percentage, the new boot
   std::chrono::milliseconds install{180000};
-  /// for a node's new installer to replace the report of an earlier failure
-  std::chrono::milliseconds old_failure{10000};
+  /// for a node's new installer to replace the report of an earlier failure; a new failure that
+  /// follows so soon waits as long until it counts
+  std::chrono::milliseconds old_failure{3000};
 };
 
 /// When an update began and who wanted it, as UpdateRecord has it.

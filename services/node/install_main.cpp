@@ -28,30 +28,24 @@ namespace {
 
 using kalo::node::InstallExit;
 
-int Restart() {
-  const pid_t pid = kalo::Spawn({KALO::paths::kRebootProgram});
-  if (pid < 0 || kalo::WaitForExit(pid) != 0) {
-    kalo::Log(LOG_ERR, "install: %s could not be run", KALO::paths::kRebootProgram);
-    return InstallExit::kFailed;
-  }
-  return InstallExit::kOk;
-}
-
-// Everything is installed: whoever follows it must hear that only the restart is missing.
-void ReportRestart(const std::string& version, bool is_asked) {
-  kalo::node::InstallReport report;
-  report.step = is_asked ? "reboot" : "failed";
-  report.version = version;
-  if (is_asked) {
-    report.percent = kalo::node::kRestartAsked;
-  } else {
-    report.error_number = kalo::node::error::kGeneral;
-    report.err_desc = "the node cannot be restarted";
-    report.err_msg = std::string(KALO::paths::kRebootProgram) + " could not be run";
-  }
+void Report(const kalo::node::InstallReport& report) {
   if (!kalo::node::WriteInstallReport(report)) {
     kalo::Log(LOG_ERR, "install: the report cannot be written");
   }
+}
+
+// @param installed the version that waits for the restart; empty on the way back
+int RestartInto(const std::string& installed) {
+  const pid_t pid = kalo::Spawn({KALO::paths::kRebootProgram});
+  // The restart ends this process too, before or after it hears that it was granted.
+  if (pid >= 0) Report({"reboot", kalo::node::kRestartAsked, installed, 0, "", ""});
+  if (pid >= 0 && kalo::WaitForExit(pid) == 0) return InstallExit::kOk;
+  const std::string why = std::string(KALO::paths::kRebootProgram) + " could not be run";
+  kalo::Log(LOG_ERR, "install: %s", why.c_str());
+  // Everything is installed: whoever follows it must hear that only the restart is missing.
+  Report(
+      {"failed", 0, installed, kalo::node::error::kGeneral, "the node cannot be restarted", why});
+  return InstallExit::kFailed;
 }
 
 // Whether something else was handed in since what now waits for its restart.
@@ -69,15 +63,14 @@ int InstallAndRestart() {
   }
   kalo::node::Installer installer;
   if (!is_installed && !installer.Run()) return InstallExit::kFailed;
-  const int result = Restart();
-  ReportRestart(kalo::slots::ReadState().version, result == InstallExit::kOk);
-  return result;
+  return RestartInto(kalo::slots::ReadState().version);
 }
 
 // Returns as soon as the installation holds the lock; it goes on in a session of its own.
 int Start(bool foreground) {
-  const std::optional<kalo::FileLock> lock = kalo::FileLock::TryTake(KALO::paths::kInstallLock);
-  if (!lock) return errno == EWOULDBLOCK ? InstallExit::kBusy : InstallExit::kFailed;
+  const std::optional<kalo::FileLock> lock =
+      kalo::FileLock::TakeWithin(KALO::paths::kInstallLock, kalo::node::kInstallLockPatience);
+  if (!lock) return errno == ETIMEDOUT ? InstallExit::kBusy : InstallExit::kFailed;
   if (kalo::slots::GetUse() == kalo::slots::Use::kAwaitsVerdict) {
     kalo::Log(LOG_ERR, "install: the boot is not judged yet");
     return InstallExit::kBusy;
@@ -103,7 +96,7 @@ int Confirm() {
 }
 
 int FallBack() {
-  return kalo::node::GiveUpBoot() ? Restart() : InstallExit::kFailed;
+  return kalo::node::GiveUpBoot() ? RestartInto("") : InstallExit::kFailed;
 }
 
 int ShowStatus() {

@@ -18,6 +18,11 @@ namespace {
 
 constexpr std::size_t kMaxReport = 65536;
 
+// Whether the installer must be at it, if it lives.
+bool NeedsInstaller(const InstallReport& report) {
+  return TellsOfWork(report) && report.percent < kRestartAsked;
+}
+
 std::int32_t Number(const KeyValueText& values, const char* key) {
   const std::string text = values.Get(key).value_or("");
   std::int32_t number = 0;
@@ -42,7 +47,7 @@ bool TellsOfWork(const InstallReport& report) {
 
 InstallReport EndLeftReport() {
   InstallReport report = ReadInstallReport();
-  if (!TellsOfWork(report) || report.percent >= kRestartAsked) return report;
+  if (!NeedsInstaller(report)) return report;
   report.step = "failed";
   report.error_number = error::kGeneral;
   report.err_desc = "the installation broke off";
@@ -53,7 +58,7 @@ InstallReport EndLeftReport() {
 
 InstallReport CurrentReport() {
   InstallReport report = ReadInstallReport();
-  if (!TellsOfWork(report)) return report;
+  if (!NeedsInstaller(report)) return report;
   const std::optional<FileLock> lock = FileLock::TryTake(KALO::paths::kInstallLock);
   return lock ? EndLeftReport() : report;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -32,6 +33,9 @@ inline constexpr std::int32_t kRestartAsked = 96;
 
 /// For everybody else: as ReadInstallReport, and does the above when nobody holds the lock.
 [[nodiscard]] InstallReport CurrentReport();
+
+/// How long to wait for the install lock: whoever does the above holds it for a moment.
+inline constexpr std::chrono::milliseconds kInstallLockPatience{200};
 
 /// Replaces the report whole.
 /// @return false with errno set on failure.

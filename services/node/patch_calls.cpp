@@ -42,8 +42,8 @@ void RefuseWhileBusy(KALO::APIResponse& response) {
 
 // Staging and installing keep each other out by the install lock.
 std::optional<FileLock> KeepInstallerOut(KALO::APIResponse& response) {
-  auto lock = FileLock::TryTake(KALO::paths::kInstallLock);
-  if (!lock && errno == EWOULDBLOCK) {
+  auto lock = FileLock::TakeWithin(KALO::paths::kInstallLock, kInstallLockPatience);
+  if (!lock && errno == ETIMEDOUT) {
     RefuseWhileBusy(response);
   } else if (!lock) {
     Refuse(response, error::kGeneral,
@@ -141,6 +141,8 @@ void CleanPatch(const KALO::APIRequest& /*request*/, KALO::APIResponse& response
   if (!lock) return;
   try {
     (void)EndLeftReport();
+    // What was installed and never restarted into is dropped as well.
+    if (slots::GetUse() == slots::Use::kAwaitsRestart) slots::CallOff();
     RemoveStaged();
     response.SetSuccess(Json::Value());
   } catch (const std::exception& e) {

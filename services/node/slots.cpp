@@ -212,7 +212,17 @@ void CallOff() {
 void ActivateForTrial(const std::string& version) {
   const std::string active = ActiveSlot().filename();
   WriteState({Trial::kArmed, active, version, ""});
-  FlipLink(Other(active));
+  try {
+    FlipLink(Other(active));
+  } catch (const std::system_error&) {
+    // The link may be flipped all the same, and only not be on the disk.
+    try {
+      CallOff();
+    } catch (const std::system_error& e) {
+      Log(LOG_ERR, "slots: the next boot may try slot %s: %s", Other(active), e.what());
+    }
+    throw;
+  }
 }
 
 void EndTrial() {

@@ -66,6 +66,16 @@ TEST_F(BootHealthTest, AServerThatIsSilentUntilTheDeadlineFallsBackOnce) {
   EXPECT_EQ(words_, Words{"fallback"});
 }
 
+TEST_F(BootHealthTest, AFallbackThatFailsIsTriedAgainTwice) {
+  for (int second = 30; second < 40; ++second) {
+    Tick(seconds(second));
+    health_.OnInstallerExit(1);
+    Tick(seconds(second) + milliseconds(500));
+  }
+  EXPECT_EQ(words_, (Words{"fallback", "fallback", "fallback"}));
+  EXPECT_EQ(health_.Get(), Verdict::kBad);
+}
+
 TEST(MeshPort, ComesFromTheServersConfiguration) {
   std::ofstream("/tmp/webapid.json") << R"({"address":"127.0.0.3","mesh_port":9443})";
   const MeshPort port = ReadMeshPort("/tmp/webapid.json");

@@ -100,7 +100,7 @@ void FaultMesh::PublishUsual() {
   box_->Publish({"kalo_m1-offer-76005"});
   box_->Publish({"kalo_m1-offer-76010"});
   // A beta release is not in its model's regular list: so the second feed is asked too.
-  box_->Publish({"kalo_m2-offer-76010"}, {"--phase", "Beta"});
+  box_->Publish({"kalo_m2-offer-76010"}, {"--phase", "Beta", "--field-build", "76005"});
   for (int id = 0; id < kNodes; ++id) {
     patches_.at(static_cast<std::size_t>(id)) =
         ReadAll(Patches() / (Model(id) + "-offer-76010.patch"));

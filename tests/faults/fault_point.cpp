@@ -30,8 +30,10 @@ constexpr std::uint32_t kCallsWithPlug = 600;
 constexpr std::uint32_t kPlugEvery = 20;  // each takes seconds
 // Of the installer itself, which is the child, and of what starts it and confirms the boot.
 constexpr std::array<std::pair<Side, std::uint32_t>, 2> kInstallerSides = {
-    {{Side::kParent, 60}, {Side::kChild, 900}}};
+    {{Side::kParent, 60}, {Side::kChild, 1150}}};
 constexpr std::uint32_t kPlugsOfInstaller = 15;
+// Its last ones make what is installed the next boot's; each of them counts.
+constexpr std::uint32_t kCallsOfActivation = 50;
 constexpr std::uint32_t kCallsOfLeveller = 6000;
 constexpr std::uint32_t kPlugsOfLeveller = 10;
 constexpr std::size_t kMany = 800;
@@ -92,6 +94,9 @@ std::vector<FaultPoint> PointsBesideCalls(bool slow) {
     for (std::uint32_t nth = 1; nth <= calls; nth += calls / kPlugsOfInstaller) {
       points.push_back({{"install", 0, "kalo-install", side}, Action::kPlug, 0, nth, ""});
     }
+    for (std::uint32_t nth = calls - kCallsOfActivation; slow && nth <= calls; ++nth) {
+      points.push_back({{"install", 0, "kalo-install", side}, Action::kPlug, 0, nth, ""});
+    }
   }
   return points;
 }
@@ -117,6 +122,7 @@ std::vector<Target> AllTargets() {
     targets.push_back({"level", 0, "webapid-worker", side});
   }
   targets.push_back({"level", 0, "kalomeshupgrade", Side::kParent});
+  targets.push_back({"level", 0, "kalo-install", Side::kChild});
   return targets;
 }
 

@@ -1,5 +1,6 @@
 #include "tests/faults/journey.h"
 
+#include <array>
 #include <stdexcept>
 
 #include "platform/paths.h"
@@ -67,7 +68,7 @@ void Follow(FaultMesh& mesh, Outcome& outcome) {
       kJobDeadline);
   outcome.words += "ended as " + step + "; ";
   if (!ended) outcome.broken = "a download does not end";
-  if (is_lie) outcome.broken = "a dead job is told as downloading";
+  if (is_lie) outcome.broken = "a dead job is told as running";
   const std::string nodes = mesh.Node(0).Read(KALO::paths::kUpgradeProgress);
   outcome.success = step == "finished" && nodes.find("ready_upgrade") != std::string::npos;
   // A node whose list or model could not be read is left out by the check. What other checks found
@@ -75,10 +76,14 @@ void Follow(FaultMesh& mesh, Outcome& outcome) {
   const std::string found =
       journeys::ValueIn(mesh.Node(0).Read(KALO::paths::kPatchInformation), "uniques_promo");
   for (int node = 0; outcome.success && node < 2; ++node) {
+    if (HoldsPatch(mesh, node)) continue;
+    const std::string name = "node " + std::to_string(node);
     const std::string model = "kalo_m" + std::to_string(node + 1) + "  " + std::to_string(node);
-    if (found.find(model) != std::string::npos && !HoldsPatch(mesh, node)) {
-      outcome.broken = "a download finished, and node " + std::to_string(node) + " has no patch";
+    if (found.find(model) != std::string::npos) {
+      outcome.broken = "a download finished, and " + name + " has no patch";
     }
+    outcome.words += name + " has no patch; ";
+    outcome.success = false;
   }
 }
 
@@ -123,15 +128,42 @@ Outcome Clean(FaultMesh& mesh) {
   return outcome;
 }
 
+// Whether a node tells of an installation at which nobody works, and which waits for no restart.
+class DeadInstallers {
+ public:
+  explicit DeadInstallers(const FaultMesh& mesh) : mesh_(mesh) {}
+
+  [[nodiscard]] bool AreToldTooLong() {
+    bool are = false;
+    for (int node = 0; node < 2; ++node) {
+      const auto asked = DeadJob::Clock::now();
+      const bool works = !mesh_.Node(node).IsFree(KALO::paths::kInstallLock);
+      const std::string report = mesh_.Node(node).Read(KALO::paths::kInstallReport);
+      const std::string step = journeys::ValueIn(report, "step");
+      const std::string percent = journeys::ValueIn(report, "percent");
+      const bool is_told = !step.empty() && step != "none" && step != "failed" &&
+                           step != "finish" && percent != "96";
+      are = jobs_.at(static_cast<std::size_t>(node)).IsToldTooLong(asked, is_told, works) || are;
+    }
+    return are;
+  }
+
+ private:
+  const FaultMesh& mesh_;
+  std::array<DeadJob, 2> jobs_;
+};
+
 // Follows an update until nothing says any more that one is under way. The CAP restarts meanwhile.
 void FollowUpdate(FaultMesh& mesh, Outcome& outcome) {
   DeadJob job;
+  DeadInstallers installers(mesh);
   bool is_lie = false;
   const auto runs = [&] {
     const auto asked = DeadJob::Clock::now();
     const std::string word = mesh.StatusWord();
     const bool is_told = word == "downloading";
-    is_lie = job.IsToldTooLong(asked, is_told, is_told && IsDownloading(mesh));
+    is_lie = job.IsToldTooLong(asked, is_told, is_told && IsDownloading(mesh)) ||
+             installers.AreToldTooLong();
     if (is_lie) return false;
     return word == "upgrading" || is_told || word.starts_with('-') ||
            mesh.Node(0).Count("kalomeshupgrade") > 0;
@@ -141,7 +173,7 @@ void FollowUpdate(FaultMesh& mesh, Outcome& outcome) {
   if (!test::WaitFor([&] { return !runs(); }, kJobDeadline)) {
     outcome.broken = "an update does not end";
   }
-  if (is_lie) outcome.broken = "a dead job is told as downloading";
+  if (is_lie) outcome.broken = "a dead job is told as running";
   outcome.words += "runs " + mesh.Running(0) + ", " + mesh.Running(1) + "; ";
 }
 

@@ -188,8 +188,20 @@ TEST_F(StateFileKeeperTest, TheEqualUpdateEndsItsOwnFile) {
     keeper_.Keep(Record(UpdateState::kFinished, 100));
     ExpectFile("upgrading", "20");
   }
-  keeper_.Keep(Record(UpdateState::kFinished, 100));
+  UpdateRecord its_own = Record(UpdateState::kFinished, 100);
+  its_own.begun = std::time(nullptr) + 1;
+  keeper_.Keep(its_own);
   ExpectFile("finished", "100");
+}
+
+// What it handed out waits at the nodes; the service's last update is another one.
+TEST_F(StateFileKeeperTest, AnEqualUpdateThatDiedBeforeItInstalledIsNotFinished) {
+  Write(paths::kUpgradeProgress, "step=upgrading\npercent=20\n");
+  { const OtherPidFile killed(paths::kEqualUpdatePid); }
+  UpdateRecord earlier = Record(UpdateState::kFinished, 100);
+  earlier.begun = std::time(nullptr) - 3600;
+  keeper_.Keep(earlier);
+  ExpectFile("failed", "0");
 }
 
 TEST_F(StateFileKeeperTest, ADownloadThatNobodyRunsIsEnded) {

@@ -125,6 +125,18 @@ TEST_F(Installing, AChangedSmallUpdateFailsTheWholeInstallation) {
   ExpectOldVersionStays();
 }
 
+// Whoever follows it would take an installer that is gone for dead.
+TEST_F(Installing, ThatTheRestartIsAskedForIsTold) {
+  StageNext();
+  WriteText(KALO::paths::kRebootProgram,
+            "#!/bin/sh\nfor i in $(seq 500); do\n"
+            "  grep -q 'percent=\"96\"' /run/kalo/install && exit 0; sleep 0.01\ndone\nexit 1\n");
+  fs::permissions(KALO::paths::kRebootProgram, fs::perms(0755));
+  EXPECT_EQ(std::system(KALO_INSTALL " start --foreground"), 0);
+  EXPECT_EQ(ReadInstallReport().step, "reboot");
+  EXPECT_EQ(ReadInstallReport().version, kNext);
+}
+
 // The restart may fail, or take a while: what runs must not be written over meanwhile.
 TEST_F(Installing, AMissingRestartIsToldAndTriedAgainWithoutInstallingAgain) {
   constexpr const char* kInstall = KALO_INSTALL " start --foreground";

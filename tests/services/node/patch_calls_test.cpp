@@ -7,6 +7,7 @@
 #include "services/node/error_codes.h"
 #include "services/node/installer.h"
 #include "services/node/node_info.h"
+#include "services/node/slots.h"
 #include "services/node/stage.h"
 #include "tests/services/node/support.h"
 
@@ -163,6 +164,16 @@ TEST_F(PatchCalls, CleanDropsTheStagedPatchAndTheLocatorAndNothingElse) {
   EXPECT_TRUE(fs::exists(KALO::paths::kUpgradeProgress));
   EXPECT_TRUE(fs::exists("/volume1/@mesh_full/x"));
   EXPECT_TRUE(Call(CleanPatch).IsSuccess());
+}
+
+// A restart for another reason would boot it, and nobody wants it any more.
+TEST_F(PatchCalls, CleanCallsOffWhatWaitsForItsRestart) {
+  ASSERT_TRUE(Upload(MakePatch(kNext)).IsSuccess());
+  ASSERT_TRUE(Installer().Run());
+  ASSERT_EQ(slots::GetUse(), slots::Use::kAwaitsRestart);
+  EXPECT_TRUE(Call(CleanPatch).IsSuccess());
+  EXPECT_EQ(slots::GetUse(), slots::Use::kFree);
+  EXPECT_EQ(slots::ActiveSlot().filename(), "a");
 }
 
 TEST_F(PatchCalls, OnTheMainRouterAFullPatchIsWhereThePrecheckLooks) {
