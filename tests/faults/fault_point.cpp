@@ -36,6 +36,8 @@ constexpr std::uint32_t kPlugsOfInstaller = 15;
 constexpr std::uint32_t kCallsOfActivation = 50;
 constexpr std::uint32_t kCallsOfLeveller = 6000;
 constexpr std::uint32_t kPlugsOfLeveller = 10;
+// How often the mesh service writes anew what it knows of an update, about.
+constexpr std::uint32_t kSavesOfUpdate = 20;
 constexpr std::size_t kMany = 800;
 
 const char* NameOf(int error) {
@@ -85,6 +87,12 @@ std::vector<FaultPoint> PointsBesideCalls(bool slow) {
   }
   for (std::uint32_t nth = 1; nth <= kCallsWithPlug; nth += kPlugEvery) {
     points.push_back({{"download", 0, "webapid-worker", Side::kChild}, Action::kPlug, 0, nth, ""});
+  }
+  for (const char* journey : {"install", "level"}) {
+    for (std::uint32_t nth = 1; slow && nth <= kSavesOfUpdate; ++nth) {
+      points.push_back(
+          {{journey, 0, "meshd", Side::kParent}, Action::kKill, 0, nth, "", "renameat"});
+    }
   }
   for (std::uint32_t nth = 1; slow && nth <= kCallsOfLeveller;
        nth += kCallsOfLeveller / kPlugsOfLeveller) {

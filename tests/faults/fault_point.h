@@ -46,7 +46,8 @@ struct FaultPoint {
 
 /// @return the points that are no single call: every journey under every condition; answers that
 ///         are spoiled on their way from a node; the CAP's plug pulled at one in twenty calls of
-///         a request, and now and then while something is installed.
+///         a request, and now and then while something is installed; the mesh service killed at
+///         each of its notes of an update.
 /// @param slow also those that wait until a node is given up, while nodes come to one version, and
 ///         at each call of an installation's last step
 [[nodiscard]] std::vector<FaultPoint> PointsBesideCalls(bool slow);

@@ -186,9 +186,9 @@ std::map<std::string, FileState> NodeView::Files() const {
   return files;
 }
 
-Digests NodeView::Programs() const {
+Digests NodeView::Programs(const std::string& folder) const {
   Digests programs;
-  const fs::path root = In("/usr/kalo");
+  const fs::path root = In(folder);
   std::error_code error;
   for (fs::recursive_directory_iterator i(root, error); !error && i != fs::end(i);
        i.increment(error)) {

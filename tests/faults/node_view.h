@@ -49,8 +49,9 @@ class NodeView {
   [[nodiscard]] std::size_t CountZombies() const;
   /// @return every file that can change in the node, by its path there.
   [[nodiscard]] std::map<std::string, FileState> Files() const;
-  /// @return what the node runs: everything in /usr/kalo but the version's own name.
-  [[nodiscard]] Digests Programs() const;
+  /// @param folder of a firmware, absolute, as the node sees it
+  /// @return everything in it but the version's own name.
+  [[nodiscard]] Digests Programs(const std::string& folder) const;
   /// @return whether nobody holds this lock; a lock file that is not there is free.
   [[nodiscard]] bool IsFree(const std::string& lock) const;
   /// Lets a node's process know nothing of its end.

@@ -24,6 +24,8 @@ constexpr std::chrono::seconds kLockFree{1};
 constexpr std::chrono::seconds kBackToBase{25};
 constexpr std::size_t kMostWorkers = 16;
 constexpr int kNodes = 2;
+constexpr const char* kWhatRuns = "/usr/kalo";
+constexpr const char* kWhatBootsNext = "/volume1/@slots/current";
 constexpr const char* kForeignLine = "somebody=\"else\"\n";
 
 // All faults of a mesh together may leave no more.
@@ -182,7 +184,7 @@ Rules::Rules(FaultMesh& mesh, const BaseLine& base) : mesh_(mesh), base_(base) {
   for (int id = 0; id < kNodes; ++id) {
     files_.push_back(mesh_.Node(id).Files());
     versions_.push_back(mesh_.Running(id));
-    programs_.push_back(Installs() ? mesh_.Node(id).Programs() : Digests());
+    programs_.push_back(Installs() ? mesh_.Node(id).Programs(kWhatRuns) : Digests());
     configurations_.push_back(mesh_.Node(id).Read(paths::kConfiguration));
   }
   // A line of somebody else in the file that a check rewrites most often.
@@ -351,15 +353,18 @@ void Rules::CheckNode(int node) {
   }
 }
 
-// A version is whole: all of it but its own name is the same in every version here.
+// A version is whole: all of it but its own name is the same in every version here. That which the
+// next boot would show is to be whole at any time.
 void Rules::CheckPrograms(int node) {
-  const std::string where = " at node " + std::to_string(node);
-  const Digests now = mesh_.Node(node).Programs();
-  for (const auto& [path, digest] : programs_.at(static_cast<std::size_t>(node))) {
-    const auto found = now.find(path);
-    if (found == now.end()) Break(std::string(path).append(" is missing").append(where));
-    if (found != now.end() && found->second != digest) {
-      Break(std::string(path).append(" is not what was installed").append(where));
+  for (const std::string folder : {kWhatRuns, kWhatBootsNext}) {
+    const std::string where = " in " + folder + " at node " + std::to_string(node);
+    const Digests now = mesh_.Node(node).Programs(folder);
+    for (const auto& [path, digest] : programs_.at(static_cast<std::size_t>(node))) {
+      const auto found = now.find(path);
+      if (found == now.end()) Break(std::string(path).append(" is missing").append(where));
+      if (found != now.end() && found->second != digest) {
+        Break(std::string(path).append(" is not what was installed").append(where));
+      }
     }
   }
 }
