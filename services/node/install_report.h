@@ -29,7 +29,7 @@ inline constexpr std::int32_t kRestartAsked = 96;
 
 /// For whoever holds the install lock: what an installer left that died at its work ends as failed.
 /// @return the report as it is now.
-[[nodiscard]] InstallReport EndLeftReport();
+InstallReport EndLeftReport();
 
 /// For everybody else: as ReadInstallReport, and does the above when nobody holds the lock.
 [[nodiscard]] InstallReport CurrentReport();

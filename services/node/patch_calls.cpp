@@ -122,7 +122,7 @@ void UploadPatch(const KALO::APIRequest& request, KALO::APIResponse& response) {
   const auto lock = KeepInstallerOut(response);
   if (!lock) return;
   try {
-    (void)EndLeftReport();
+    EndLeftReport();
     const auto keys = patch::KeyRing::Load(KALO::paths::kPatchKeys);
     const patch::VerifyResult patch = patch::VerifyPatch(*file, keys);
     if (!Accepts(patch, response)) return;
@@ -140,7 +140,7 @@ void CleanPatch(const KALO::APIRequest& /*request*/, KALO::APIResponse& response
   const auto lock = KeepInstallerOut(response);
   if (!lock) return;
   try {
-    (void)EndLeftReport();
+    EndLeftReport();
     // What was installed and never restarted into is dropped as well.
     if (slots::GetUse() == slots::Use::kAwaitsRestart) slots::CallOff();
     RemoveStaged();

@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "platform/paths.h"
+#include "services/node/install_report.h"
 #include "tests/faults/dead_job.h"
 #include "tests/support/wait.h"
 
@@ -135,15 +136,15 @@ class DeadInstallers {
 
   [[nodiscard]] bool AreToldTooLong() {
     bool are = false;
-    for (int node = 0; node < 2; ++node) {
+    for (int id = 0; id < 2; ++id) {
       const auto asked = DeadJob::Clock::now();
-      const bool works = !mesh_.Node(node).IsFree(KALO::paths::kInstallLock);
-      const std::string report = mesh_.Node(node).Read(KALO::paths::kInstallReport);
+      const bool works = !mesh_.Node(id).IsFree(KALO::paths::kInstallLock);
+      const std::string report = mesh_.Node(id).Read(KALO::paths::kInstallReport);
       const std::string step = journeys::ValueIn(report, "step");
       const std::string percent = journeys::ValueIn(report, "percent");
       const bool is_told = !step.empty() && step != "none" && step != "failed" &&
-                           step != "finish" && percent != "96";
-      are = jobs_.at(static_cast<std::size_t>(node)).IsToldTooLong(asked, is_told, works) || are;
+                           step != "finish" && percent != std::to_string(node::kRestartAsked);
+      are = jobs_.at(static_cast<std::size_t>(id)).IsToldTooLong(asked, is_told, works) || are;
     }
     return are;
   }
