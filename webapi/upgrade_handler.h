@@ -31,7 +31,8 @@ enum class MESH_UPGRADE_STATUS : std::int32_t {
 /// no lock. Every request method ends with an answer on the response and lets no exception of
 /// exceptions.h escape.
 ///
-/// The slots of the virtual table are a contract: new virtual operations go to the end.
+/// The slots of the virtual table and the order of the fields are a contract: new virtual
+/// operations go to the end, and each handler owns all that it holds but request and response.
 class UpgradeHandler {
  public:
   using UpdateNode = SDK::Upgrade::UpdateNode;
@@ -204,7 +205,10 @@ class UpgradeHandler {
  private:
   APIRequest* request_;
   APIResponse* response_;
-  const std::map<std::string, std::int32_t>& step_ranks_;
+  std::map<std::string, std::int32_t> step_ranks_;
 };
+
+static_assert(sizeof(void*) != 8 ||
+              sizeof(UpgradeHandler) == 24 + sizeof(std::map<std::string, std::int32_t>));
 
 }  // namespace KALO::MESH::Webapi

@@ -6,6 +6,10 @@ namespace KALO::MESH::SDK::Upgrade {
 Node::Node(std::int32_t node_id, std::string address)
     : node_id_(node_id), address_(std::move(address)) {}
 
+std::int32_t Node::GetNodeID() const {
+  return node_id_;
+}
+
 Response Node::Upload(const std::string& api, const std::string& method, int version,
                       const Json::Value& params, const std::string& path) const {
   kalo::NodeClient client;

@@ -11,6 +11,10 @@ UpdateNode::UpdateNode(std::int32_t node_id, const Client::NodeInfo& info)
       full_version_(info.full_version),
       unique_(info.unique) {}
 
+const std::string& UpdateNode::GetUnique() const {
+  return unique_;
+}
+
 std::vector<UpdateNode> UpdateNode::ToUpdateNodes(
     const std::map<std::uint32_t, Client::NodeInfo>& infos,
     const std::map<std::uint32_t, Client::RepeaterAccessInfo>& access_infos) {

@@ -18,7 +18,7 @@ class Node {
   Node(std::int32_t node_id, std::string address);
 
   /// @return 0 for the main router (the CAP).
-  [[nodiscard]] std::int32_t GetNodeID() const { return node_id_; }
+  [[nodiscard]] std::int32_t GetNodeID() const;
   /// @return where its web API server listens, without port.
   [[nodiscard]] const std::string& GetAddress() const { return address_; }
 
@@ -45,7 +45,7 @@ class UpdateNode : public Node {
   /// @return the display form, "VXM 1.4.0-76000 Update 1".
   [[nodiscard]] const std::string& GetFullVersion() const { return full_version_; }
   /// @return the hardware model.
-  [[nodiscard]] const std::string& GetUnique() const { return unique_; }
+  [[nodiscard]] const std::string& GetUnique() const;
 
   /// Joins the service's two answers: the nodes that stand in both, and node 0, by ascending id.
   static std::vector<UpdateNode> ToUpdateNodes(

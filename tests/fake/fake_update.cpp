@@ -68,6 +68,11 @@ namespace Upgrade {
 Node::Node(std::int32_t node_id, std::string address)
     : node_id_(node_id), address_(std::move(address)) {}
 
+std::int32_t Node::GetNodeID() const {
+  Platform::Current().ThrowIfWanted("node_id " + std::to_string(node_id_));
+  return node_id_;
+}
+
 Response Node::Upload(const std::string& api, const std::string& method, int version,
                       const Json::Value& params, const std::string& path) const {
   Platform& platform = Platform::Current();
@@ -84,6 +89,11 @@ UpdateNode::UpdateNode(std::int32_t node_id, const Client::NodeInfo& info)
       nano_num_(info.nano_num),
       full_version_(info.full_version),
       unique_(info.unique) {}
+
+const std::string& UpdateNode::GetUnique() const {
+  Platform::Current().ThrowIfWanted("unique " + unique_);
+  return unique_;
+}
 
 std::vector<UpdateNode> UpdateNode::ToUpdateNodes(
     const std::map<std::uint32_t, Client::NodeInfo>& infos,

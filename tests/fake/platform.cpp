@@ -41,6 +41,10 @@ void Platform::AddNode(int id, const std::string& unique, int build, int nano) {
 
 void Platform::Note(const std::string& line) {
   journal.Add(line);
+  ThrowIfWanted(line);
+}
+
+void Platform::ThrowIfWanted(const std::string& line) const {
   for (const auto& [prefix, thrower] : throwers) {
     if (line.starts_with(prefix)) thrower();
   }

@@ -111,7 +111,8 @@ class Platform {
   std::map<std::string, std::vector<std::string>> upgrade_paths;
   std::map<std::string, Json::Value> json_files;  ///< by path
 
-  /// Thrown by the call whose journal line begins so.
+  /// Thrown by the call whose journal line begins so. A node's getters leave no line, but throw for
+  /// "node_id ID" and "unique UNIQUE".
   std::map<std::string, Thrower> throwers;
 
   /// Adds a node to both of the service's answers.
@@ -119,6 +120,8 @@ class Platform {
 
   /// Notes a call, and throws where a test wants it.
   void Note(const std::string& line);
+  /// Throws where a test wants it.
+  void ThrowIfWanted(const std::string& line) const;
 };
 
 /// @return a thrower of this exception.

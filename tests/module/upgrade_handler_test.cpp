@@ -34,6 +34,23 @@ TEST_F(Handler, KnowsTheEnginesStepsAndTheirOrder) {
   EXPECT_EQ(handler.StepRanks(), expected);
 }
 
+// Behind the pointer to the virtual table: the two borrowed pointers, then the map itself.
+TEST_F(Handler, FieldsAreInTheContractsOrder) {
+  std::array<const void*, 3> head{};
+  std::memcpy(head.data(), static_cast<const void*>(&handler), sizeof head);
+  EXPECT_EQ(head[1], &request);
+  EXPECT_EQ(head[2], &response);
+  const auto begin = reinterpret_cast<std::uintptr_t>(&handler);
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(&handler.StepRanks()), begin + sizeof head);
+  EXPECT_EQ(sizeof handler, sizeof head + sizeof(std::map<std::string, std::int32_t>));
+}
+
+TEST_F(Handler, SharesNothingWithAnother) {
+  const UpgradeHandler other(&request, &response);
+  EXPECT_NE(&other.StepRanks(), &handler.StepRanks());
+  EXPECT_EQ(other.StepRanks(), handler.StepRanks());
+}
+
 // A pointer to a virtual member holds 1 + the offset of its slot, by the C++ ABI of both targets.
 template <class Method>
 std::size_t SlotOf(Method method) {

@@ -1,8 +1,8 @@
 #include <syslog.h>
 
 #include <map>
-#include <optional>
 #include <sstream>
+#include <unordered_map>
 
 #include "platform/paths.h"
 #include "webapi/exceptions.h"
@@ -47,13 +47,40 @@ UpgradeHandler::IdGroup ParseGroup(const std::string& segment) {
   return group;
 }
 
+// The mesh's nodes, fetched when the first one is looked for. Asks no node for more than its id,
+// and none behind the one that is looked for; each once, so that a list of ids takes linear time.
+class NodeList {
+ public:
+  explicit NodeList(UpgradeHandler& handler) : handler_(handler) {}
+
+  // @return the first node with this id.
+  // @throws WebapiException when no node has it.
+  const UpgradeHandler::UpdateNode& Find(std::int32_t id) {
+    if (nodes_.empty()) nodes_ = handler_.GetUpdateNodes();
+    auto known = by_id_.find(id);
+    while (known == by_id_.end()) {
+      if (by_id_end_ == nodes_.size()) throw WebapiException("Failed to get unique");
+      const auto& node = nodes_[by_id_end_++];
+      const auto [entry, is_new] = by_id_.emplace(node.GetNodeID(), &node);
+      if (is_new && entry->first == id) known = entry;
+    }
+    return *known->second;
+  }
+
+ private:
+  UpgradeHandler& handler_;
+  std::vector<UpgradeHandler::UpdateNode> nodes_;
+  std::size_t by_id_end_ = 0;  // the first node that was not asked for its id yet
+  std::unordered_map<std::int32_t, const UpgradeHandler::UpdateNode*> by_id_;
+};
+
 }  // namespace
 
 void UpgradeHandler::GetUniqueList(const std::vector<std::int32_t>& ids,
                                    std::vector<IdGroup>& groups) {
   groups.clear();
   std::map<std::string, IdGroup> by_unique;
-  std::map<std::int32_t, std::string> models;
+  NodeList nodes(*this);
   for (const std::int32_t id : ids) {
     std::string unique;
     if (id == 0) {
@@ -65,14 +92,7 @@ void UpgradeHandler::GetUniqueList(const std::vector<std::int32_t>& ids,
       }
       unique = std::move(value.text);
     } else {
-      if (models.empty()) {
-        for (const UpdateNode& node : GetUpdateNodes()) {
-          models.emplace(node.GetNodeID(), node.GetUnique());
-        }
-      }
-      const auto model = models.find(id);
-      if (model == models.end()) throw WebapiException("Failed to get unique");
-      unique = model->second;
+      unique = nodes.Find(id).GetUnique();
     }
     IdGroup& group = by_unique[unique];
     group.unique = unique;

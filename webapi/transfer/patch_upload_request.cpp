@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <set>
 
@@ -26,11 +27,15 @@ using SDK::Upgrade::Patch;
 using SDK::Upgrade::UpdateNode;
 using SDK::Upgrade::UpdateUtil;
 using UploadWork = UpgradeHandler::UploadWork;
-// The update library's record of a patch file, by the model that it is for.
-using HandedInPatches = std::map<std::string, SDK::Upgrade::PatchInfo>;
 
-void RemoveFiles(const HandedInPatches& patches) {
-  for (const auto& [unique, patch] : patches) unlink(patch.path.c_str());
+// The files that a request handed in.
+struct HandedIn {
+  std::vector<std::string> parsed;  // moved and parsed, patch or not, in that order
+  std::map<std::string, SDK::Upgrade::PatchInfo> patches;  // by the model that each is for
+};
+
+void RemoveFiles(const HandedIn& files) {
+  for (const std::string& file : files.parsed) unlink(file.c_str());
 }
 
 // Gives the stored upload the name that tells its model, in the folder where it is.
@@ -46,7 +51,8 @@ std::string RenameUpload(const std::string& unique, const std::string& name,
   return target;
 }
 
-SDK::Upgrade::PatchInfo TakePatch(const APIRequest& request, const std::string& unique) {
+SDK::Upgrade::PatchInfo TakePatch(const APIRequest& request, const std::string& unique,
+                                  std::vector<std::string>& parsed) {
   const std::optional<std::string> name = request.GetAndCheckString(unique + "_file");
   const std::optional<std::string> stored = request.GetAndCheckString(unique + "_file_tmp");
   if (!name || !stored) {
@@ -60,6 +66,7 @@ SDK::Upgrade::PatchInfo TakePatch(const APIRequest& request, const std::string& 
   }
   const std::string path = RenameUpload(unique, *name, *stored);
   SDK::Upgrade::PatchInfo patch = Patch::ParsePatchInfo(path);
+  parsed.push_back(path);
   if (!patch.valid || patch.unique != unique) {
     Log(LOG_ERR, __LINE__, "%s is an incorrect patch", path.c_str());
     throw WebapiParamException("Patch incorrect");
@@ -67,23 +74,22 @@ SDK::Upgrade::PatchInfo TakePatch(const APIRequest& request, const std::string& 
   return patch;
 }
 
-// Every model of the mesh must be given a patch. Patches taken before a failure are in the map.
-void TakePatches(const APIRequest& request, const std::vector<UpdateNode>& nodes,
-                 HandedInPatches& patches) {
+// Every model of the mesh must be given a patch. What was taken before a failure is in the result.
+void TakePatches(const APIRequest& request, const std::vector<UpdateNode>& nodes, HandedIn& files) {
   std::set<std::string> uniques;
   for (const UpdateNode& node : nodes) uniques.insert(node.GetUnique());
   for (const std::string& unique : uniques) {
-    const auto& patch = patches[unique] = TakePatch(request, unique);
+    const auto& patch = files.patches[unique] = TakePatch(request, unique, files.parsed);
     Log(LOG_DEBUG, __LINE__, "%s %d-%d", unique.c_str(), patch.build_num, patch.nano_num);
   }
 }
 
 // All patches of one upload carry one version, whatever the model.
 // @return its text.
-std::string AgreedVersion(const HandedInPatches& patches) {
-  if (patches.empty()) return "";
-  const SDK::Upgrade::PatchInfo& first = patches.begin()->second;
-  for (const auto& [unique, patch] : patches) {
+std::string AgreedVersion(const HandedIn& files) {
+  if (files.patches.empty()) return "";
+  const SDK::Upgrade::PatchInfo& first = files.patches.begin()->second;
+  for (const auto& [unique, patch] : files.patches) {
     if (patch.build_num == first.build_num && patch.nano_num == first.nano_num) continue;
     Log(LOG_ERR, __LINE__, "expect patch version is %d-%d, but %d-%d", first.build_num,
         first.nano_num, patch.build_num, patch.nano_num);
@@ -98,9 +104,9 @@ bool IsOlder(const UpdateNode& node, const SDK::Upgrade::PatchInfo& patch) {
 }
 
 std::vector<UploadWork> ChooseNodes(UpgradeHandler& handler, std::vector<UpdateNode>& nodes,
-                                    const HandedInPatches& patches) {
+                                    const HandedIn& files) {
   std::vector<UploadWork> works;
-  for (const auto& [unique, patch] : patches) {
+  for (const auto& [unique, patch] : files.patches) {
     for (UpdateNode& node : nodes) {
       if (node.GetUnique() != unique || !IsOlder(node, patch)) continue;
       Log(LOG_DEBUG, __LINE__, "Add node %d (%s %d-%d) to upload list", node.GetNodeID(),
@@ -189,13 +195,13 @@ void UploadUnderLock(UpgradeHandler& handler, APIResponse& response,
 }  // namespace
 
 void UpgradeHandler::PatchUpload() {
-  HandedInPatches patches;
-  // What a bad parameter means changes on the way: first a patch that is missing or wrong, then
-  // patches that do not go together.
-  int parameter_code = error::kBadPatch;
+  HandedIn files;
+  // What a bad parameter means changes on the way: nothing of its own, a patch that is missing or
+  // wrong, patches that do not go together, nothing of its own.
+  int parameter_code = error::kGeneral;
   const auto fail = [&](int line, const char* cause, int code) {
     Log(LOG_ERR, line, "Patch upload error, due to %s", cause);
-    RemoveFiles(patches);
+    RemoveFiles(files);
     response_->SetError(code, Json::Value());
   };
   try {
@@ -205,13 +211,15 @@ void UpgradeHandler::PatchUpload() {
       return;
     }
     std::vector<UpdateNode> nodes = GetUpdateNodes();
-    TakePatches(*request_, nodes, patches);
+    parameter_code = error::kBadPatch;
+    TakePatches(*request_, nodes, files);
     parameter_code = error::kPatchVersionsDiffer;
-    const std::string version = AgreedVersion(patches);
-    std::vector<UploadWork> works = ChooseNodes(*this, nodes, patches);
+    const std::string version = AgreedVersion(files);
+    parameter_code = error::kGeneral;
+    std::vector<UploadWork> works = ChooseNodes(*this, nodes, files);
     if (works.empty()) {
       Log(LOG_ERR, __LINE__, "No patch to upload");
-      RemoveFiles(patches);
+      RemoveFiles(files);
       response_->SetError(error::kNoNodeNeedsPatch, Json::Value());
       return;
     }

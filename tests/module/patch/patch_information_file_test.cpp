@@ -1,3 +1,5 @@
+#include <stdexcept>
+
 #include "tests/fake/module_test.h"
 
 namespace KALO::MESH::Webapi {
@@ -129,6 +131,29 @@ TEST_F(Groups, AnIdOfNoNodeFails) {
   EXPECT_EQ(Failure([this] { List({5}); }), "Failed to get unique");
   platform.AddNode(3, "M2", 1);
   EXPECT_EQ(Failure([this] { List({5}); }), "Failed to get unique");
+}
+
+TEST_F(Groups, OnlyTheWantedNodeIsAskedForItsModel) {
+  platform.AddNode(3, "M3", 1);
+  platform.AddNode(5, "M5", 1);
+  platform.AddNode(7, "M7", 1);
+  platform.throwers["unique M3"] = fake::Throws(std::runtime_error("no model"));
+  platform.throwers["unique M7"] = fake::Throws(std::runtime_error("no model"));
+  platform.throwers["node_id 7"] = fake::Throws(std::runtime_error("no id"));
+  EXPECT_EQ(List({5}), "M5:5, ");
+}
+
+TEST_F(Groups, ALongListAsksEachNodeForItsIdOnce) {
+  std::vector<std::int32_t> ids;
+  for (int id = 1; id <= 40; ++id) {
+    platform.AddNode(id, "M", 1);
+    ids.push_back(41 - id);
+    ids.push_back(id);
+  }
+  int asked = 0;
+  platform.throwers["node_id"] = [&asked] { ++asked; };
+  List(ids);
+  EXPECT_EQ(asked, 40);
 }
 
 class Records : public fake::ModuleTest {

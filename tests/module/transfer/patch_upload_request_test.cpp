@@ -131,8 +131,33 @@ TEST_F(PatchUploadRequest, AWrongPatchIsRefused) {
   platform.patches[moved].valid = false;
   Upload();
   ExpectRefused("error 1003 null", logs);
-  EXPECT_THAT(Lines("unlink"), fake::ElementsAre("unlink /up/A_new.pat"))
-      << "what is no patch is the server's, as everything else of the request";
+  EXPECT_THAT(Lines("unlink"), fake::ElementsAre("unlink /up/A_new.pat", "unlink /up/B_new.pat"));
+}
+
+TEST_F(PatchUploadRequest, AnInvalidPatchIsDeletedWhereItWasMovedTo) {
+  platform.patches["/up/A_new.pat"] = {};
+  Upload();
+  ExpectRefused("error 1003 null", {"3 /up/A_new.pat is an incorrect patch",
+                                    "3 Patch upload error, due to Patch incorrect"});
+  EXPECT_THAT(Lines("unlink"), fake::ElementsAre("unlink /up/A_new.pat"));
+}
+
+TEST_F(PatchUploadRequest, AFileThatCannotBeParsedStays) {
+  platform.throwers["parse_patch /up/B"] = fake::Throws(std::runtime_error("unreadable"));
+  Upload();
+  ExpectRefused("error 117 null", {"3 Patch upload error, due to unreadable"});
+  EXPECT_THAT(Lines("unlink"), fake::ElementsAre("unlink /up/A_new.pat"));
+}
+
+TEST_F(PatchUploadRequest, ABadParameterOutsideBothStagesIsAGeneralFailure) {
+  for (const char* call : {"auto_updating", "client", "lock", "set /tmp/mesh_patch"}) {
+    SetUp();
+    platform.journal.Clear();
+    platform.throwers = {{call, fake::Throws(WebapiParamException("elsewhere"))}};
+    Upload();
+    EXPECT_THAT(Answers(), fake::ElementsAre("error 117 null")) << call;
+    EXPECT_EQ(Logs().back(), "3 Patch upload error, due to elsewhere") << call;
+  }
 }
 
 TEST_F(PatchUploadRequest, PatchesOfDifferentVersionsAreRefusedAndDeleted) {
