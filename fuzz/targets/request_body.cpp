@@ -9,18 +9,14 @@ namespace {
 
 using namespace kalo::fuzz;
 
-bool IsWordOf(const Json::Value& value, bool wanted) {
-  return value == Json::Value(wanted) || value == Json::Value(wanted ? "true" : "false");
-}
-
 void CheckParameter(const KALO::APIRequest& request, const std::string& name,
                     const Json::Value& value) {
   const auto text = request.GetAndCheckString(name);
   Require(text.has_value() == value.isString(), "a text is a string, and nothing else");
   Require(!text || value == *text, "a text comes as it was sent");
   const auto boolean = request.GetAndCheckBool(name);
-  Require(boolean ? IsWordOf(value, *boolean) : !IsWordOf(value, true) && !IsWordOf(value, false),
-          "a boolean is one, or its word");
+  Require(boolean.has_value() == value.isBool(), "a boolean is one, and nothing else");
+  Require(!boolean || value == *boolean, "a boolean comes as it was sent");
   Require(request.GetParam(name, "the fallback") == value, "a parameter comes as it was sent");
 }
 

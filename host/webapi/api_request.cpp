@@ -10,12 +10,8 @@ APIRequest::APIRequest(Json::Value parameters) : parameters_(std::move(parameter
 
 std::optional<bool> APIRequest::GetAndCheckBool(const std::string& name) const {
   const Json::Value value = GetParam(name, Json::Value());
-  if (value.isBool()) return value.asBool();
-  if (!value.isString()) return std::nullopt;
-  const std::string text = value.asString();
-  if (text == "true") return true;
-  if (text == "false") return false;
-  return std::nullopt;
+  if (!value.isBool()) return std::nullopt;
+  return value.asBool();
 }
 
 std::optional<std::string> APIRequest::GetAndCheckString(const std::string& name) const {

@@ -45,10 +45,7 @@ BodyResult FormBody::Finish() {
   // a last piece.
   const bool whole = MHD_destroy_post_processor(processor_.release()) == MHD_YES;
   if (error_ == 0 && !whole) error_ = webapi::kMalformedRequest;
-  if (error_ == 0 && in_part_ && !in_file_) {
-    error_ = IsUtf8(value_) ? 0 : webapi::kMalformedRequest;
-    parameters_[name_] = value_;
-  }
+  if (error_ == 0) error_ = EndField();
   if (error_ == 0 && folder_ && !folder_->Close()) error_ = NotStored();
   if (error_ != 0) return {error_, {}};
   return {0, std::move(parameters_)};
@@ -84,10 +81,7 @@ bool FormBody::Continues(const Piece& piece) const {
 }
 
 int FormBody::Begin(const Piece& piece) {
-  if (in_part_ && !in_file_) {
-    if (!IsUtf8(value_)) return webapi::kMalformedRequest;
-    parameters_[name_] = std::exchange(value_, {});
-  }
+  if (const int error = EndField(); error != 0) return error;
   const std::string_view name = piece.name;
   if (IsReservedParameter(name)) return webapi::kReservedParameter;
   if (!IsParameterName(name) || piece.offset != 0 || parameters_.isMember(piece.name) ||
@@ -101,6 +95,20 @@ int FormBody::Begin(const Piece& piece) {
   fields_size_ += name.size();
   parameters_[name_] = "";
   return in_file_ ? BeginFile(piece) : 0;
+}
+
+// A form has texts only, so the words of a boolean are taken as one here, where that is known.
+int FormBody::EndField() {
+  if (!in_part_ || in_file_) return 0;
+  if (!IsUtf8(value_)) return webapi::kMalformedRequest;
+  Json::Value& parameter = parameters_[name_];
+  if (value_ == "true" || value_ == "false") {
+    parameter = value_ == "true";
+  } else {
+    parameter = value_;
+  }
+  value_.clear();
+  return 0;
 }
 
 int FormBody::BeginFile(const Piece& piece) {

@@ -13,8 +13,9 @@
 
 namespace kalo::webapid {
 
-/// A form: multipart, or percent-encoded without files. Fields become string parameters; the file
-/// part NAME becomes the parameters NAME (the safe file name) and NAME_tmp (where the file lies).
+/// A form: multipart, or percent-encoded without files. Fields become string parameters,
+/// or booleans when they are "true" or "false"; the file part NAME becomes the parameters NAME (the
+/// safe file name) and NAME_tmp (where the file lies).
 class FormBody : public BodyReader {
  public:
   struct Limits {
@@ -51,6 +52,7 @@ class FormBody : public BodyReader {
   // Each returns 0 or an error code.
   [[nodiscard]] int Take(const Piece& piece);
   [[nodiscard]] int Begin(const Piece& piece);
+  [[nodiscard]] int EndField();
   [[nodiscard]] int BeginFile(const Piece& piece);
   [[nodiscard]] int Append(const Piece& piece);
   [[nodiscard]] bool Continues(const Piece& piece) const;

@@ -11,7 +11,9 @@ using fake::ToText;
 
 namespace KALO {
 
-APIRequest::APIRequest(Json::Value parameters) : parameters_(std::move(parameters)) {}
+APIRequest::APIRequest(Json::Value parameters) : parameters_(std::move(parameters)) {
+  if (!parameters_.isObject()) parameters_ = Json::Value(Json::objectValue);
+}
 
 std::optional<bool> APIRequest::GetAndCheckBool(const std::string& name) const {
   Platform::Current().Note("bool " + name);

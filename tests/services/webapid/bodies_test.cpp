@@ -33,7 +33,7 @@ TEST_F(Bodies, NoBodyIsNoParameters) {
   EXPECT_EQ(client_.Post("KALO.Test/1/echo", "").Data()["a"].asString(), "missing");
 }
 
-TEST_F(Bodies, FormFieldsAreTexts) {
+TEST_F(Bodies, FormFieldsAreTextsOrBooleans) {
   const HttpAnswer encoded =
       client_.Post("KALO.Test/1/echo", "a=1%2B1&b=x+y&flag=true&text=", kEncoded);
   EXPECT_EQ(encoded.Data()["a"].asString(), "1+1");
@@ -44,6 +44,17 @@ TEST_F(Bodies, FormFieldsAreTexts) {
   EXPECT_EQ(multipart.Data()["a"].asString(), "line\r\n--line");
   EXPECT_EQ(multipart.Data()["b"].asString(), "");
   EXPECT_FALSE(multipart.Data()["flag"].asBool());
+}
+
+TEST_F(Bodies, AFormsWordsOfABooleanAreOneAndAJsonTextIsNot) {
+  const Json::Value encoded =
+      client_.Post("KALO.Test/1/echo", "a=true&b=false&flag=True", kEncoded).Data();
+  EXPECT_EQ(encoded["a"], Json::Value(true));
+  EXPECT_EQ(encoded["b"], Json::Value(false));
+  EXPECT_FALSE(encoded["flag"].asBool());
+  const Json::Value json = Call(client_, "echo", R"({"a":"true","flag":"true"})").Data();
+  EXPECT_EQ(json["a"], Json::Value("true"));
+  EXPECT_FALSE(json["flag"].asBool());
 }
 
 TEST_F(Bodies, MalformedJsonIsRefused) {

@@ -45,6 +45,11 @@ TEST_F(Uploads, OnlyTheLastComponentOfTheNameCounts) {
   EXPECT_EQ(Send(client, "/absolute").Data()["name"].asString(), "absolute");
 }
 
+TEST_F(Uploads, AFileMayBeNamedLikeABoolean) {
+  HttpClient client = SignedIn();
+  EXPECT_EQ(Send(client, "true").Data()["name"], Json::Value("true"));
+}
+
 TEST_F(Uploads, NamesWithoutASafePartAreRefused) {
   HttpClient client = SignedIn();
   for (const std::string& name :
