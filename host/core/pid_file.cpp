@@ -4,11 +4,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
+#include <cstdint>
+#include <ctime>
+#include <sstream>
 #include <string_view>
 #include <utility>
 
+#include "host/core/file_io.h"
 #include "host/core/regular_file.h"
 #include "platform/core/process.h"
 
@@ -16,6 +22,10 @@ namespace kalo {
 namespace {
 
 constexpr std::size_t kLongestNumber = 32;
+constexpr std::size_t kLongestStat = 4096;
+constexpr std::string_view kBlanks = " \t\r\n";
+
+using std::chrono::nanoseconds;
 
 struct flock WholeFile() {
   struct flock lock = {};
@@ -37,12 +47,57 @@ bool WriteNumber(int fd) {
          pwrite(fd, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
 }
 
-// @return the number in the text; 0 for anything else.
+// @return the number in the text, with blanks around it or not; 0 for anything else.
 pid_t ReadNumber(std::string_view text) {
-  if (text.ends_with('\n')) text.remove_suffix(1);
+  text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+  text.remove_suffix(text.size() - (text.find_last_not_of(kBlanks) + 1));
   pid_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   return error == std::errc() && end == text.data() + text.size() && number > 0 ? number : 0;
+}
+
+nanoseconds ToDuration(const struct timespec& time) {
+  return std::chrono::seconds(time.tv_sec) + nanoseconds(time.tv_nsec);
+}
+
+nanoseconds Now(clockid_t clock) {
+  struct timespec now = {};
+  clock_gettime(clock, &now);
+  return ToDuration(now);
+}
+
+nanoseconds ClockTick() {
+  return nanoseconds(std::chrono::seconds(1)) / sysconf(_SC_CLK_TCK);
+}
+
+// @return when a living process started, by the wall clock; empty when there is none.
+std::optional<nanoseconds> StartOf(pid_t pid) {
+  constexpr int kFieldsBetween = 18;  // from the state, field 3, to the start time, field 22
+  const auto stat = ReadFile("/proc/" + std::to_string(pid) + "/stat", kLongestStat);
+  if (!stat) return std::nullopt;
+  // The name before is in brackets and may hold anything, brackets included.
+  std::istringstream fields(stat->substr(std::min(stat->rfind(')') + 1, stat->size())));
+  char state = 0;
+  std::string skipped;
+  std::int64_t ticks = 0;
+  fields >> state;
+  for (int i = 0; i < kFieldsBetween; ++i) fields >> skipped;
+  if (!(fields >> ticks) || state == 'Z' || state == 'X') return std::nullopt;
+  return Now(CLOCK_REALTIME) - Now(CLOCK_BOOTTIME) + ticks * ClockTick();
+}
+
+// Whether the process that has the number is the one that wrote the file. One that got the number
+// later started after that. A tick of tolerance: the kernel takes a file's time from a coarse
+// clock.
+bool StartedBefore(pid_t pid, const struct stat& file) {
+  const auto start = StartOf(pid);
+  return start && *start <= ToDuration(file.st_mtim) + ClockTick();
+}
+
+// A clock that is set while the process runs would mislead the comparison; a lock is never wrong.
+bool HoldsLock(pid_t pid, int fd) {
+  struct flock lock = WholeFile();
+  return fcntl(fd, F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK && lock.l_pid == pid;
 }
 
 }  // namespace
@@ -75,11 +130,10 @@ PidFile::~PidFile() {
 pid_t PidFile::Running(const std::string& path) {
   const auto file = RegularFile::Open(AT_FDCWD, path);
   if (!file) return -1;
-  if (file->status.st_uid != 0 || (file->status.st_mode & (S_IWGRP | S_IWOTH)) != 0) return 0;
-  struct flock lock = WholeFile();
-  if (fcntl(file->fd.Get(), F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK) return 0;
-  const pid_t written = ReadNumber(file->ReadAll(kLongestNumber).value_or(""));
-  return written == lock.l_pid ? written : 0;
+  if (!file->IsOurs() || (file->status.st_mode & (S_IWGRP | S_IWOTH)) != 0) return 0;
+  const pid_t pid = ReadNumber(file->ReadAll(kLongestNumber).value_or(""));
+  if (pid == 0) return 0;
+  return HoldsLock(pid, file->fd.Get()) || StartedBefore(pid, file->status) ? pid : 0;
 }
 
 }  // namespace kalo

@@ -9,9 +9,8 @@
 
 namespace kalo {
 
-/// The file with which a program says that it runs, and that it runs once. Its process holds a
-/// record lock on it, which ends with the process however that ends and is no child's: so a number
-/// that a dead process left behind is never taken for a living one.
+/// The file with which a program says that it runs, and that it runs once: its process holds a
+/// record lock on it, which ends with the process however that ends and is not a child's.
 class PidFile {
  public:
   /// Writes this process's number. The folder must be root's alone.
@@ -25,9 +24,11 @@ class PidFile {
   /// Removes the file.
   ~PidFile();
 
-  /// @return the process that holds the file's lock and has written its own number there; 0 when
-  ///         there is none, or when others than root can write the file; negative with errno set
-  ///         when the file is missing or cannot be opened.
+  /// Reads a file that this class or any other program wrote. A number that a dead process left
+  /// behind is never taken for a process that got it later: the process must hold the lock or have
+  /// started before the file was written.
+  /// @return the process; 0 when there is none, or when the file is another user's or writable by
+  ///         others; negative with errno set when the file is missing or cannot be opened.
   [[nodiscard]] static pid_t Running(const std::string& path);
 
  private:

@@ -1,13 +1,17 @@
 #include "host/core/pid_file.h"
 
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 
+#include "host/core/spawn.h"
 #include "platform/core/process.h"
 #include "tests/host/core/support.h"
 
@@ -68,22 +72,89 @@ TEST_F(PidFiles, ADeadProcessesNumberDoesNotCount) {
   EXPECT_EQ(next.Wait(), 0);
 }
 
-TEST_F(PidFiles, ANumberThatAnybodyWroteDoesNotCount) {
-  for (const std::string& text : {std::to_string(getpid()), std::string("1\n"), std::string("")}) {
+TEST_F(PidFiles, APlainFileOfAnyProgramCounts) {
+  const std::string number = std::to_string(getpid());
+  for (const std::string& text : {number, number + "\n", "  " + number + "\r\n"}) {
+    folder_.Write("pid", text);
+    EXPECT_EQ(Read(), getpid()) << text;
+  }
+}
+
+// The clocks of processes and files are coarse, each in its own way.
+TEST_F(PidFiles, AFileWrittenAtOnceCounts) {
+  for (int i = 0; i < 30; ++i) {
+    Child writer([this] {
+      folder_.Write("pid", std::to_string(getpid()));
+      ready_.SendByte();
+      go_on_.WaitForByte();
+      return 0;
+    });
+    ready_.WaitForByte();
+    EXPECT_GT(Read(), 0);
+    go_on_.SendByte();
+    EXPECT_EQ(writer.Wait(), 0);
+  }
+}
+
+TEST_F(PidFiles, AProcessThatGotTheNumberLaterDoesNotCount) {
+  folder_.Write("pid", std::to_string(getpid()));
+  ASSERT_EQ(Read(), getpid());
+  const auto before = fs::file_time_type::clock::now() - std::chrono::hours(1);
+  fs::last_write_time(path_, before);
+  EXPECT_EQ(Read(), 0);
+}
+
+TEST_F(PidFiles, AProcessThatIsNotReapedYetDoesNotCount) {
+  const pid_t child = fork();
+  if (child == 0) _exit(0);
+  ASSERT_GT(child, 0);
+  siginfo_t ended{};
+  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT), 0);
+  folder_.Write("pid", std::to_string(child));
+  EXPECT_EQ(Read(), 0);
+  EXPECT_EQ(WaitForExit(child), 0);
+  EXPECT_EQ(Read(), 0);
+}
+
+TEST_F(PidFiles, AnOddlyNamedProcessCounts) {
+  Child holder([this] {
+    prctl(PR_SET_NAME, ") Z 1 (");
+    folder_.Write("pid", std::to_string(getpid()));
+    ready_.SendByte();
+    go_on_.WaitForByte();
+    return 0;
+  });
+  ready_.WaitForByte();
+  EXPECT_GT(Read(), 0);
+  go_on_.SendByte();
+  EXPECT_EQ(holder.Wait(), 0);
+}
+
+TEST_F(PidFiles, OnlyANumberIsANumber) {
+  for (const char* text : {"0\n", "-5\n", "x\n", "", "\n", "1 2\n", "1x", "99999999999999\n"}) {
     folder_.Write("pid", text);
     EXPECT_EQ(Read(), 0) << text;
   }
 }
 
-TEST_F(PidFiles, TheNumberMustBeTheHolders) {
+// Clocks that are set while it runs do not matter for a holder.
+TEST_F(PidFiles, TheHolderCountsWhateverTheTimes) {
   Child holder(hold_);
   ready_.WaitForByte();
-  for (const char* text : {"1\n", "0\n", "-5\n", "x\n", "", "12 34\n", "99999999999999\n"}) {
-    folder_.Write("pid", text);
-    EXPECT_EQ(Read(), 0) << text;
-  }
+  fs::last_write_time(path_, fs::file_time_type::clock::now() - std::chrono::hours(1));
+  EXPECT_GT(Read(), 0);
+  folder_.Write("pid", std::to_string(getpid()));
+  fs::last_write_time(path_, fs::file_time_type::clock::now() - std::chrono::hours(1));
+  EXPECT_EQ(Read(), 0) << "another one's lock";
   go_on_.SendByte();
   EXPECT_EQ(holder.Wait(), 0);
+}
+
+TEST_F(PidFiles, AnotherUsersFileDoesNotCount) {
+  folder_.Write("pid", std::to_string(getpid()));
+  constexpr uid_t kOther = 12345;
+  if (chown(path_.c_str(), kOther, kOther) != 0) GTEST_SKIP() << "one user only";
+  EXPECT_EQ(Read(), 0);
 }
 
 TEST_F(PidFiles, AChildOfTheHolderDoesNotHoldIt) {
