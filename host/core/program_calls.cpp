@@ -26,11 +26,9 @@ int Fail(int error) {
 
 // @param pid a program of ours or one that came with a patch, with its words going nowhere
 int Wait(pid_t pid, bool is_guest) {
-  const bool ended = !is_guest || kalo::WaitForGuest(pid, -1, -1);
-  const int error = errno;
-  const kalo::ProcessEnd end = kalo::WaitForEnd(pid);
-  if (!ended) return Fail(error);
-  return end.by_signal ? Fail(ECANCELED) : end.number;
+  // One that exceeds its limits ends by a signal, too.
+  if (is_guest) (void)kalo::WaitForGuest(pid, -1, -1);
+  return kalo::WaitForExit(pid);
 }
 
 // Nobody reads what the program says: the caller goes by its exit status.

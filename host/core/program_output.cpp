@@ -73,10 +73,7 @@ std::FILE* OpenProgramOutput(const std::vector<std::string>& argv, const std::st
 int CloseProgramOutput(std::FILE* stream) {
   const pid_t pid = Recall(fileno(stream));
   (void)std::fclose(stream);  // NOLINT(cppcoreguidelines-owning-memory): as the C interface has it
-  const ProcessEnd end = WaitForEnd(pid);
-  if (!end.by_signal) return end.number;
-  errno = ECANCELED;
-  return -1;
+  return WaitForExit(pid);
 }
 
 }  // namespace kalo

@@ -16,7 +16,7 @@ namespace kalo {
                                            const std::string& name);
 
 /// Closes the stream and waits for the program.
-/// @return its exit status; -1 with errno set: ECANCELED when it died by a signal.
+/// @return as WaitForExit.
 int CloseProgramOutput(std::FILE* stream);
 
 }  // namespace kalo

@@ -13,8 +13,8 @@ int KLIBCProcFork(int flags);
 
 /// Runs a program and waits for its end. Unused argument slots are null; the first null ends the
 /// list.
-/// @return the exit status; negative with errno set when the program could not be run (what
-///         starting it failed with) or died by a signal (ECANCELED).
+/// @return the exit status; 128 + n when signal n ended the program; negative with errno set only
+///         when it could not be run (what starting it failed with).
 int KLIBCExec(const char* path, const char* arg1, const char* arg2, const char* arg3,
               const char* arg4);
 
@@ -31,11 +31,11 @@ int KLIBCExecl(const char* path, int flags, ...);
 std::FILE* KLIBCPopen(const char* path, const char* type, ...);
 
 /// Closes a stream of KLIBCPopen and waits for the program.
-/// @return its exit status; negative when it died by a signal.
+/// @return its exit status; 128 + n when signal n ended it; negative with errno set on failure.
 int KLIBCPclose(std::FILE* stream);
 
-/// Reads a process id file. It counts only when it belongs to root and its writer still holds the
-/// lock on it.
+/// Reads a process id file: a decimal number, blanks around it or not. It counts only when it is
+/// root's, only root can write it, and the process started no later than the file was written.
 /// @return the process id; 0 for a file without a valid one; negative with errno set when the file
 ///         is missing or unreadable.
 int KLIBCReadPidFile(const char* path);
