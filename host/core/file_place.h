@@ -18,4 +18,12 @@ struct FilePlace {
   [[nodiscard]] static std::optional<FilePlace> Of(const std::string& path);
 };
 
+/// What other users can do in a folder.
+enum class FolderSecurity {
+  kOurs,    ///< nothing: only its owner, root or this process's user, adds and removes files
+  kSticky,  ///< add files, as in /tmp, but not remove or replace ours
+  kNone,    ///< replace ours too, or what it holds could not be learned
+};
+[[nodiscard]] FolderSecurity SecurityOf(int folder);
+
 }  // namespace kalo

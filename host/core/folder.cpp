@@ -70,7 +70,12 @@ class Remover {
 }  // namespace
 
 bool RemoveContents(const std::string& folder) {
-  UniqueFd fd = OpenFolder(AT_FDCWD, folder.c_str());
+  const UniqueFd fd = OpenFolder(AT_FDCWD, folder.c_str());
+  return fd && RemoveContentsAt(fd.Get());
+}
+
+bool RemoveContentsAt(int folder) {
+  UniqueFd fd = OpenFolder(folder, ".");
   struct stat status {};
   if (!fd || fstat(fd.Get(), &status) != 0) return false;
   Remover remover(status.st_dev);

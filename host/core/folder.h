@@ -12,6 +12,9 @@ namespace kalo {
 ///         same; ENOENT when there is no folder.
 [[nodiscard]] bool RemoveContents(const std::string& folder);
 
+/// RemoveContents for a folder that is open already.
+[[nodiscard]] bool RemoveContentsAt(int folder);
+
 /// @return what the files in a folder and below add up to, as far as they can be seen; links are
 ///         not followed. 0 when there is no folder.
 [[nodiscard]] std::uint64_t BytesIn(const std::filesystem::path& folder);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/core/guest_program.h"
+#include "host/core/precheck_calls.h"
 #include "host/core/program_output.h"
 #include "host/core/spawn.h"
 #include "host/core/unique_fd.h"
@@ -33,6 +34,7 @@ int Wait(pid_t pid, bool is_guest) {
 
 // Nobody reads what the program says: the caller goes by its exit status.
 int Run(const std::vector<std::string>& argv) {
+  if (const auto status = kalo::RunForPrecheck(argv)) return *status;
   const kalo::UniqueFd nowhere(::open("/dev/null", O_WRONLY | O_CLOEXEC));
   if (!nowhere) return kFailed;
   const bool is_guest = kalo::IsGuestProgram(argv.front());
