@@ -14,6 +14,7 @@ inline constexpr const char* kPrecheckScratch = "/tmp/patchtmp";
 inline constexpr const char* kPrecheckReport = "/run/customized_reason";
 inline constexpr const char* kEqualUpdatePid = "/var/run/meshupdatetoequal.pid";
 inline constexpr const char* kBootId = "/run/boot_id";
+inline constexpr const char* kRunFolder = "/run/kalo";
 inline constexpr const char* kInstallReport = "/run/kalo/install";
 inline constexpr const char* kInstallLock = "/run/kalo/install.lock";
 inline constexpr const char* kLocalSocket = "/run/kalo/webapid.sock";

@@ -13,9 +13,11 @@ namespace kalo {
 /// destroyed. The file is never removed.
 class FileLock {
  public:
-  /// Does not wait. Creates the file (0600), never follows a link.
+  /// Does not wait. Creates the file (0600), never follows a link. What another user put at the
+  /// path is replaced, whatever it is; so is a file with several names where others may add names.
   /// @return empty with errno set when it is busy (EWOULDBLOCK) or cannot be opened: ELOOP for a
-  ///         link, EINVAL for anything else but a regular file, EACCES for another user's file.
+  ///         link of ours, EINVAL for anything else but a regular file, EPERM in a folder where
+  ///         others may replace the file.
   [[nodiscard]] static std::optional<FileLock> TryTake(const std::string& path);
 
   /// As TryTake, but waits for a busy lock.

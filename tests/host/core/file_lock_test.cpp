@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <chrono>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "host/core/spawn.h"
 #include "platform/core/file.h"
@@ -75,11 +77,90 @@ TEST_F(Locks, PlantedThingsAreRefused) {
   EXPECT_EQ(errno, EISDIR);
 }
 
-TEST_F(Locks, AnotherUsersFileIsRefused) {
+// Where others may add files: /tmp/lock on a device that leaves it open to everyone.
+class SharedLocks : public Locks {
+ protected:
+  static constexpr uid_t kStranger = 1234;
+
+  SharedLocks() {
+    std::filesystem::permissions(folder_.Path(),
+                                 std::filesystem::perms::all | std::filesystem::perms::sticky_bit);
+  }
+  [[nodiscard]] bool GiveAway() const { return lchown(path_.c_str(), kStranger, kStranger) == 0; }
+  void ExpectReplaced() const {
+    const auto lock = FileLock::TryTake(path_);
+    EXPECT_TRUE(lock) << errno;
+    struct stat status = {};
+    ASSERT_EQ(lstat(path_.c_str(), &status), 0);
+    EXPECT_TRUE(S_ISREG(status.st_mode));
+    EXPECT_EQ(status.st_uid, geteuid());
+    EXPECT_EQ(status.st_mode & 07777U, 0600U);
+    EXPECT_FALSE(IsFree()) << "the file at the path is the one that is locked";
+  }
+};
+
+TEST_F(SharedLocks, WorkAsInAFolderOfOurs) {
+  ExpectReplaced();
+  EXPECT_TRUE(IsFree());
+  EXPECT_EQ(folder_.Names(), std::vector<std::string>{"lock"});
+}
+
+TEST_F(SharedLocks, AnotherUsersLockedFileIsReplaced) {
   folder_.Write("lock", "");
-  if (chown(path_.c_str(), 1234, 1234) != 0) GTEST_SKIP() << "this root has one user only";
-  EXPECT_FALSE(FileLock::TryTake(path_));
-  EXPECT_EQ(errno, EACCES);
+  const UniqueFd held(open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+  ASSERT_EQ(flock(held.Get(), LOCK_EX), 0);
+  if (!GiveAway()) GTEST_SKIP() << "this root has one user only";
+  ExpectReplaced();
+}
+
+TEST_F(SharedLocks, AnotherUsersLinkOrFolderIsReplaced) {
+  folder_.Write("target", "theirs");
+  std::filesystem::create_symlink("target", path_);
+  if (!GiveAway()) GTEST_SKIP() << "this root has one user only";
+  ExpectReplaced();
+  EXPECT_EQ(folder_.Read("target"), "theirs");
+  std::filesystem::remove(path_);
+  std::filesystem::create_directories(path_ + "/deep/er");
+  ASSERT_TRUE(GiveAway());
+  ExpectReplaced();
+}
+
+TEST_F(SharedLocks, ASecondNameOfAFileOfOursIsReplaced) {
+  folder_.Write("state", "ours");
+  std::filesystem::create_hard_link(folder_.Path("state"), path_);
+  ExpectReplaced();
+  EXPECT_EQ(folder_.Read("state"), "ours");
+}
+
+TEST_F(SharedLocks, AHeldLockOfOursIsObeyed) {
+  const auto lock = FileLock::TryTake(path_);
+  EXPECT_FALSE(IsFree());
+  EXPECT_EQ(errno, EWOULDBLOCK);
+}
+
+TEST_F(SharedLocks, AreRefusedWhereOthersMayReplaceThem) {
+  std::filesystem::permissions(folder_.Path(), std::filesystem::perms::all);
+  EXPECT_FALSE(IsFree());
+  EXPECT_EQ(errno, EPERM);
+}
+
+// While a stranger plants his file again and again, never two of ours hold the lock.
+TEST_F(SharedLocks, AreHeldByOneWhateverIsPlanted) {
+  folder_.Write("lock", "");
+  if (!GiveAway()) GTEST_SKIP() << "this root has one user only";
+  const Child planter([this] {
+    if (setgid(kStranger) != 0 || setuid(kStranger) != 0) return 1;
+    while (true) {
+      close(open(path_.c_str(), O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+      unlink(path_.c_str());
+    }
+  });
+  for (int i = 0; i < 200; ++i) {
+    const auto lock = FileLock::TryTake(path_);
+    ASSERT_TRUE(lock) << errno;
+    ASSERT_FALSE(IsFree());
+    std::filesystem::remove(path_);
+  }
 }
 
 TEST_F(Locks, AForkedChildSharesTheLockUntilItEnds) {
