@@ -1,6 +1,7 @@
 // The module's two readers of version texts.
 
 #include "fuzz/fuzz_target.h"
+#include "platform/update/version.h"
 #include "platform/webapi/api_request.h"
 #include "platform/webapi/api_response.h"
 #include "webapi/exceptions.h"
@@ -15,7 +16,15 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::string os_version = "stale";
   int build = 1;
   int nano = 1;
-  if (!handler.ParseVersion(text, os_version, build, nano)) {
+  const bool is_parsed = handler.ParseVersion(text, os_version, build, nano);
+  int read_build = 0;
+  int read_nano = 0;
+  if (text.starts_with("VXM ") &&
+      KALO::MESH::SDK::Utils::GetBuildNum(text, read_build, read_nano) >= 0) {
+    Require(is_parsed && build == read_build && nano == read_nano,
+            "both read the same numbers of a display form");
+  }
+  if (!is_parsed) {
     Require(os_version.empty() && build == 0 && nano == 0, "a text that is none leaves nothing");
   }
   try {

@@ -46,8 +46,9 @@ PatchDescription ParseDescription(std::string_view text) {
   PatchDescription description;
   description.unique = Take(values, "unique");
   description.version = Take(values, "version");
-  const std::optional<VersionNumbers> numbers =
-      ParseVersionText(Take(values, "build") + "-" + Take(values, "nano"));
+  const std::string pure = Take(values, "build") + "-" + Take(values, "nano");
+  const bool has_numbers = pure.find_first_not_of("0123456789-") == std::string::npos;
+  const auto numbers = has_numbers ? ParseVersionText(pure) : std::nullopt;
   if (!numbers) Fail("build or nano is not a number");
   description.build = numbers->build;
   description.nano = numbers->nano;

@@ -16,12 +16,15 @@ struct VersionNumbers {
 };
 
 /// Reads a version text in any of its forms: display ("VXM 1.4.0-76010 Update 3"), the same
-/// without the first word, and pure ("76010-3"); the small-update part may be missing. The word
-/// before the small-update number may be any.
+/// without the first word, and pure ("76010-3"). The small-update part may be missing, its word may
+/// be any ("U2 4"), and its number may be missing ("Beta"); behind VXM the version before the
+/// hyphen may be any word ("VXM 2-9346"). An offer's title comes in each of these.
 /// @return empty for any other text, and for a number above 2147483647.
 [[nodiscard]] std::optional<VersionNumbers> ParseVersionText(std::string_view text);
 
-/// @return whether the text is a version in display form, which begins with the word VXM.
+/// @return whether the text is a version in the display form that lists and patches use: VXM,
+/// digits
+///         in groups, build, and for a small update a word of letters and its number.
 [[nodiscard]] bool IsDisplayForm(std::string_view text);
 
 /// @return whether a version in display form is a small update's, whatever its number.

@@ -169,7 +169,8 @@ TEST_F(VerifyPatchTest, AVersionThatDescribesNothingIsFound) {
         "unique=a\nversion=VXM 1.4.0-76010\nbuild=76010\nnano=1\n",
         "unique=a\nversion=1.4.0-76010\nbuild=76010\nnano=0\n",
         "unique=../a\nversion=VXM 1.4.0-76010\nbuild=76010\nnano=0\n",
-        "unique=a\nversion=VXM 1.4.0-76010\nbuild=x\nnano=0\n"}) {
+        "unique=a\nversion=VXM 1.4.0-76010\nbuild=x\nnano=0\n",
+        "unique=a\nversion=VXM 2.0-3\nbuild=VXM 2\nnano=3\n"}) {
     EXPECT_EQ(AfterChange([&](RawPatch& p) { p.Member("VERSION").data = text; }),
               VerifyOutcome::kBadDescription)
         << text;

@@ -52,6 +52,12 @@ TEST(VersionTextTest, OnlyTheFormWithTheMarkIsTheDisplayForm) {
   EXPECT_FALSE(IsDisplayForm("1.4.0-76010"));
   EXPECT_FALSE(IsDisplayForm("VXM 76010"));
   EXPECT_FALSE(IsDisplayForm("VXM "));
+  EXPECT_TRUE(IsDisplayForm("VXM 1.4-76010 Beta 2"));
+  for (const char* title : {"VXM 2-9346", "VXM 1.3.1-9346 U2 4", "VXM 1.4.0-76000 Beta",
+                            "VXM 1.4.0-76000 Beta2", "VXM 1.4.0rc-76000"}) {
+    EXPECT_TRUE(ParseVersionText(title)) << title;
+    EXPECT_FALSE(IsDisplayForm(title)) << title;
+  }
 }
 
 TEST(VersionTextTest, ASmallUpdateHasTheWordWhateverItsNumber) {
