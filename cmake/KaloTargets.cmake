@@ -57,9 +57,8 @@ find_package(Threads REQUIRED)
 find_package(CLI11 REQUIRED)
 pkg_check_modules(GNUTLS REQUIRED IMPORTED_TARGET gnutls)
 pkg_check_modules(JSONCPP REQUIRED IMPORTED_TARGET jsoncpp)
-pkg_check_modules(LIBARCHIVE REQUIRED IMPORTED_TARGET libarchive)
 pkg_check_modules(LIBCURL REQUIRED IMPORTED_TARGET libcurl)
-# The host libraries load these two by the name that the linker would note.
+# The host libraries load libcurl by the name that the linker would note.
 function(kalo_soname variable library)
   execute_process(COMMAND sh -c "${CMAKE_OBJDUMP} -p '${library}' | sed -n 's/ *SONAME *//p'"
                   OUTPUT_VARIABLE name OUTPUT_STRIP_TRAILING_WHITESPACE)
@@ -68,7 +67,6 @@ function(kalo_soname variable library)
   endif()
   set(${variable} "${name}" PARENT_SCOPE)
 endfunction()
-kalo_soname(KALO_ARCHIVE_SONAME "${pkgcfg_lib_LIBARCHIVE_archive}")
 kalo_soname(KALO_CURL_SONAME "${pkgcfg_lib_LIBCURL_curl}")
 pkg_check_modules(LIBXCRYPT REQUIRED IMPORTED_TARGET libxcrypt)
 pkg_check_modules(MICROHTTPD REQUIRED IMPORTED_TARGET libmicrohttpd)

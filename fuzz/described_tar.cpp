@@ -17,7 +17,7 @@ constexpr std::size_t kOwnerField = 32;
 constexpr std::size_t kMagicField = 8;
 constexpr std::string_view kPlainMagic("ustar\00000", kMagicField);
 constexpr std::uint64_t kLargestSize = 077777777777;
-constexpr std::uint64_t kLargestNumber = 07777777;
+constexpr std::uint64_t kLargestNumber = 0777777;
 
 std::string TakeWord(std::string_view& line) {
   const std::size_t end = std::min(line.find(' '), line.size());
@@ -101,8 +101,7 @@ unsigned DescribedMember::Permissions() const {
 }
 
 bool DescribedMember::IsPlain() const {
-  const std::string name = FieldText(owner);
-  return (type == '0' || type == '5') && uid == 0 && gid == 0 && (name.empty() || name == "root");
+  return (type == '0' || type == '5') && uid == 0 && gid == 0 && owner.empty() && link.empty();
 }
 
 std::vector<DescribedMember> ReadDescription(std::string_view text) {

@@ -1,5 +1,6 @@
 #include "tests/support/tar_header.h"
 
+#include <algorithm>
 #include <numeric>
 #include <string_view>
 
@@ -25,22 +26,31 @@ std::string Octal(std::uint64_t number, std::size_t digits) {
 std::string TarHeader(const TarFields& fields) {
   std::string header(kTarBlock, '\0');
   Put(header, 0, fields.name);
-  Put(header, 100, Octal(fields.mode, 7));
-  Put(header, 108, Octal(fields.uid, 7));
-  Put(header, 116, Octal(fields.gid, 7));
-  Put(header, 124, Octal(fields.size, 11));
-  Put(header, 136, Octal(0, 11));
-  Put(header, kChecksum, "        ");
+  const std::string end(" \0", 2);
+  Put(header, 100, Octal(fields.mode, 6) + end);
+  Put(header, 108, Octal(fields.uid, 6) + end);
+  Put(header, 116, Octal(fields.gid, 6) + end);
+  Put(header, 124, Octal(fields.size, 11) + " ");
+  Put(header, 136, Octal(0, 11) + " ");
   header[156] = fields.type;
   Put(header, 157, fields.link);
   Put(header, 257, fields.magic);
   Put(header, 265, fields.owner);
+  Put(header, 329, Octal(0, 6) + end);
+  Put(header, 337, Octal(0, 6) + end);
   Put(header, 345, fields.prefix);
+  PutChecksum(header);
+  return header;
+}
+
+void PutChecksum(std::span<char> header) {
+  constexpr std::string_view kBlanks = "        ";
+  std::copy(kBlanks.begin(), kBlanks.end(), header.begin() + kChecksum);
   const auto sum = std::accumulate(header.begin(), header.end(), 0U, [](unsigned total, char c) {
     return total + static_cast<unsigned char>(c);
   });
-  Put(header, kChecksum, Octal(sum, 6) + std::string("\0 ", 2));
-  return header;
+  const std::string field = Octal(sum, 6) + std::string("\0 ", 2);
+  std::copy(field.begin(), field.end(), header.begin() + kChecksum);
 }
 
 }  // namespace kalo::test

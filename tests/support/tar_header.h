@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 
 namespace kalo::test {
@@ -24,6 +25,9 @@ struct TarFields {
 
 /// @return the header with its right checksum, one block. Every field must fit.
 [[nodiscard]] std::string TarHeader(const TarFields& fields);
+
+/// Puts the right checksum into a header of one block.
+void PutChecksum(std::span<char> header);
 
 /// @return the number in octal digits, with zeros before it.
 [[nodiscard]] std::string Octal(std::uint64_t number, std::size_t digits);

@@ -110,12 +110,20 @@ std::uint64_t Manifest::TotalBytes() const {
 }
 
 std::set<std::string, std::less<>> Manifest::Folders() const {
+  FolderOrder order;
   std::set<std::string, std::less<>> folders;
   for (const ListedMember& member : members) {
-    for (std::size_t slash = member.name.find('/'); slash != std::string::npos;
-         slash = member.name.find('/', slash + 1)) {
-      folders.insert(member.name.substr(0, slash));
-    }
+    for (std::string& folder : order.NewFor(member.name)) folders.insert(std::move(folder));
+  }
+  return folders;
+}
+
+std::vector<std::string> FolderOrder::NewFor(std::string_view file) {
+  std::vector<std::string> folders;
+  for (std::size_t slash = file.find('/'); slash != std::string_view::npos;
+       slash = file.find('/', slash + 1)) {
+    const auto [folder, is_new] = seen_.emplace(file.substr(0, slash));
+    if (is_new) folders.push_back(*folder);
   }
   return folders;
 }

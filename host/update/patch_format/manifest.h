@@ -34,6 +34,17 @@ struct ListedMember {
   [[nodiscard]] bool IsPayload() const { return name.starts_with(kPayloadPrefix); }
 };
 
+/// The order of folders in the file: each comes right before the first file that it holds.
+class FolderOrder {
+ public:
+  /// @return the file's folders that no file before it needed, outermost first, without a slash at
+  /// the end.
+  [[nodiscard]] std::vector<std::string> NewFor(std::string_view file);
+
+ private:
+  std::set<std::string, std::less<>> seen_;
+};
+
 /// The signed list: VERSION, updater, the texts, the payload, in this order, which is also the
 /// order in the file.
 struct Manifest {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <deque>
 #include <optional>
 
 #include "host/core/unique_fd.h"
@@ -49,7 +50,7 @@ class Walk {
     result_.is_signed = TakeSignature(member);
     if (result_.is_signed) member = tar_.Next();
     manifest_ = ParseManifest(manifest_text_);
-    folders_ = manifest_.Folders();
+    ExpectMember();
     sink_.OnManifest(manifest_, manifest_text_);
     for (; member; member = tar_.Next()) {
       if (member->is_folder) {
@@ -103,17 +104,27 @@ class Walk {
     return text;
   }
 
+  // Folders are not listed: each comes right before the first listed file that it holds.
+  void ExpectMember() {
+    folders_.clear();
+    if (next_ == manifest_.members.size()) return;
+    const auto folders = order_.NewFor(manifest_.members[next_].name);
+    folders_.assign(folders.begin(), folders.end());
+  }
+
   void TakeFolder(const TarMember& member) {
-    // Folders are not listed; those that no listed file needs have no business here.
-    const auto folder = folders_.find(member.name);
-    if (folder == folders_.end()) FailMember(member.name + ": not listed, or twice");
+    if (folders_.empty() || member.name != folders_.front()) {
+      FailMember(member.name + ": this folder does not belong here");
+    }
     if (member.mode != kFolderMode) FailMember(member.name + ": foreign mode");
-    folders_.erase(folder);
+    folders_.pop_front();
   }
 
   void TakeFile(const TarMember& member) {
     if (next_ == manifest_.members.size()) FailMember(member.name + ": not listed");
+    if (!folders_.empty()) FailMember(folders_.front() + ": the folder is missing");
     const ListedMember& listed = manifest_.members[next_++];
+    ExpectMember();
     if (member.name != listed.name) {
       FailMember(member.name + ": " + listed.name + " is listed in this place");
     }
@@ -129,6 +140,8 @@ class Walk {
   }
 
   void CopyData(const ListedMember& listed) {
+    buffer_.resize(
+        std::max<std::size_t>(buffer_.size(), std::min<std::uint64_t>(kPiece, listed.size)));
     std::uint64_t done = 0;
     for (;;) {
       const std::span<const char> bytes(buffer_.data(), tar_.Read(buffer_));
@@ -150,10 +163,11 @@ class Walk {
   std::string manifest_text_;
   std::string version_text_;
   Manifest manifest_;
-  std::set<std::string, std::less<>> folders_;
+  FolderOrder order_;
+  std::deque<std::string> folders_;  ///< that must come before the next listed file
   std::size_t next_ = 0;
   Sha256 hash_;
-  std::vector<char> buffer_ = std::vector<char>(kPiece);
+  std::vector<char> buffer_;
   VerifyResult result_;
 };
 

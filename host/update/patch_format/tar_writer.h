@@ -1,23 +1,20 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstdint>
-#include <memory>
-#include <set>
 #include <span>
 #include <string>
+#include <string_view>
 
-struct archive;
+#include "host/update/patch_format/manifest.h"
+#include "host/update/patch_format/tar_header.h"
 
 namespace kalo::patch {
 
-/// Writes members in ustar form, owner 0:0, without a time. Methods throw PatchError
-/// (kCannotWrite).
+/// Writes what TarReader reads. Methods throw PatchError (kCannotWrite).
 class TarWriter {
  public:
-  /// @param fd stays the caller's
-  explicit TarWriter(int fd);
+  /// @param fd an empty file; stays the caller's
+  explicit TarWriter(int fd) : fd_(fd) {}
 
   /// Begins a file, after those of its folders that no file before it needed. Exactly `size` bytes
   /// are to follow by Write().
@@ -27,15 +24,15 @@ class TarWriter {
   void Finish();
 
  private:
-  struct Deleter {
-    void operator()(archive* writer) const;
-  };
-  void WriteHeader(const std::string& name, unsigned int type, std::uint64_t size, mode_t mode);
-  [[noreturn]] void Fail(const std::string& name) const;
+  void WriteHeader(const TarMember& member);
+  void EndFile();
+  void Put(std::string_view bytes);
 
-  std::unique_ptr<archive, Deleter> archive_;
-  std::set<std::string> folders_;
+  int fd_;
+  FolderOrder folders_;
   std::string name_;
+  std::uint64_t missing_ = 0;  ///< how much of the current file's data is still to come
+  std::uint64_t written_ = 0;
 };
 
 }  // namespace kalo::patch

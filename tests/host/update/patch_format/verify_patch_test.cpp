@@ -57,8 +57,9 @@ TEST_F(VerifyPatchTest, BytesBehindTheEndAreFound) {
   EXPECT_EQ(Verify(good + "x").outcome, VerifyOutcome::kNotAPatch);
   EXPECT_EQ(Verify(good + test::TarBytes({{.name = "payload/more", .data = "x"}})).outcome,
             VerifyOutcome::kNotAPatch);
-  EXPECT_EQ(Verify(good + std::string(1024UL * 1024, '\0')).outcome, VerifyOutcome::kNotAPatch);
-  EXPECT_TRUE(Verify(good + std::string(9UL * 512, '\0')).IsValid()) << "an archiver's padding";
+  for (const std::size_t more : {1UL, 512UL, 10240UL, 1024UL * 1024}) {
+    EXPECT_EQ(Verify(good + std::string(more, '\0')).outcome, VerifyOutcome::kNotAPatch) << more;
+  }
 }
 
 TEST_F(VerifyPatchTest, WithoutAKeyNothingIsValid) {
@@ -111,6 +112,13 @@ TEST_F(VerifyPatchTest, MembersThatAreNotAsListedAreFound) {
     p.members.push_back({.name = "payload/tmp/", .mode = 0755, .type = '5'});
   });
   expect_bad("a folder twice", [](RawPatch& p) { p.members.push_back(p.Member("payload/")); });
+  expect_bad("a folder missing", [](RawPatch& p) { p.members.erase(p.members.begin() + 2); });
+  expect_bad("folders swapped", [](RawPatch& p) { std::swap(p.members[4], p.members[5]); });
+  expect_bad("a folder too early", [](RawPatch& p) {
+    const RawMember folder = p.Member("payload/");
+    p.members.erase(p.members.begin() + 4);
+    p.members.insert(p.members.begin(), folder);
+  });
   expect_bad("dot names",
              [](RawPatch& p) { p.Member("payload/readme").name = "./payload/readme"; });
 }
@@ -135,6 +143,7 @@ TEST_F(VerifyPatchTest, WhatIsNoPlainFileOrNotRootsIsFound) {
   expect_bad("foreign user", [](RawPatch& p) { p.Member("payload/readme").uid = 1000; });
   expect_bad("foreign group", [](RawPatch& p) { p.Member("payload/readme").gid = 1000; });
   expect_bad("foreign user's name", [](RawPatch& p) { p.Member("updater").owner = "mallory"; });
+  expect_bad("root's name", [](RawPatch& p) { p.Member("updater").owner = "root"; });
   expect_bad("foreign folder", [](RawPatch& p) { p.Member("payload/").uid = 1000; });
   expect_bad("GNU form", [](RawPatch& p) { p.Member("updater").magic = "ustar  "; });
   expect_bad("old form", [](RawPatch& p) { p.Member("updater").magic = ""; });
