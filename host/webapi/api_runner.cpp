@@ -46,7 +46,7 @@ namespace KALO {
 
 void APIRunner::Exec(Json::Value& result, const std::string& api, int version,
                      const std::string& method, const Json::Value& params,
-                     const std::string& /*user: a row's rights were checked for the caller*/) {
+                     const std::string& /*user*/) {
   const kalo::webapi::ApiRegistry* registry = kalo::webapi::InstalledRegistry();
   const APIHandler handler = registry == nullptr ? nullptr : registry->Find(api, version, method);
   if (handler == nullptr) {
