@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <filesystem>
 
 #include "host/core/atomic_file.h"
@@ -17,7 +16,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::chrono::seconds kPatience{5};
 constexpr mode_t kKeptPermissions = 0755;
 constexpr mode_t kLockFolder = 0700;
 constexpr std::size_t kReadableName = 100;
@@ -47,9 +45,10 @@ std::optional<std::string> LockPath(const FilePlace& place) {
 std::optional<FileLock> LockWriters(const FilePlace& place) {
   const auto path = LockPath(place);
   if (!path) return std::nullopt;
-  auto lock = FileLock::TakeWithin(*path, kPatience);
+  auto lock = FileLock::TakeWithin(*path, kWriterPatience);
   // Made on demand: the folder is missing once in a boot.
-  if (!lock && errno == ENOENT && MakeLockFolder()) lock = FileLock::TakeWithin(*path, kPatience);
+  if (!lock && errno == ENOENT && MakeLockFolder())
+    lock = FileLock::TakeWithin(*path, kWriterPatience);
   return lock;
 }
 

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <optional>
 #include <string>
 
@@ -12,6 +13,8 @@
 namespace kalo {
 
 inline constexpr std::size_t kMaxKeyValueFile = 256UL * 1024;
+/// How long a writer waits for the other writers of a file.
+inline constexpr std::chrono::seconds kWriterPatience{5};
 
 /// Reads a key=value file without a lock.
 /// @return empty with errno set: ENOENT, or refused: ELOOP for a link, EACCES for another user's

@@ -10,6 +10,9 @@
 
 namespace kalo {
 
+/// What a call to a node may take that only asks it for something quick.
+inline constexpr std::chrono::milliseconds kNodeCallDeadline{10000};
+
 /// Makes one call without parameters on many nodes at the same time.
 /// @param deadline for each and so for all of them
 /// @return the answers by node id; one that is not valid for a node that could not be reached.

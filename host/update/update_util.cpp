@@ -4,7 +4,6 @@
 #include <sys/file.h>
 
 #include <cerrno>
-#include <chrono>
 #include <optional>
 #include <utility>
 
@@ -17,7 +16,6 @@
 namespace KALO::MESH::SDK::Upgrade {
 namespace {
 
-constexpr std::chrono::milliseconds kCallDeadline{10000};
 constexpr std::size_t kLargestDocument = std::size_t{1} << 20;
 
 }  // namespace
@@ -38,7 +36,7 @@ std::map<std::int32_t, Response> UpdateUtil::SendWebAPIs(const std::vector<Updat
   for (const UpdateNode& node : nodes) {
     addresses.push_back({node.GetNodeID(), node.GetAddress()});
   }
-  return kalo::CallNodes(addresses, {api, version, method}, kCallDeadline);
+  return kalo::CallNodes(addresses, {api, version, method}, kalo::kNodeCallDeadline);
 }
 
 bool UpdateUtil::ParseJsonRootFromFile(const std::string& path, Json::Value& root) {

@@ -15,7 +15,6 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kMaxAnswer = 4U << 20U;
-constexpr long kUploadSeconds = 3600;
 constexpr long kUploadBuffer = 512L * 1024;
 constexpr auto kRetryPause = 200ms;
 constexpr const char* kCookieName = "kalo_session";
@@ -91,7 +90,7 @@ class ApiClient::Transfer {
       }
     }
     Set(CURLOPT_MIMEPOST, mime_.get());
-    Set(CURLOPT_TIMEOUT, kUploadSeconds);
+    Set(CURLOPT_TIMEOUT, static_cast<long>(ApiClient::kLongPatience.count()));
     Set(CURLOPT_UPLOAD_BUFFERSIZE, kUploadBuffer);
     if (!progress) return;
     Set(CURLOPT_NOPROGRESS, 0L);

@@ -27,7 +27,7 @@ class ApiClient {
  public:
   static constexpr std::chrono::seconds kCallPatience{20};
   /// For calls that ask the world outside or every node.
-  static constexpr std::chrono::seconds kLongPatience{3600};
+  static constexpr std::chrono::seconds kLongPatience{10800};
 
   ApiClient(Session session, std::chrono::seconds connect_deadline);
   ApiClient(const ApiClient&) = delete;

@@ -69,8 +69,7 @@ ReleaseList FetchAndCheck(const std::string& unique, const std::string& url) {
   const auto keys = patch::KeyRing::Load(KALO::paths::kPatchKeys);
   std::string text;
   std::string signature;
-  // They are two files: who asks while they are being replaced may get one of each.
-  for (int fetched = 0; fetched < 2 && !keys.Verifies(text, signature); ++fetched) {
+  for (int fetched = 0; fetched < kListTries && !keys.Verifies(text, signature); ++fetched) {
     text = Fetch(url, kLargestList);
     signature = Fetch(url + ".sig", patch::kSignatureBytes);
   }

@@ -12,6 +12,10 @@ namespace kalo::feed {
 ///         of the router's defaults, or the built-in one.
 [[nodiscard]] std::string BaseAddress();
 
+/// How often list and signature are fetched: they are two files, and who asks while they are being
+/// replaced may get one of each.
+inline constexpr int kListTries = 2;
+
 /// Fetches the list of one model and verifies it: signature, model, number (which must not fall;
 /// the highest one seen is kept in /var/lib/kalo/feed), expiry.
 /// @return empty after one log line that says what is wrong.
