@@ -1,15 +1,19 @@
 #include "services/webapid/listener.h"
 
+#include <sys/socket.h>
 #include <syslog.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "host/core/log.h"
@@ -21,9 +25,11 @@ namespace {
 constexpr std::size_t kConnectionMemory = std::size_t{16} << 10;
 constexpr MHD_UNSIGNED_LONG_LONG kMostWait = 60000;  // ms
 constexpr int kRuns = 4;                             // in one turn of the loop
-constexpr int kMostCircles = 8;
-constexpr int kMostCirclesWhileSending = 256;  // each may send a piece of a long answer
-constexpr std::chrono::milliseconds kCircleWait{10};
+constexpr unsigned kNoLimit = 1U << 24;              // ours is lower
+constexpr int kAcceptAtOnce = 64;
+constexpr std::chrono::milliseconds kAcceptPause{20};
+constexpr std::chrono::seconds kHandshakeTime{5};
+constexpr std::chrono::seconds kHeadTime{10};
 // What a refused request may still send so that it gets its answer on a healthy connection: closing
 // one on which bytes still come makes the client's system drop the answer.
 constexpr std::uint64_t kReadOver = std::uint64_t{8} << 20;
@@ -47,6 +53,17 @@ std::size_t Unescape(void* /*unused*/, MHD_Connection* /*connection*/, char* tex
   return length;
 }
 
+// The library hands out the pointer that it was given for the connection.
+ClientConnection& ClientOf(MHD_Connection* connection) {
+  const MHD_ConnectionInfo* info =
+      MHD_get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT);
+  return *static_cast<ClientConnection*>(info->socket_context);
+}
+
+bool IsKnown(const Request& request) {
+  return !std::holds_alternative<std::monostate>(request.caller);
+}
+
 MHD_OptionItem Option(MHD_OPTION option, std::intptr_t value, const void* pointer = nullptr) {
   return {option, value, const_cast<void*>(pointer)};
 }
@@ -65,35 +82,38 @@ Listener::Listener(EventLoop& loop, RequestServer& server, UniqueFd socket, Port
       port_(port),
       tls_(std::move(tls)),
       request_time_(configuration.request_time),
-      connection_limit_(configuration.connections),
-      daemon_(Start(socket.Get())) {
+      socket_(std::move(socket)),
+      clients_(configuration.connections),
+      daemon_(Start()) {
   if (daemon_ == nullptr) {
     throw std::runtime_error("cannot start the HTTPS server; are certificate and key good?");
   }
-  (void)socket.Release();  // the library closes it
   const MHD_DaemonInfo* info = MHD_get_daemon_info(daemon_.get(), MHD_DAEMON_INFO_EPOLL_FD);
-  watch_ = loop_.Watch(info->epoll_fd, [this] { ready_ = true; });
+  library_watch_ = loop_.Watch(info->epoll_fd, [this] { due_ = EventLoop::Clock::now(); });
+  WatchSocket();
 }
 
 Listener::~Listener() {
-  loop_.Forget(watch_);
+  if (pause_) loop_.Cancel(*pause_);
+  loop_.Forget(socket_watch_);
+  loop_.Forget(library_watch_);
+  clients_.EndHandshakes();
 }
 
-MHD_Daemon* Listener::Start(int socket) {
+MHD_Daemon* Listener::Start() {
   std::vector<MHD_OptionItem> options = {
       Option(MHD_OPTION_EXTERNAL_LOGGER, Callback(&LogLibrary)),
       Option(MHD_OPTION_UNESCAPE_CALLBACK, Callback(&Unescape)),
-      Option(MHD_OPTION_LISTEN_SOCKET, socket),
       Option(MHD_OPTION_NOTIFY_CONNECTION, Callback(&OnConnection), this),
       Option(MHD_OPTION_NOTIFY_COMPLETED, Callback(&OnCompleted), this),
-      Option(MHD_OPTION_CONNECTION_LIMIT, connection_limit_),
-      // Nobody shuts out all others.
-      Option(MHD_OPTION_PER_IP_CONNECTION_LIMIT, std::max(connection_limit_ / 2, 1U)),
+      Option(MHD_OPTION_URI_LOG_CALLBACK, Callback(&OnTarget), this),
+      Option(MHD_OPTION_CONNECTION_LIMIT, kNoLimit),
       Option(MHD_OPTION_CONNECTION_TIMEOUT, request_time_.count()),
       Option(MHD_OPTION_CONNECTION_MEMORY_LIMIT, kConnectionMemory),
       Option(MHD_OPTION_STRICT_FOR_CLIENT, 1),
   };
-  unsigned flags = MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG;
+  unsigned flags =
+      MHD_USE_EPOLL | MHD_USE_NO_LISTEN_SOCKET | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG;
   if (port_ != PortKind::kLocal) {
     flags |= MHD_USE_TLS;
     options.push_back(Option(MHD_OPTION_HTTPS_PRIORITIES, 0, kPriorities));
@@ -108,62 +128,124 @@ MHD_Daemon* Listener::Start(int socket) {
                           options.data(), MHD_OPTION_END);
 }
 
+void Listener::WatchSocket() {
+  socket_watch_ = loop_.Watch(socket_.Get(), [this] { has_new_ = true; });
+}
+
+void Listener::AcceptAll() {
+  for (int i = 0; i < kAcceptAtOnce; ++i) {
+    sockaddr_storage address{};
+    socklen_t length = sizeof(address);
+    UniqueFd socket(accept4(socket_.Get(), reinterpret_cast<sockaddr*>(&address), &length,
+                            SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (socket) {
+      Add(std::move(socket), address);
+    } else if (errno == EAGAIN) {
+      return;
+    } else if (errno != EINTR && errno != ECONNABORTED) {
+      return PauseAccepting();
+    }
+  }
+}
+
+// No descriptor or no memory is left: one connection goes, and the loop does not spin meanwhile.
+void Listener::PauseAccepting() {
+  Log(LOG_WARNING, "cannot accept a connection: %s", std::strerror(errno));
+  (void)clients_.CutOne();
+  loop_.Forget(socket_watch_);
+  pause_ = loop_.At(EventLoop::Clock::now() + kAcceptPause, [this] {
+    pause_.reset();
+    WatchSocket();
+  });
+}
+
+void Listener::Add(UniqueFd socket, const sockaddr_storage& address) {
+  if (!clients_.MakeRoom(PeerName(address))) return;
+  const std::uint64_t number = ++last_number_;
+  auto client = std::make_unique<ClientConnection>(loop_, std::move(socket), address, number,
+                                                   [this, number] { Continue(number); });
+  client->SetDeadline(port_ == PortKind::kLocal ? HeadTime()
+                                                : std::min(kHandshakeTime, request_time_));
+  clients_.Add(std::move(client));
+}
+
+void Listener::Continue(std::uint64_t number) {
+  ClientConnection& client = *clients_.Find(number);
+  if (!client.IsWanted()) return clients_.Remove(number);
+  joining_ = &client;
+  const bool is_the_librarys = client.Continue(daemon_.get());
+  joining_ = nullptr;
+  if (!is_the_librarys) return clients_.Remove(number);
+  handshakes_.push_back(number);
+  due_ = EventLoop::Clock::now();
+}
+
 std::optional<std::chrono::milliseconds> Listener::Run() {
   using std::chrono::milliseconds;
   const auto now = EventLoop::Clock::now();
-  // That a request was answered meanwhile the library learns only by being run.
-  const bool is_due = due_ && now >= *due_;
-  if (std::exchange(ready_, false) || !requests_.empty() || is_due) {
-    std::optional<milliseconds> wait;
-    for (int run = 0; run < kRuns && (run == 0 || wait == milliseconds(0)); ++run) wait = RunOnce();
+  // The library learns that a request was answered only by being run.
+  if (!requests_.empty() || (due_ && now >= *due_)) {
+    std::optional<milliseconds> wait = RunLibrary();
+    for (int run = 1; run < kRuns && wait == milliseconds(0); ++run) wait = RunLibrary();
     due_.reset();
     if (wait) due_ = now + *wait;
   }
+  // Only now: of those that make room none has a request that the library has not seen.
+  if (std::exchange(has_new_, false)) AcceptAll();
   if (!due_) return std::nullopt;
   return std::max(std::chrono::ceil<milliseconds>(*due_ - now), milliseconds(0));
 }
 
-// The library takes a handshake whose client says nothing more for one that can go on, and asks to
-// be run again and again. What really comes it hears of otherwise; what it has got already, and has
-// told nobody of, may wait that long.
-std::optional<std::chrono::milliseconds> Listener::RunOnce() {
-  moved_ = false;
+// What the library asks for can be relied on: a handshake that waits for its client is suspended,
+// so a wait of zero means that there is something to do. The library runs when its descriptor is
+// readable, when it asked to, after a connection was added or resumed, and in each turn while there
+// are requests. It keeps no listening socket, so nothing else ever waits for a run.
+std::optional<std::chrono::milliseconds> Listener::RunLibrary() {
   MHD_run(daemon_.get());
+  SettleHandshakes();
   MHD_UNSIGNED_LONG_LONG wait = 0;
   if (MHD_get_timeout(daemon_.get(), &wait) != MHD_YES) return std::nullopt;
-  circles_ = wait == 0 && !moved_ ? circles_ + 1 : 0;
-  if (circles_ > (IsSending() ? kMostCirclesWhileSending : kMostCircles)) return kCircleWait;
   return std::chrono::milliseconds(static_cast<long>(std::min(wait, kMostWait)));
 }
 
-bool Listener::IsSending() const {
-  return std::any_of(requests_.begin(), requests_.end(), [](const auto& entry) {
-    return entry.second->queued && entry.second->stream == nullptr;
-  });
+void Listener::SettleHandshakes() {
+  for (const std::uint64_t number : std::exchange(handshakes_, {})) {
+    ClientConnection* client = clients_.Find(number);
+    if (client != nullptr && client->Settle()) client->SetDeadline(HeadTime());
+  }
 }
 
-void Listener::OnConnection(void* self, MHD_Connection* connection, void** /*context*/,
+std::chrono::seconds Listener::HeadTime() const {
+  return std::min(kHeadTime, request_time_);
+}
+
+void Listener::OnConnection(void* self, MHD_Connection* connection, void** context,
                             MHD_ConnectionNotificationCode code) {
   auto& listener = *static_cast<Listener*>(self);
-  listener.moved_ = true;
-  if (code == MHD_CONNECTION_NOTIFY_CLOSED) {
-    listener.clients_.erase(connection);
-    return;
+  if (code == MHD_CONNECTION_NOTIFY_STARTED) {
+    *context = listener.joining_;
+    listener.joining_->SetLibraryConnection(connection);
+  } else {
+    listener.clients_.Remove(static_cast<ClientConnection*>(*context)->Number());
   }
-  auto client = std::make_unique<ClientConnection>(listener.loop_, connection);
-  client->SetDeadline(listener.request_time_);
-  listener.clients_.insert_or_assign(connection, std::move(client));
+}
+
+void* Listener::OnTarget(void* self, const char* /*target*/, MHD_Connection* connection) {
+  ClientOf(connection).SetDeadline(static_cast<Listener*>(self)->HeadTime());
+  return nullptr;
 }
 
 void Listener::OnCompleted(void* self, MHD_Connection* connection, void** context,
                            MHD_RequestTerminationCode /*code*/) {
   auto& listener = *static_cast<Listener*>(self);
-  listener.moved_ = true;
-  listener.requests_.erase(*context);
-  const auto client = listener.clients_.find(connection);
-  if (client == listener.clients_.end()) return;
-  client->second->Flush();
-  client->second->SetDeadline(listener.request_time_);
+  ClientConnection& client = ClientOf(connection);
+  const auto request = listener.requests_.find(*context);
+  if (request != listener.requests_.end()) {
+    client.SetRank(IsKnown(*request->second) ? ConnectionRank::kKnown : ConnectionRank::kUnknown);
+    listener.requests_.erase(request);
+  }
+  client.Flush();
+  client.SetDeadline(listener.request_time_);
 }
 
 // Called from C, so nothing may be thrown through. Called at least three times for one request:
@@ -172,7 +254,6 @@ MHD_Result Listener::OnRequest(void* self, MHD_Connection* connection, const cha
                                const char* method, const char* version, const char* data,
                                std::size_t* size, void** context) {
   auto& listener = *static_cast<Listener*>(self);
-  listener.moved_ = true;
   try {
     if (*context == nullptr) {
       Request& request = listener.Open(connection);
@@ -190,14 +271,18 @@ MHD_Result Listener::OnRequest(void* self, MHD_Connection* connection, const cha
 }
 
 Request& Listener::Open(MHD_Connection* connection) {
-  auto request = std::make_unique<Request>(connection, *clients_.at(connection), port_);
+  auto request = std::make_unique<Request>(connection, ClientOf(connection), port_);
   Request& result = *request;
   requests_.emplace(&result, std::move(request));
   return result;
 }
 
 MHD_Result Listener::Begin(Request& request, const char* method, const char* path) {
+  ClientConnection& client = request.Client();
+  client.SetOpen();
+  client.SetDeadline(request_time_);
   server_.Begin(request, method, path);
+  if (IsKnown(request)) client.SetRank(ConnectionRank::kServed);
   if (!request.GetReply()) return MHD_YES;
   request.receive_limit = kReadOver;
   // A body of usual size is read over and answered at its end; the connection stays good. Before a
@@ -227,6 +312,7 @@ MHD_Result Listener::Proceed(Request& request, std::string_view version) {
     request.Client().ClearDeadline();
     server_.Complete(request);
     if (!request.GetReply()) {
+      request.Client().SetRank(ConnectionRank::kServed);
       request.Suspend();
       return MHD_YES;
     }

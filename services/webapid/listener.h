@@ -3,14 +3,17 @@
 #include <microhttpd.h>
 
 #include <chrono>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "host/core/unique_fd.h"
 #include "services/webapid/configuration.h"
+#include "services/webapid/connection_table.h"
 #include "services/webapid/event_loop.h"
 #include "services/webapid/request.h"
 
@@ -24,7 +27,8 @@ struct TlsFiles {
 };
 
 /// One listening socket with its connections: the only place that speaks with the HTTP library,
-/// which runs inside our loop.
+/// which runs inside our loop. The listener itself accepts, always, and decides who makes room; the
+/// library gets connections on which something has come, and has no limit of its own.
 class Listener {
  public:
   /// @param loop, server borrowed; outlive the listener
@@ -53,10 +57,19 @@ class Listener {
   static void OnCompleted(void* self, MHD_Connection* connection, void** context,
                           MHD_RequestTerminationCode code);
 
-  [[nodiscard]] MHD_Daemon* Start(int socket);
+  /// Called with the text of each request line.
+  static void* OnTarget(void* self, const char* target, MHD_Connection* connection);
+
+  [[nodiscard]] MHD_Daemon* Start();
+  void WatchSocket();
+  void AcceptAll();
+  void PauseAccepting();
+  void Add(UniqueFd socket, const sockaddr_storage& address);
+  void Continue(std::uint64_t number);
   /// @return how long the library may be left alone; empty: any time
-  [[nodiscard]] std::optional<std::chrono::milliseconds> RunOnce();
-  [[nodiscard]] bool IsSending() const;
+  [[nodiscard]] std::optional<std::chrono::milliseconds> RunLibrary();
+  void SettleHandshakes();
+  [[nodiscard]] std::chrono::seconds HeadTime() const;
   [[nodiscard]] Request& Open(MHD_Connection* connection);
   [[nodiscard]] MHD_Result Begin(Request& request, const char* method, const char* path);
   [[nodiscard]] MHD_Result Feed(Request& request, std::string_view data);
@@ -68,15 +81,18 @@ class Listener {
   PortKind port_;
   TlsFiles tls_;
   std::chrono::seconds request_time_;
-  unsigned connection_limit_;
-  std::map<MHD_Connection*, std::unique_ptr<ClientConnection>> clients_;
+  UniqueFd socket_;
+  EventLoop::WatchId socket_watch_ = 0;
+  bool has_new_ = false;  ///< connections to accept
+  std::optional<EventLoop::TimerId> pause_;
+  std::uint64_t last_number_ = 0;
+  ClientConnection* joining_ = nullptr;    ///< is given to the library right now
+  std::vector<std::uint64_t> handshakes_;  ///< take a step in the next run
+  ConnectionTable clients_;
   std::map<const void*, std::unique_ptr<Request>> requests_;
   std::unique_ptr<MHD_Daemon, Stop> daemon_;
-  EventLoop::WatchId watch_ = 0;
-  bool ready_ = true;                                ///< something came for the library
-  bool moved_ = false;                               ///< it did something in its last run
-  int circles_ = 0;                                  ///< runs in which it did nothing
-  std::optional<EventLoop::Clock::time_point> due_;  ///< when it wants to look by itself
+  EventLoop::WatchId library_watch_ = 0;
+  std::optional<EventLoop::Clock::time_point> due_;  ///< when the library is to run
 };
 
 }  // namespace kalo::webapid

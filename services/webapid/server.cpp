@@ -2,6 +2,7 @@
 
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <syslog.h>
 
@@ -40,6 +41,21 @@ UniqueFd TakeSignals() {
   return fd;
 }
 
+// Every listener may be full; uploads and workers need descriptors besides.
+void AllowDescriptors(unsigned connections) {
+  constexpr rlim_t kListeners = 4;
+  constexpr rlim_t kOthers = 256;
+  const rlim_t needed = kListeners * connections + kOthers;
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= needed) return;
+  limit.rlim_cur = std::min(needed, limit.rlim_max);
+  if (setrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur < needed) {
+    Log(LOG_WARNING, "%u connections a port need %lu descriptors; the system allows %lu",
+        connections, static_cast<unsigned long>(needed),
+        static_cast<unsigned long>(limit.rlim_max));
+  }
+}
+
 std::string ReadPem(const std::string& path) {
   std::optional<std::string> text = ReadFile(path, kLargestPem);
   if (!text) throw std::system_error(errno, std::generic_category(), path);
@@ -74,6 +90,7 @@ Server::Server(const Configuration& configuration, int inherited)
       authentication_(sessions_, users_, logins_),
       front_({configuration_, rows_, uploads_, page_, authentication_, admin_workers_,
               mesh_workers_, events_}) {
+  AllowDescriptors(configuration_.connections);
   AddListener(Listen(configuration_.address, configuration_.admin_port), PortKind::kAdmin);
   AddListener(Listen(configuration_.address, configuration_.mesh_port), PortKind::kMesh);
   if (inherited >= 0) AddListener(InheritListener(inherited), PortKind::kAdmin);

@@ -1,8 +1,6 @@
 #include <sys/socket.h>
 #include <time.h>
 
-#include <algorithm>
-#include <memory>
 #include <string_view>
 #include <thread>
 #include <vector>
@@ -132,19 +130,6 @@ TEST_F(Connections, NorDoesOneBesideAClientThatDoesNotRead) {
   const UniqueFd fd = BeginHandshake();
   EXPECT_FALSE(GetsBusy());
   EXPECT_EQ(client.Answer(kLongWait, true), 200) << "all of it comes when it is read";
-}
-
-TEST_F(Connections, OneAddressDoesNotShutOutTheOthers) {
-  ASSERT_EQ(Stop(), 0);
-  Configure(R"(, "limits": {"connections": 8})");
-  Start();
-  std::vector<std::unique_ptr<RawClient>> greedy;
-  for (int i = 0; i < 8; ++i) greedy.push_back(std::make_unique<RawClient>(kPort, ClientFiles{}));
-  const auto is_open = [](const auto& client) { return client->IsOpen(); };
-  EXPECT_EQ(std::count_if(greedy.begin(), greedy.end(), is_open), 4);
-  RawClient other(kPort, {}, {"127.0.0.9"});
-  ASSERT_TRUE(other.Send(Request("1.1", "")));
-  EXPECT_EQ(other.Answer(kLongWait, true), 401);
 }
 
 // Whatever comes while the server ends gets an answer or the end of its connection.
