@@ -13,7 +13,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string written = WriteReleaseList(list);
     Require(WriteReleaseList(ParseReleaseList(written, "again")) == written, "it round-trips");
     for (const std::int32_t build : {0, 9346, 76000}) {
-      const Release* offer = VersionTwoOffer(list, build, '3', true);
+      const Release* offer = VersionTwoOffer(list, build, {3000, true});
       Require(offer == nullptr || offer->build > build, "nothing is offered that is not above");
       (void)RegularOffer(list, build, true);
       (void)StopsBefore(list, {build, 0}, {76010, 1});

@@ -15,11 +15,7 @@ using Clock = std::chrono::steady_clock;
 constexpr long kMostRedirects = 5;
 constexpr long kStatusOk = 200;
 constexpr long kStatusPart = 206;
-constexpr int kLookMilliseconds = 200;
-
-struct MultiEnd {
-  void operator()(CURLM* multi) const { Curl().multi_cleanup(multi); }
-};
+constexpr std::chrono::milliseconds kLook{200};
 
 class Fetch {
  public:
@@ -90,31 +86,20 @@ class Fetch {
     return status == kStatusOk || (status == kStatusPart && request_.from > 0);
   }
 
-  // Not curl_easy_perform: that looks around only once a second.
   CURLcode Transfer() {
-    const std::unique_ptr<CURLM, MultiEnd> multi(Curl().multi_init());
-    if (!multi || Curl().multi_add_handle(multi.get(), curl_.get()) != CURLM_OK) {
-      return CURLE_OUT_OF_MEMORY;
-    }
     window_begin_ = Clock::now();
     next_look_ = window_begin_;
-    int running = 1;
-    while (!end_ && Curl().multi_perform(multi.get(), &running) == CURLM_OK && running > 0) {
-      Look();
-      Curl().multi_poll(multi.get(), nullptr, 0, kLookMilliseconds, nullptr);
-    }
-    int left = 0;
-    const CURLMsg* message = Curl().multi_info_read(multi.get(), &left);
-    const CURLcode code = message != nullptr ? message->data.result : CURLE_ABORTED_BY_CALLBACK;
-    Curl().multi_remove_handle(multi.get(), curl_.get());
-    return code;
+    return PerformTransfer(curl_.get(), [this] {
+      if (!end_) Look();
+      return !end_;
+    });
   }
 
   void Look() {
     const auto now = Clock::now();
     if (now < next_look_) return;
-    next_look_ = now + std::chrono::milliseconds(kLookMilliseconds);
-    if (!sink_.GoesOn()) return End(FetchOutcome::kCancelled);
+    next_look_ = now + kLook;
+    if (limits_.is_cancelled && limits_.is_cancelled()) return End(FetchOutcome::kCancelled);
     if (now - window_begin_ < limits_.stall) return;
     if (taken_ - window_taken_ < limits_.slowest) return End(FetchOutcome::kTimeout);
     window_begin_ = now;

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,12 +12,18 @@
 /// own. Redirects are followed to https only; plain http only when the address itself says so.
 namespace kalo {
 
+/// Whether a job is no longer wanted. One such token covers all steps of a job: lists, files,
+/// copies to nodes. Asked five times a second, also while nothing moves. Empty: nothing cancels the
+/// job.
+using Cancellation = std::function<bool()>;
+
 struct HttpsLimits {
   std::chrono::milliseconds connect{10000};  ///< until the connection stands, TLS included
   std::chrono::milliseconds stall{30000};    ///< the longest time in which too little comes
   std::uint64_t slowest = 1;                 ///< bytes that must come in each such time
   std::chrono::milliseconds whole{60000};    ///< for everything
   std::uint64_t bytes = std::uint64_t{1} << 20;
+  Cancellation is_cancelled = {};
 };
 
 /// What is asked for.
@@ -35,7 +42,7 @@ enum class FetchOutcome {
   kTimeout,
   kTooLarge,
   kCannotStore,  ///< the sink took no more
-  kCancelled,    ///< the sink did not want to go on
+  kCancelled,
 };
 
 struct FetchResult {
@@ -60,8 +67,6 @@ class BodySink {
   virtual bool Begin(std::uint64_t from, const std::string& tag) = 0;
   /// @return false: it cannot be stored.
   virtual bool Take(std::string_view piece) = 0;
-  /// Asked five times a second, also while nothing comes.
-  virtual bool GoesOn() { return true; }
 };
 
 /// Fetches by GET, and waits for the end.

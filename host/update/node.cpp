@@ -1,3 +1,4 @@
+#include "host/update/download/download_progress.h"
 #include "host/update/node_client.h"
 #include "platform/update/update_node.h"
 
@@ -12,7 +13,9 @@ std::int32_t Node::GetNodeID() const {
 
 Response Node::Upload(const std::string& api, const std::string& method, int version,
                       const Json::Value& params, const std::string& path) const {
-  kalo::NodeClient client;
+  kalo::UploadLimits limits;
+  limits.is_cancelled = [] { return kalo::download::DownloadProgress().IsCancelled(); };
+  kalo::NodeClient client(limits);
   return client.Upload({node_id_, address_}, api, version, method, params, path);
 }
 

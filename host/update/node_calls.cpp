@@ -14,10 +14,6 @@ namespace {
 
 constexpr int kLookEveryMs = 1000;
 
-struct MultiDeleter {
-  void operator()(CURLM* multi) const { Curl().multi_cleanup(multi); }
-};
-
 // All transfers of one round. Each stays in the multi handle until the round is over.
 class Round {
  public:
@@ -68,7 +64,7 @@ class Round {
     std::unique_ptr<NodeTransfer> transfer;
     CURLcode result;
   };
-  std::unique_ptr<CURLM, MultiDeleter> multi_;
+  CurlMultiHandle multi_;
   std::list<Leg> legs_;
 };
 

@@ -38,7 +38,7 @@ KALO::MESH::SDK::Response NodeClient::Upload(const NodeAddress& node, const std:
                                              const Json::Value& params, const std::string& path) {
   NodeTransfer transfer(impl_->Handle(), node, {api, version, method});
   transfer.SendForm(params, path, impl_->Limits());
-  return transfer.Answer(Curl().easy_perform(impl_->Handle()));
+  return transfer.Answer(PerformTransfer(impl_->Handle(), [] { return true; }));
 }
 
 }  // namespace kalo

@@ -4,11 +4,11 @@
 
 #include <chrono>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
 
+#include "host/update/https_get.h"
 #include "platform/update/response.h"
 
 namespace kalo {
@@ -29,9 +29,9 @@ class NodeUnreachable : public std::runtime_error {
 struct UploadLimits {
   std::chrono::milliseconds whole = std::chrono::minutes(10);  ///< from connecting to the answer
   std::chrono::milliseconds stall = std::chrono::seconds(30);  ///< below 1 KiB/s while sending
-  /// Asked at least once a second until everything is sent; false ends it. What the node has got
-  /// whole it keeps, so its answer is waited for. Empty: it is wanted to its end.
-  std::function<bool()> is_wanted = {};
+  /// Asked until everything is sent. What the node has got whole it keeps, so its answer is waited
+  /// for.
+  Cancellation is_cancelled = {};
 };
 
 /// Calls the web API of mesh nodes over mutual TLS with this node's certificate. The server's

@@ -21,6 +21,7 @@ constexpr const char* kMeshPort = "8443";
 constexpr std::size_t kLargestAnswer = 1024UL * 1024;
 constexpr long kSendBuffer = 512L * 1024;
 constexpr std::chrono::milliseconds kConnectLimit{10000};
+constexpr std::chrono::milliseconds kLook{200};
 constexpr std::int64_t kSlowestBytesPerSecond = 1024;
 
 [[noreturn]] void Unreachable(std::int32_t node, const std::string& cause) {
@@ -156,8 +157,15 @@ int NodeTransfer::OnProgress(void* self, curl_off_t /*down_total*/, curl_off_t /
   auto* transfer = static_cast<NodeTransfer*>(self);
   transfer->note_->Moved(static_cast<std::uint64_t>(up), static_cast<std::uint64_t>(up_total));
   if (up_total > 0 && up >= up_total) return 0;
-  const bool wanted = !transfer->limits_.is_wanted || transfer->limits_.is_wanted();
-  return !wanted || transfer->Stalls(up) ? 1 : 0;
+  return transfer->IsCancelled() || transfer->Stalls(up) ? 1 : 0;
+}
+
+// The library asks for each piece that it sends, and this may read a file: five times a second do.
+bool NodeTransfer::IsCancelled() {
+  const auto now = std::chrono::steady_clock::now();
+  if (!limits_.is_cancelled || now < next_look_) return false;
+  next_look_ = now + kLook;
+  return limits_.is_cancelled();
 }
 
 // The library's own low-speed limit would also count the time in which the node checks what it has

@@ -69,6 +69,7 @@ class NodeTransfer {
   static int OnProgress(void* self, curl_off_t down_total, curl_off_t down, curl_off_t up_total,
                         curl_off_t up);
   [[nodiscard]] bool Stalls(curl_off_t sent);
+  [[nodiscard]] bool IsCancelled();
 
   CURL* curl_;
   std::int32_t node_id_;
@@ -80,6 +81,7 @@ class NodeTransfer {
   std::optional<TransferNote> note_;
   UploadLimits limits_;
   std::chrono::steady_clock::time_point moved_at_;
+  std::chrono::steady_clock::time_point next_look_;
   curl_off_t moved_to_ = 0;
   std::string body_;
   bool body_too_large_ = false;

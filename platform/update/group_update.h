@@ -29,9 +29,10 @@ class GroupUpdate {
   void GetJobStatus(std::int32_t& total, std::int32_t& done, std::int32_t& fetched_mib,
                     std::int32_t& percent) const;
 
-  /// Downloads into the folder and keeps the percentage in "/tmp/mesh_download", which says
-  /// "finished" when the last group is done. Runs only as long as that file says "downloading".
-  /// When there is too little space, the file tells under "need_bytes" how much is needed.
+  /// Downloads what the signed list releases to this router into the folder and keeps the
+  /// percentage in "/tmp/mesh_download", which says "finished" when the last group is done. Runs
+  /// only as long as that file says "downloading". When there is too little space, the file tells
+  /// under "need_bytes" how much is needed.
   /// @param is_auto   false in every call of this module
   /// @param promotion whether promotion releases are wanted
   /// @return false when it could not run, failed or was cancelled.

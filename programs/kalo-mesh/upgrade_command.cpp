@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "host/core/file_lock.h"
+#include "platform/core/key_value.h"
 #include "platform/paths.h"
 #include "programs/kalo-mesh/api_client.h"
 #include "programs/kalo-mesh/bars.h"
@@ -31,6 +32,11 @@ FileLock TakeAutoUpdateLock() {
                                                   std::strerror(errno));
 }
 
+// Only routers whose owner chose the beta channel update themselves to beta releases.
+bool TakesBeta() {
+  return KLIBCFileCheckKeyValue(KALO::paths::kConfiguration, "update_channel", "beta", 0) == 1;
+}
+
 // Before the point of no return.
 bool WantsIt(ApiClient& client, const UpgradeOptions& options, bool asks, std::ostream& out) {
   const bool unasked = options.yes || options.is_auto;
@@ -53,7 +59,7 @@ int RunUpgrade(const CommonOptions& common, const UpgradeOptions& options) {
   std::ostream& out = common.json ? silence.Stream() : std::cout;
   const UpdateOffer offer = ReadOffer(CheckForUpdate(client, options.is_auto));
   out << offer.Sentence() << "\n";
-  if (!offer.available || (options.is_auto && offer.beta)) {
+  if (!offer.available || (options.is_auto && offer.beta && !TakesBeta())) {
     if (offer.available) out << "Beta releases are not installed by themselves.\n";
     if (common.json)
       std::cout << R"({"success":true,"nodes":[]})"

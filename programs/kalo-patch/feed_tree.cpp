@@ -118,13 +118,13 @@ void FeedTree::PutDocuments(const feed::ReleaseList& list) const {
     const fs::path folder = fs::path("v2") / list.unique / std::to_string(build);
     for (const char group : feed::kAllGroups) {
       for (const bool beta : {true, false}) {
-        const feed::Release* offer = feed::VersionTwoOffer(list, build, group, beta);
+        const auto offers = feed::VersionTwoOffers(list, build, group, beta);
         Put(folder / (std::string(1, group) + (beta ? ".json" : ".stable.json")),
-            feed::VersionTwoDocument(offer, list.unique));
+            feed::VersionTwoDocument(offers, list.unique));
       }
     }
   }
-  Put("v2/empty.json", feed::VersionTwoDocument(nullptr, ""));
+  Put("v2/empty.json", feed::VersionTwoDocument({}, ""));
 }
 
 // What did not change keeps its time, and with it what caches know it by.

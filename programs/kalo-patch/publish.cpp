@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
@@ -31,6 +32,7 @@ struct Options {
   std::string feed;
   std::string key_file;
   std::string groups = "0-9";
+  double share = 100;
   std::string phase;
   std::vector<std::string> notes;
   std::vector<std::string> models;
@@ -65,6 +67,23 @@ std::string ParseGroups(const std::string& text) {
   return groups;
 }
 
+// Which routers a release reaches.
+struct Rollout {
+  std::string groups;
+  std::int32_t share = feed::kWholeShare;
+};
+
+// A share names the groups itself: those that it covers, the last one in part.
+Rollout ReadRollout(const Options& options) {
+  constexpr int kPerPercent = feed::kWholeShare / 100;
+  constexpr auto kGroupSize =
+      feed::kWholeShare / static_cast<std::int32_t>(feed::kAllGroups.size());
+  const auto share = static_cast<std::int32_t>(std::lround(options.share * kPerPercent));
+  if (share == feed::kWholeShare) return {ParseGroups(options.groups)};
+  const auto groups = static_cast<std::size_t>((share + kGroupSize - 1) / kGroupSize);
+  return {std::string(feed::kAllGroups.substr(0, groups)), share};
+}
+
 /// A patch that is to be published.
 struct NewRelease {
   fs::path from;
@@ -89,7 +108,7 @@ std::map<std::string, std::string> ReadNotes(const std::vector<std::string>& opt
   return notes;
 }
 
-NewRelease Describe(const std::string& path, const patch::KeyRing& keys, const std::string& groups,
+NewRelease Describe(const std::string& path, const patch::KeyRing& keys, const Rollout& rollout,
                     const std::string& phase) {
   const patch::VerifyResult result = patch::VerifyPatch(path, keys, patch::FileTrust::kAnyOwner);
   if (!result.IsValid()) throw patch::PatchError(result.outcome, path + ": " + result.reason);
@@ -99,7 +118,8 @@ NewRelease Describe(const std::string& path, const patch::KeyRing& keys, const s
   release.build = result.description.build;
   release.nano = result.description.nano;
   release.phase = phase;
-  release.groups = groups;
+  release.groups = rollout.groups;
+  release.share = rollout.share;
   release.file.size = fs::file_size(path);
   release.file.sha256 = HashOf(path);
   const std::string number = release.IsSmall() ? "-" + std::to_string(release.nano) : "";
@@ -167,14 +187,14 @@ void Run(const Options& options) {
   if (options.patches.empty() && options.models.empty()) {
     throw UsageError("name patch files, or models whose lists are to be signed anew (--unique)");
   }
-  const std::string groups = ParseGroups(options.groups);
+  const Rollout rollout = ReadRollout(options);
   const auto notes = ReadNotes(options.notes);
   const patch::SigningKey key = patch::SigningKey::Load(options.key_file);
   patch::KeyRing keys;
   keys.AddPem(key.PublicPem(), options.key_file);
   std::vector<NewRelease> entries;
   for (const std::string& path : options.patches) {
-    entries.push_back(Describe(path, keys, groups, options.phase));
+    entries.push_back(Describe(path, keys, rollout, options.phase));
     entries.back().release.notes = notes;
   }
   const FeedTree tree(options.feed);
@@ -207,8 +227,12 @@ void AddPublish(CLI::App& app) {
   command->add_option("--feed", options->feed, "the folder that a web server serves")->required();
   command->add_option("--key", options->key_file, "the private key that signed the patches")
       ->required();
-  command->add_option("--groups", options->groups, "rollout groups reached, like 0-4")
-      ->capture_default_str();
+  CLI::Option* groups =
+      command->add_option("--groups", options->groups, "rollout groups reached, like 0-4")
+          ->capture_default_str();
+  command->add_option("--share", options->share, "percentage of all routers reached, like 2.5")
+      ->check(CLI::Range(0.01, 100.0))
+      ->excludes(groups);
   command->add_option("--phase", options->phase, "Beta, or nothing for a finished release")
       ->check(CLI::IsMember({"Beta"}));
   command

@@ -13,13 +13,11 @@
 #include "host/core/folder.h"
 #include "host/core/log.h"
 #include "host/update/download/fetch_patch.h"
-#include "host/update/feed/feed_client.h"
 #include "host/update/node_client.h"
 #include "platform/core/file.h"
 #include "platform/core/key_value.h"
 #include "platform/mesh/client.h"
 #include "platform/paths.h"
-#include "platform/update/group_update.h"
 #include "platform/update/update_util.h"
 #include "programs/kalomeshupgrade/late_start.h"
 
@@ -29,7 +27,6 @@ namespace {
 namespace Client = KALO::MESH::SDK::Client;
 namespace paths = KALO::paths;
 using KALO::MESH::SDK::Response;
-using KALO::MESH::SDK::Upgrade::GroupUpdate;
 using KALO::MESH::SDK::Upgrade::UpdateNode;
 using KALO::MESH::SDK::Upgrade::UpdateUtil;
 
@@ -137,27 +134,17 @@ void EqualUpdate::HandOut(const WantedPatch& patch, const ModelGroup& group) {
 
 std::string EqualUpdate::Fetch(const WantedPatch& patch, const ModelGroup& group) {
   Log(LOG_NOTICE, "%s for %s", patch.version.c_str(), group.unique.c_str());
-  const auto list = feed::FetchReleaseList(group.unique);
-  if (!list) throw EqualUpdateError("no list of releases for " + group.unique);
-  const feed::Release* release = feed::FindRelease(*list, patch.version);
-  if (release == nullptr) {
-    throw EqualUpdateError(patch.version + " for " + group.unique + " is not in the maker's list");
-  }
-  std::string pure;
-  (void)GroupUpdate().ConvertVersion(release->version, pure);
-  std::string path = patch.store;
-  path += "/" + group.unique + "_" + pure + ".pat";
-  const auto size = static_cast<double>(release->file.size);
   const download::TransferHooks hooks{
-      [this] { return !IsStopAsked(); },
-      [this, size](std::uint64_t bytes) { ShowFraction(static_cast<double>(bytes) / size); }};
+      [this] { return IsStopAsked(); },
+      [this](std::uint64_t bytes, std::uint64_t whole) {
+        ShowFraction(static_cast<double>(bytes) / static_cast<double>(whole));
+      }};
   try {
-    download::FetchPatch(group.unique, *release, path, hooks);
+    return download::FetchListedPatch({group.unique, patch.version, patch.store, false}, hooks);
   } catch (const download::DownloadError& e) {
     if (e.GetCause() == download::DownloadError::Cause::kCancelled) throw Stopped();
     throw;
   }
-  return path;
 }
 
 void EqualUpdate::Upload(const WantedPatch& patch, std::int32_t id, const std::string& path) {
@@ -178,7 +165,7 @@ void EqualUpdate::Upload(const WantedPatch& patch, std::int32_t id, const std::s
 Response EqualUpdate::SendPatch(const NodeAddress& node, const Json::Value& params,
                                 const std::string& path) {
   UploadLimits limits;
-  limits.is_wanted = [this] { return !IsStopAsked(); };
+  limits.is_cancelled = [this] { return IsStopAsked(); };
   try {
     return NodeClient(limits).Upload(node, "KALO.Core.Upgrade.Patch", 1, "upload", params, path);
   } catch (const NodeUnreachable&) {

@@ -33,9 +33,12 @@ std::optional<std::chrono::seconds> ReadTimeout(std::string_view word) {
 int Usage() {
   std::cerr
       << "usage: wget --timeout=SECONDS --tries=1 -O FILE URL\n"
-         "Fetches URL (at most 1 MiB, at most 60 s) into a new FILE, which stays empty unless "
-         "the\nwhole answer came with status 200.\n"
-         "Exit status: 0 done, 2 usage, 3 cannot write, 4 network, 5 certificate, 8 refused\n";
+         "Fetches URL (at most 1 MiB, within SECONDS) into a new FILE, which stays empty unless "
+         "the\n"
+         "whole answer came with status 200. Of an answer of the update feed only what the signed\n"
+         "list has for this router is stored.\n"
+         "Exit status: 0 done, 2 usage, 3 cannot write, 4 network, 5 certificate or signature,\n"
+         "8 refused\n";
   return kalo::fetch::kUsage;
 }
 
@@ -53,6 +56,7 @@ int Run(std::span<char*> words) {
   kalo::HttpsLimits limits;
   limits.connect = *timeout;
   limits.stall = *timeout;
+  limits.whole = *timeout;
   std::string error;
   const kalo::fetch::ExitStatus status =
       kalo::fetch::FetchToFile(words[5], words[4], limits, error);

@@ -96,6 +96,13 @@ TEST_F(CheckJourney, AStagedReleaseIsOfferedWhenItReachesTheGroup) {
   Shell(R"(echo 'rolling_group_id="1237"' >>/etc/kaloinfo.conf)");
   mesh_.Publish(kBothModels76010, {"--groups", "0-4", "--field-build", "76000"});
   EXPECT_FALSE(Check().isMember("promotion"));
+  for (const std::string model : {"kalo_m1", "kalo_m2"}) {
+    const auto folder = mesh_.Feed() / "v2" / model / "76000";
+    std::filesystem::copy_file(folder / "0.json", folder / "7.json",
+                               std::filesystem::copy_options::overwrite_existing);
+  }
+  EXPECT_FALSE(Check().isMember("promotion")) << "only the unsigned document says so";
+  EXPECT_TRUE(mesh_.LogHas("is not released for this router"));
   mesh_.Publish(kBothModels76010, {"--groups", "0-7"});
   EXPECT_EQ(Check()["promotion_version"], "VXM 1.4.0-76010");
 }
@@ -106,6 +113,11 @@ TEST_F(CheckJourney, ABetaReleaseIsOfferedAsOne) {
   EXPECT_EQ(data["promotion"], true);
   EXPECT_EQ(data["beta_version"], true);
   EXPECT_TRUE(mesh_.LogHas("Fetching RSS V2 from URL: https://127.0.0.100/autoupdate/v2/getList"));
+  const auto folder = mesh_.Feed().string() + "/v2";
+  ASSERT_EQ(
+      RunProgram({"/bin/sh", "-c", "sed -i 's/\"Beta\"/\"\"/' " + folder + "/*/*/*.json"}).status,
+      0);
+  EXPECT_FALSE(Check().isMember("promotion")) << "only the unsigned document calls it finished";
 }
 
 TEST_F(CheckJourney, AListThatDoesNotHoldIsNoOfferAndOneLogLineSaysWhy) {

@@ -158,6 +158,22 @@ TEST_F(PublishTest, StagesARolloutByGroupsAndWidensIt) {
   EXPECT_EQ(Offered("76000/3.json"), 76010) << "the build in the field is remembered";
 }
 
+TEST_F(PublishTest, StagesARolloutByAShareOfAllRouters) {
+  const std::string patch = Patch("a.patch", "VXM 1.4.0-76010");
+  ASSERT_EQ(Publish({patch, "--field-build", "76000", "--share", "12.5"}).status, 0);
+  EXPECT_EQ(List().releases[0].groups, "01");
+  EXPECT_EQ(List().releases[0].share, 1250);
+  EXPECT_FALSE(List().releases[0].IsForAll());
+  EXPECT_EQ(Offered("76000/1.json"), 76010);
+  EXPECT_EQ(Offered("76000/2.json"), 0);
+  ASSERT_EQ(Publish({patch, "--share", "100"}).status, 0);
+  EXPECT_TRUE(List().releases[0].IsForAll());
+  EXPECT_EQ(Publish({patch, "--share", "10", "--groups", "0"}).status, 2);
+  for (const char* share : {"0", "-1", "101", "x", ""}) {
+    EXPECT_EQ(Publish({patch, "--share", share}).status, 2) << share;
+  }
+}
+
 TEST_F(PublishTest, ABetaReleaseStandsInTheBetaDocumentsOnly) {
   const std::string patch = Patch("a.patch", "VXM 1.4.0-76010");
   ASSERT_EQ(Publish({patch, "--field-build", "76000", "--phase", "Beta"}).status, 0);

@@ -10,10 +10,15 @@
 #include <fstream>
 
 #include "box/setup/certificates.h"
+#include "host/core/file_lock.h"
 #include "host/core/spawn.h"
+#include "host/core/strict_json.h"
+#include "platform/core/key_value.h"
 #include "platform/paths.h"
 #include "programs/wget/fetch_to_file.h"
 #include "services/feedd/feed_server.h"
+#include "tests/host/update/feed/example_list.h"
+#include "tests/host/update/feed/test_feed.h"
 #include "tests/host/update/temporary_folder.h"
 #include "tests/support/log_socket.h"
 #include "tests/support/script_server.h"
@@ -108,6 +113,16 @@ TEST_F(Wget, EndsWithinTheTimeoutWhenTheServerHangs) {
   const ScriptServer server([](const ScriptClient& c) { c.WaitForEnd(); });
   EXPECT_EQ(Run({"--timeout=1", "--tries=1", "-O", path_, server.Url()}), kNetwork);
   EXPECT_EQ(Contents(path_), "");
+}
+
+TEST_F(Wget, EndsWithinTheTimeoutWhenTheServerDrips) {
+  const ScriptServer server([](const ScriptClient& c) {
+    c.Send("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n");
+    (void)test::WaitFor([&] { return !c.Send("x"); }, std::chrono::seconds(50));
+  });
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(Run({"--timeout=1", "--tries=1", "-O", path_, server.Url()}), kNetwork);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, test::kLongWait);
 }
 
 // Something always comes before the stall limit has passed: only the whole limit ends that.
@@ -214,6 +229,154 @@ TEST_F(WgetTrust, AnotherAuthorityAndAnotherNameHaveAStatusOfTheirOwn) {
   Trust(authority_);
   EXPECT_EQ(GetOverTls("127.0.0.2"), kUntrusted);
   EXPECT_EQ(Contents(path_), "");
+}
+
+// What the version-2 document alone can make a router do: its server is the attacker's.
+class WgetFeed : public Wget {
+ protected:
+  WgetFeed() {
+    fs::remove(KALO::paths::kConfiguration);
+    SetRouter("1237");
+    test::TestFeed::Configure(server_.Url());
+  }
+  WgetFeed(const WgetFeed&) = delete;
+  WgetFeed& operator=(const WgetFeed&) = delete;
+  ~WgetFeed() override { fs::remove(KALO::paths::kConfiguration); }
+
+  static void SetRouter(const char* rolling_group) {
+    ASSERT_EQ(KLIBCINFOSetKeyValue("rolling_group_id", rolling_group), 1);
+  }
+  static std::string Item(const std::string& title, int build, const std::string& phase = "",
+                          const std::string& model = "kalo_m1") {
+    return R"({"title":")" + title + R"(","BuildNum":)" + std::to_string(build) + R"(,"phase":")" +
+           phase + R"(","model":")" + model + R"("})";
+  }
+  static std::string Document(const std::string& items) {
+    return R"({"channel":{"item":[)" + items + "]}}";
+  }
+  [[nodiscard]] int Ask(const std::string& document, const std::string& query = kQuery) {
+    document_ = document;
+    return Get(server_.Url() + "/autoupdate/v2/getList?" + query);
+  }
+  // @return the titles that the check finds in the fetched file; "-" if it finds no document.
+  [[nodiscard]] std::string Offered(const std::string& items, const std::string& query = kQuery) {
+    EXPECT_EQ(Ask(Document(items), query), kOk) << items;
+    const auto root = ParseStrictJson(Contents(path_));
+    if (!root) return "-";
+    std::string titles;
+    for (const Json::Value& item : (*root)["channel"]["item"]) {
+      titles += item["title"].asString() + item["phase"].asString() + ";";
+    }
+    return titles;
+  }
+
+  static constexpr const char* kQuery =
+      "unique=kalo_m1&build_num=76000&include_beta=true&group_id=7";
+
+  test::LogSocket log_;
+  test::TestFeed feed_;
+  std::string document_;
+  ScriptServer server_{[this](const ScriptClient& c) {
+    const std::string path = c.Request().substr(4, c.Request().find(' ', 4) - 4);
+    const bool is_list = path.starts_with("/v1/");
+    c.Send(ScriptServer::Answer("200 OK", is_list ? Contents(feed_.Root() + path) : document_));
+  }};
+};
+
+TEST_F(WgetFeed, PassesOnWhatTheSignedListReleasesToThisRouter) {
+  feed_.PutList(feed::ExampleList({feed::Example("VXM 1.4.0-76010", 76010, 0, "07")}));
+  EXPECT_EQ(Offered(Item("VXM 1.4.0-76010", 76010)), "VXM 1.4.0-76010;");
+  EXPECT_EQ(Offered(""), "");
+}
+
+TEST_F(WgetFeed, ABetaReleaseIsOfferedAsBetaOnly) {
+  feed_.PutList(
+      feed::ExampleList({feed::Example("VXM 1.4.0-76010", 76010, 0, "0123456789", "Beta")}));
+  EXPECT_EQ(Offered(Item("VXM 1.4.0-76010", 76010)), "") << "only the document says it is finished";
+  EXPECT_TRUE(log_.WaitFor("dropped: it has another phase in the signed list")) << log_.All();
+  EXPECT_EQ(Offered(Item("VXM 1.4.0-76010", 76010, "Beta")), "VXM 1.4.0-76010Beta;");
+  EXPECT_EQ(
+      Offered(Item("VXM 1.4.0-76010", 76010, "Beta"), "unique=kalo_m1&build_num=76000&group_id=7"),
+      "")
+      << "not asked for";
+}
+
+TEST_F(WgetFeed, AnAutomaticUpdateTakesBetaReleasesOnTheBetaChannelOnly) {
+  feed_.PutList(
+      feed::ExampleList({feed::Example("VXM 1.4.0-76010", 76010, 0, "0123456789", "Beta")}));
+  const std::string item = Item("VXM 1.4.0-76010", 76010, "Beta");
+  const auto lock = FileLock::TryTake(KALO::paths::kAutoUpdateLock);
+  ASSERT_TRUE(lock);
+  EXPECT_EQ(Offered(item), "");
+  ASSERT_EQ(KLIBCINFOSetKeyValue("update_channel", "beta"), 1);
+  EXPECT_EQ(Offered(item), "VXM 1.4.0-76010Beta;");
+}
+
+TEST_F(WgetFeed, AStagedReleaseReachesItsShareOfRoutersOnly) {
+  feed_.PutList(feed::ExampleList({feed::Example("VXM 1.4.0-76010", 76010, 0, "0")}));
+  const std::string item = Item("VXM 1.4.0-76010", 76010);
+  EXPECT_EQ(Offered(item), "") << "it is for group 0, this router is in group 7";
+  SetRouter("1230");
+  EXPECT_EQ(Offered(item), "VXM 1.4.0-76010;");
+  feed::Release some = feed::Example("VXM 1.4.0-76010", 76010, 0, "0");
+  some.share = 123;
+  feed_.PutList(feed::ExampleList({some}));
+  EXPECT_EQ(Offered(item), "") << "for 1.23 % of all routers: numbers 0 to 1220 of group 0";
+  SetRouter("1220");
+  EXPECT_EQ(Offered(item), "VXM 1.4.0-76010;");
+}
+
+TEST_F(WgetFeed, WhatIsNotInTheSignedListIsDropped) {
+  feed_.PutList(feed::ExampleList({feed::Example("VXM 1.4.0-76010", 76010),
+                                   feed::Example("VXM 1.4.0-76010 Update 1", 76010, 1),
+                                   feed::Example("VXM 1.4.0-76020", 76020)}));
+  for (const std::string& item :
+       {Item("VXM 1.4.0-76011", 76011), Item("VXM 1.4.0-76010", 76020),
+        Item("VXM 9.9-76010", 76010), Item("VXM 1.4.0-76010 Update 1", 76010),
+        Item("VXM 1.4.0-76010", 76010, "Gamma"), Item("VXM 1.4.0-76010", 76010, "", "kalo_m2"),
+        Item("no version", 0), std::string("7"), std::string(R"({"title":{}})")}) {
+    EXPECT_EQ(Offered(item), "") << item;
+  }
+  EXPECT_EQ(Offered(Item("VXM 1.4.0-76011", 76011) + "," + Item("VXM 1.4.0-76020", 76020)),
+            "VXM 1.4.0-76020;");
+}
+
+TEST_F(WgetFeed, AnOfferPastASteppingStoneIsDropped) {
+  auto list = feed::ExampleList(
+      {feed::Example("VXM 1.4.0-76010", 76010), feed::Example("VXM 1.4.0-76020", 76020)});
+  list.stones = {76010};
+  feed_.PutList(list);
+  EXPECT_EQ(Offered(Item("VXM 1.4.0-76020", 76020)), "");
+  EXPECT_EQ(Offered(Item("VXM 1.4.0-76010", 76010)), "VXM 1.4.0-76010;");
+}
+
+TEST_F(WgetFeed, WithoutASignedListNothingIsOffered) {
+  const std::string document = Document(Item("VXM 1.4.0-76010", 76010));
+  EXPECT_EQ(Ask(document), kUntrusted);
+  EXPECT_EQ(Contents(path_), "");
+  const auto list = feed::ExampleList({feed::Example("VXM 1.4.0-76010", 76010)});
+  feed_.PutList(list, patch::SigningKey::Generate().Sign(feed::WriteReleaseList(list)));
+  EXPECT_EQ(Ask(document), kUntrusted);
+  EXPECT_EQ(Contents(path_), "");
+}
+
+TEST_F(WgetFeed, AnAnswerOfAnotherFormIsNoDocument) {
+  for (const char* text : {"", "{}", "[]", "null", R"({"channel":{"item":{}}})", "{\"channel\":[]}",
+                           R"({"channel":{"item":[]}} trailing)", "<html>"}) {
+    EXPECT_EQ(Ask(text), kRefused) << text;
+    EXPECT_EQ(Contents(path_), "") << text;
+  }
+}
+
+TEST_F(WgetFeed, TheTimeoutBoundsTheSignedListToo) {
+  feed_.PutList(feed::ExampleList({feed::Example("VXM 1.4.0-76010", 76010)}));
+  const ScriptServer hanging([](const ScriptClient& c) { c.WaitForEnd(); });
+  test::TestFeed::Configure(hanging.Url());
+  document_ = Document(Item("VXM 1.4.0-76010", 76010));
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(Run({"--timeout=1", "--tries=1", "-O", path_, server_.Url() + "/?" + kQuery}),
+            kUntrusted);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, test::kLongWait / 2);
 }
 
 TEST_F(Wget, AMebibyteIsStillTaken) {

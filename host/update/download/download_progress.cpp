@@ -19,21 +19,23 @@ constexpr const char* kStep = "step";
 constexpr const char* kPercent = "percent";
 constexpr const char* kDownloading = "downloading";
 
+enum class Edit { kDone, kNotDownloading, kFailed };
+
 // Changes the file while it says "downloading", under the lock of its writers: the word cannot
 // change between the look and the write.
-bool EditWhileDownloading(const std::string& path,
+Edit EditWhileDownloading(const std::string& path,
                           const std::function<void(KeyValueText&)>& change) {
   const auto edit = KeyValueEdit::Begin(path);
-  if (!edit) {
-    Log(LOG_ERR, "%s: %s", path.c_str(), std::strerror(errno));
-    return false;
+  if (edit && (!edit->Found() || edit->Found()->Get(kStep) != kDownloading)) {
+    return Edit::kNotDownloading;
   }
-  if (!edit->Found() || edit->Found()->Get(kStep) != kDownloading) return true;
-  KeyValueText text = *edit->Found();
-  change(text);
-  if (edit->Commit(text)) return true;
+  if (edit) {
+    KeyValueText text = *edit->Found();
+    change(text);
+    if (edit->Commit(text)) return Edit::kDone;
+  }
   Log(LOG_ERR, "%s: %s", path.c_str(), std::strerror(errno));
-  return false;
+  return Edit::kFailed;
 }
 
 }  // namespace
@@ -46,6 +48,11 @@ bool DownloadProgress::IsWanted() const {
          std::strcmp(step.data(), kDownloading) == 0;
 }
 
+bool DownloadProgress::IsCancelled() const {
+  const auto text = ReadKeyValueFile(path_);
+  return text && text->Get(kStep) == "canceled" && text->Get("version");
+}
+
 void DownloadProgress::SetPercent(int percent) const {
   (void)EditWhileDownloading(
       path_, [&](KeyValueText& text) { (void)text.Set(kPercent, std::to_string(percent)); });
@@ -56,18 +63,20 @@ void DownloadProgress::SetNeededBytes(std::uint64_t bytes) const {
       path_, [&](KeyValueText& text) { (void)text.Set("need_bytes", std::to_string(bytes)); });
 }
 
-void DownloadProgress::Finish() const {
-  (void)EditWhileDownloading(path_, [](KeyValueText& text) {
+bool DownloadProgress::Finish() const {
+  const Edit edit = EditWhileDownloading(path_, [](KeyValueText& text) {
     (void)text.Set(kStep, "finished");
     (void)text.Set(kPercent, "100");
   });
+  return edit == Edit::kDone;
 }
 
 bool DownloadProgress::Cancel() const {
-  return EditWhileDownloading(path_, [](KeyValueText& text) {
+  const Edit edit = EditWhileDownloading(path_, [](KeyValueText& text) {
     (void)text.Set(kStep, "canceled");
     (void)text.Set(kPercent, "0");
   });
+  return edit != Edit::kFailed;
 }
 
 }  // namespace kalo::download

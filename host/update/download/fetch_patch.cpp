@@ -1,8 +1,10 @@
 #include "host/update/download/fetch_patch.h"
 
+#include <sys/statvfs.h>
 #include <syslog.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <system_error>
 #include <thread>
 
@@ -20,6 +22,7 @@ constexpr int kTries = 3;
 constexpr int kPauseFactor = 3;
 constexpr std::uint64_t kSlowBytesPerSecond = std::uint64_t{64} << 10;
 constexpr std::chrono::milliseconds kLook{200};
+constexpr std::uint64_t kSpare = std::uint64_t{1} << 20;  // for the file system itself
 constexpr long kTooMany = 429;
 constexpr long kRangeNotSatisfiable = 416;
 constexpr long kServerErrors = 500;
@@ -109,13 +112,14 @@ class PatchFetch {
     limits.slowest = patience_.slowest;
     limits.whole = patience_.whole_extra + std::chrono::seconds(file_.size / kSlowBytesPerSecond);
     limits.bytes = file_.size;
+    limits.is_cancelled = hooks_.is_cancelled;
     return limits;
   }
 
   void Wait(std::chrono::milliseconds pause) const {
     const auto end = std::chrono::steady_clock::now() + pause;
     while (std::chrono::steady_clock::now() < end) {
-      if (!hooks_.is_wanted()) throw DownloadError(Cause::kCancelled, "cancelled");
+      if (hooks_.is_cancelled()) throw DownloadError(Cause::kCancelled, "cancelled");
       std::this_thread::sleep_for(std::min(kLook, pause));
     }
   }
@@ -142,16 +146,59 @@ void CheckHead(const std::string& unique, const feed::Release& release, const st
   }
 }
 
+// Fails before the first byte if the file does not fit: space is mostly short from the start.
+void CheckSpace(const std::string& folder, std::uint64_t size) {
+  struct statvfs found {};
+  if (statvfs(folder.c_str(), &found) != 0) {
+    throw DownloadError(Cause::kStorage, folder + ": " + std::generic_category().message(errno));
+  }
+  const std::uint64_t free = static_cast<std::uint64_t>(found.f_bavail) * found.f_frsize;
+  if (free < size + kSpare) throw DownloadError(Cause::kNoSpace, folder + " is full");
+}
+
+feed::Release FindListed(const PatchTarget& target, const Cancellation& is_cancelled) {
+  feed::FetchBudget budget;
+  budget.is_cancelled = is_cancelled;
+  const auto list = feed::FetchReleaseList(target.unique, budget);
+  if (is_cancelled()) throw DownloadError(Cause::kCancelled, "cancelled");
+  const std::string name = target.version + " for " + target.unique;
+  const feed::Release* release = list ? feed::FindRelease(*list, target.version) : nullptr;
+  if (release == nullptr) {
+    throw DownloadError(Cause::kServer, name + " is not in the maker's list");
+  }
+  if (target.by_rollout && !feed::Reaches(*release, feed::ThisRouter())) {
+    throw DownloadError(Cause::kServer, name + " is not released for this router");
+  }
+  return *release;
+}
+
 }  // namespace
+
+std::string FetchListedPatch(const PatchTarget& target, const TransferHooks& hooks) {
+  if (hooks.is_cancelled()) throw DownloadError(Cause::kCancelled, "cancelled");
+  const feed::Release release = FindListed(target, hooks.is_cancelled);
+  std::string path = target.folder + "/" + target.unique + "_" +
+                     feed::PureVersion(release.version).value_or("") + ".pat";
+  try {
+    CheckSpace(target.folder, release.file.size);
+    FetchPatch(target.unique, release, path, hooks);
+  } catch (const DownloadError& e) {
+    if (e.GetCause() != Cause::kNoSpace) throw;
+    throw DownloadError(Cause::kNoSpace, e.what(), release.file.size + kSpare);
+  }
+  return path;
+}
 
 void FetchPatch(const std::string& unique, const feed::Release& release, const std::string& path,
                 const TransferHooks& hooks, const FetchPatience& patience) {
   try {
-    if (!hooks.is_wanted()) throw DownloadError(Cause::kCancelled, "cancelled");
+    if (hooks.is_cancelled()) throw DownloadError(Cause::kCancelled, "cancelled");
     PatchFetch fetch(release, path, hooks, patience);
     PartFile& part = fetch.Run();
     CheckHead(unique, release, path + ".part");
-    part.Keep(path, release.file.sha256);
+    if (!part.Keep(path, release.file.sha256)) {
+      throw DownloadError(Cause::kCancelled, "cancelled");
+    }
   } catch (const std::system_error& e) {
     throw DownloadError(Cause::kStorage, e.what());
   }

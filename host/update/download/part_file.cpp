@@ -66,7 +66,7 @@ bool PartFile::Take(std::string_view piece) {
     return false;
   }
   size_ += piece.size();
-  hooks_.on_bytes(size_);
+  hooks_.on_bytes(size_, whole_);
   return true;
 }
 
@@ -82,10 +82,26 @@ HttpsRequest PartFile::Rest(const std::string& url) const {
   return {url, size_, tag_};
 }
 
-void PartFile::Keep(const std::string& path, const std::string& sha256) {
+// In slices: a whole patch takes a slow disk many seconds, in which nothing could cancel it. The
+// slices only wait for the disk; what counts is the last call.
+bool PartFile::Sync() const {
+  constexpr std::uint64_t kSlice = std::uint64_t{1} << 20;
+  constexpr unsigned kWriteAndWait =
+      SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
+  for (std::uint64_t from = 0; from < size_; from += kSlice) {
+    if (hooks_.is_cancelled()) return false;
+    (void)sync_file_range(fd_.Get(), static_cast<off64_t>(from), kSlice, kWriteAndWait);
+  }
+  if (fdatasync(fd_.Get()) != 0) Fail(path_);
+  return !hooks_.is_cancelled();
+}
+
+bool PartFile::Keep(const std::string& path, const std::string& sha256) {
   (void)NoteVerifiedHash(fd_.Get(), sha256);
-  if (fdatasync(fd_.Get()) != 0 || rename(path_.c_str(), path.c_str()) != 0) Fail(path);
+  if (!Sync()) return false;
+  if (rename(path_.c_str(), path.c_str()) != 0) Fail(path);
   kept_ = true;
+  return true;
 }
 
 }  // namespace kalo::download

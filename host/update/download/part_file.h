@@ -10,10 +10,11 @@
 
 namespace kalo::download {
 
-/// Told how a transfer goes, and asked whether it is to go on.
+/// How a transfer reports what it does, and learns that it is cancelled.
 struct TransferHooks {
-  std::function<bool()> is_wanted;
-  std::function<void(std::uint64_t bytes)> on_bytes;  ///< of the file that are there by now
+  Cancellation is_cancelled;
+  /// Bytes of the file that are there by now, and its size.
+  std::function<void(std::uint64_t bytes, std::uint64_t whole)> on_bytes;
 };
 
 /// The half-fetched file of a download: written and hashed in one pass, over several transfers when
@@ -30,7 +31,6 @@ class PartFile : public BodySink {
 
   bool Begin(std::uint64_t from, const std::string& tag) override;
   bool Take(std::string_view piece) override;
-  bool GoesOn() override { return hooks_.is_wanted(); }
 
   /// @return what to ask for to get the rest: all of it when the server has no name for its
   ///         contents.
@@ -46,12 +46,15 @@ class PartFile : public BodySink {
   /// Drops what is there.
   /// @return false with errno set on failure.
   bool StartAnew();
-  /// Gives the file its name, and notes on it the hash with which it was found right.
+  /// Writes the file to the disk and gives it its name, and notes on it the hash with which it was
+  /// found right.
+  /// @return false if the job was cancelled meanwhile: the file goes.
   /// @throws std::system_error
-  void Keep(const std::string& path, const std::string& sha256);
+  [[nodiscard]] bool Keep(const std::string& path, const std::string& sha256);
 
  private:
   [[nodiscard]] bool HasSpace() const;
+  [[nodiscard]] bool Sync() const;
 
   std::string path_;
   std::uint64_t whole_;

@@ -1,11 +1,15 @@
 #include "host/update/feed/offers.h"
 
 #include <algorithm>
+#include <set>
+#include <string>
 
 namespace kalo::feed {
 namespace {
 
 constexpr std::int32_t kLowestVersionTwo = 76000;
+constexpr std::int32_t kGroups = 10;
+constexpr std::int32_t kGroupSize = kWholeShare / kGroups;
 
 // The releases stand in ascending order, so the last that fits is the newest.
 template <typename Predicate>
@@ -31,6 +35,14 @@ const Release* NextStop(const ReleaseList& list, std::int32_t build, const Relea
   return target;
 }
 
+// The releases of version 2 that reach a router which runs a build.
+auto VersionTwoReleases(std::int32_t build, const Audience& audience) {
+  return [build, audience](const Release& release) {
+    return !release.IsSmall() && release.build >= kLowestVersionTwo && release.build > build &&
+           Reaches(release, audience);
+  };
+}
+
 bool IsFullForAll(const Release& release) {
   return !release.IsSmall() && release.IsForAll();
 }
@@ -42,6 +54,18 @@ const Release* NewestSmall(const ReleaseList& list, std::int32_t build) {
 }
 
 }  // namespace
+
+std::int32_t RolloutPosition(std::uint32_t rolling_group) {
+  const auto number = static_cast<std::int32_t>(rolling_group % kWholeShare);
+  return number % kGroups * kGroupSize + number / kGroups;
+}
+
+bool Reaches(const Release& release, const Audience& audience) {
+  if (!release.phase.empty() && !audience.takes_beta) return false;
+  if (!audience.position) return release.groups == kAllGroups && release.share == kWholeShare;
+  const char group = static_cast<char>('0' + *audience.position / kGroupSize);
+  return release.groups.find(group) != std::string::npos && *audience.position < release.share;
+}
 
 const Release* RegularOffer(const ReleaseList& list, std::int32_t build, bool small_updates) {
   const Release* full = Newest(list, IsFullForAll);
@@ -55,12 +79,37 @@ std::int32_t SmallUpdateNumber(const ReleaseList& list, std::int32_t build) {
   return small != nullptr ? small->nano : 0;
 }
 
-const Release* VersionTwoOffer(const ReleaseList& list, std::int32_t build, char group, bool beta) {
-  const auto fits = [=](const Release& release) {
-    return !release.IsSmall() && release.build >= kLowestVersionTwo && release.build > build &&
-           release.groups.find(group) != std::string::npos && (beta || release.phase.empty());
-  };
+const Release* VersionTwoOffer(const ReleaseList& list, std::int32_t build,
+                               const Audience& audience) {
+  const auto fits = VersionTwoReleases(build, audience);
   return NextStop(list, build, Newest(list, fits), fits);
+}
+
+bool IsVersionTwoOffer(const ReleaseList& list, std::int32_t build, const Release& release,
+                       const Audience& audience) {
+  const auto fits = VersionTwoReleases(build, audience);
+  return fits(release) && NextStop(list, build, &release, fits) == &release;
+}
+
+std::vector<const Release*> VersionTwoOffers(const ReleaseList& list, std::int32_t build,
+                                             char group, bool beta) {
+  const std::int32_t first = (group - '0') * kGroupSize;
+  std::set<std::int32_t> positions = {first};  // where the set of releases changes
+  for (const Release& release : list.releases) {
+    if (release.share > first && release.share < first + kGroupSize) {
+      positions.insert(release.share);
+    }
+  }
+  std::set<const Release*> offers;
+  for (const std::int32_t position : positions) {
+    offers.insert(VersionTwoOffer(list, build, {position, beta}));
+    offers.insert(VersionTwoOffer(list, build, {position, false}));
+  }
+  offers.erase(nullptr);
+  std::vector<const Release*> sorted(offers.begin(), offers.end());
+  std::sort(sorted.begin(), sorted.end(),
+            [](const Release* a, const Release* b) { return a->build > b->build; });
+  return sorted;
 }
 
 std::optional<std::vector<const Release*>> StopsBefore(const ReleaseList& list,

@@ -73,6 +73,7 @@ Release ReadRelease(const Json::Value& value, const std::string& name) {
       !IsAscending(release.groups)) {
     reader.Fail("groups", "must be ascending digits");
   }
+  release.share = reader.Integer("share", 1, kWholeShare, kWholeShare);
   release.file = ReadFileMember(reader.Object("file"), name + ": file");
   release.notes = ReadNotes(reader);
   return release;
@@ -100,6 +101,7 @@ Json::Value WriteRelease(const Release& release) {
   value["version"] = release.version;
   value["phase"] = release.phase;
   value["groups"] = release.groups;
+  if (release.share != kWholeShare) value["share"] = release.share;
   value["file"]["path"] = release.file.path;
   value["file"]["size"] = static_cast<Json::UInt64>(release.file.size);
   value["file"]["sha256"] = release.file.sha256;
@@ -120,7 +122,7 @@ bool Release::IsSmall() const {
 }
 
 bool Release::IsForAll() const {
-  return phase.empty() && groups == kAllGroups;
+  return phase.empty() && groups == kAllGroups && share == kWholeShare;
 }
 
 ReleaseList ParseReleaseList(const std::string& text, const std::string& name) {
@@ -175,6 +177,13 @@ const Release* FindRelease(const ReleaseList& list, const std::string& version) 
                release.IsSmall() == small;
       });
   return found != list.releases.end() ? &*found : nullptr;
+}
+
+std::optional<std::string> PureVersion(const std::string& version) {
+  const auto numbers = patch::ParseVersionText(version);
+  if (!numbers) return std::nullopt;
+  const std::string build = std::to_string(numbers->build);
+  return NamesSmallUpdate(version) ? build + "-" + std::to_string(numbers->nano) : build;
 }
 
 void SortReleaseList(ReleaseList& list) {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -9,6 +10,8 @@
 /// The maker's list of the releases of one hardware model: a JSON document beside which lies its
 /// Ed25519 signature. docs/feed.md has it member by member.
 namespace kalo::feed {
+
+inline constexpr std::int32_t kWholeShare = 10000;
 
 /// One patch file as the list names it.
 struct ListedFile {
@@ -26,6 +29,8 @@ struct Release {
   std::string groups;  ///< rollout groups that it has reached: digits, ascending, each once
   ListedFile file;
   std::map<std::string, std::string> notes{};  ///< what is new, for people: language -> text
+  /// Ten-thousandths of all routers that it may reach, within its groups.
+  std::int32_t share = kWholeShare;
 
   /// @return whether it is a small update; its number may be 0.
   [[nodiscard]] bool IsSmall() const;
@@ -61,6 +66,10 @@ struct ReleaseList {
 
 /// @return whether a version text names a small update, whose number may be 0.
 [[nodiscard]] bool NamesSmallUpdate(const std::string& version);
+
+/// Returns the pure version number form: "76010" of a full version, "9346-2" of a small update.
+/// @return empty if the text is not a version.
+[[nodiscard]] std::optional<std::string> PureVersion(const std::string& version);
 
 /// Brings releases, stones and builds into their order.
 void SortReleaseList(ReleaseList& list);

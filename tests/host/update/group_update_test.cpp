@@ -6,8 +6,11 @@
 #include <atomic>
 #include <thread>
 
+#include "host/core/file_lock.h"
+#include "host/update/download/download_progress.h"
 #include "host/update/download/fetch_patch.h"
 #include "platform/core/key_value.h"
+#include "platform/paths.h"
 #include "tests/host/update/feed/example_list.h"
 #include "tests/host/update/feed/test_feed.h"
 #include "tests/support/log_socket.h"
@@ -69,7 +72,8 @@ class DownloadTest : public ::testing::Test {
     patience.slowest = 1000;
     patience.whole_extra = std::chrono::seconds(5);
     patience.first_pause = std::chrono::milliseconds(20);
-    const kalo::download::TransferHooks hooks{[] { return true; }, [](std::uint64_t) {}};
+    const kalo::download::TransferHooks hooks{[] { return false; },
+                                              [](std::uint64_t, std::uint64_t) {}};
     try {
       FetchPatch("kalo_m1", release_, kFile, hooks, patience);
       return std::nullopt;
@@ -165,6 +169,25 @@ TEST_F(DownloadTest, WhatTheListDoesNotHaveIsNotDownloaded) {
   EXPECT_EQ(Key("step"), "downloading") << "the failure is the caller's to write";
 }
 
+// Whoever wrote the record: what the maker has not released to this router is not fetched.
+TEST_F(DownloadTest, WhatTheListDoesNotReleaseToThisRouterIsNotDownloaded) {
+  ASSERT_EQ(KLIBCINFOSetKeyValue("rolling_group_id", "1237"), 1);
+  release_.groups = "0";
+  feed_.PutList(kalo::feed::ExampleList({release_}));
+  EXPECT_FALSE(Download());
+  EXPECT_TRUE(log_.WaitFor("is not released for this router"));
+  release_.groups = kalo::feed::kAllGroups;
+  release_.phase = kalo::feed::kBeta;
+  feed_.PutList(kalo::feed::ExampleList({release_}));
+  {
+    const auto automatic = kalo::FileLock::TryTake(paths::kAutoUpdateLock);
+    ASSERT_TRUE(automatic);
+    EXPECT_FALSE(Download());
+  }
+  EXPECT_EQ(PatchRequests(), 0U);
+  EXPECT_TRUE(Download()) << "by hand";
+}
+
 TEST_F(DownloadTest, NothingIsFetchedWhenItIsNotWanted) {
   for (const char* step : {"canceled", "failed", "finished", "none"}) {
     SetStep(step);
@@ -191,6 +214,54 @@ TEST_F(DownloadTest, ACancelEndsARunningTransferWithinASecond) {
   EXPECT_EQ(Key("step"), "canceled");
   EXPECT_EQ(Key("percent"), "0");
   EXPECT_TRUE(Stored().empty());
+}
+
+TEST_F(DownloadTest, ACancelEndsTheFetchOfAList) {
+  std::atomic<int> asked = 0;
+  const ScriptServer hanging([&asked](const ScriptClient& c) {
+    ++asked;
+    c.WaitForEnd();
+  });
+  kalo::test::TestFeed::Configure(hanging.Url());
+  std::thread canceller([&asked] {
+    EXPECT_TRUE(kalo::test::WaitFor([&asked] { return asked == 1; }));
+    EXPECT_TRUE(GroupUpdate().CancelDownload());
+  });
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_FALSE(Download());
+  canceller.join();
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, kalo::test::kLongWait / 2);
+  EXPECT_EQ(asked, 1) << "it is not asked again";
+  EXPECT_EQ(Key("step"), "canceled");
+}
+
+// The last byte is there, and the file goes to the disk.
+TEST_F(DownloadTest, ACancelWhileTheFileIsWrittenToTheDiskIsNotLost) {
+  bool is_cancelled = false;
+  const kalo::download::TransferHooks hooks{
+      [&] { return is_cancelled; },
+      [&](std::uint64_t bytes, std::uint64_t whole) { is_cancelled = bytes == whole; }};
+  try {
+    FetchPatch("kalo_m1", release_, kFile, hooks);
+    ADD_FAILURE() << "it ended as if nothing was cancelled";
+  } catch (const DownloadError& e) {
+    EXPECT_EQ(e.GetCause(), DownloadError::Cause::kCancelled);
+  }
+  EXPECT_TRUE(Stored().empty());
+}
+
+TEST_F(DownloadTest, ACancelBeforeTheClosingWriteFailsTheDownload) {
+  SetStep("canceled");
+  EXPECT_FALSE(kalo::download::DownloadProgress().Finish());
+  EXPECT_EQ(Key("step"), "canceled");
+  SetStep("downloading");
+  EXPECT_TRUE(kalo::download::DownloadProgress().Finish());
+  EXPECT_EQ(Key("step"), "finished");
+  // With nothing to fetch, the closing write is all there is.
+  SetStep("canceled");
+  GroupUpdate update;
+  update.SetJobStatus(1, 1, 0, 100);
+  EXPECT_FALSE(update.Download(kStore, false, false));
 }
 
 TEST_F(DownloadTest, ACancelWithoutADownloadSucceedsAndWritesNothing) {

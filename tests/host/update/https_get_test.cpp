@@ -170,12 +170,10 @@ class PartSink : public BodySink {
     text += piece;
     return takes;
   }
-  bool GoesOn() override { return goes_on; }
 
   std::string begin;
   std::string text;
   bool takes = true;
-  bool goes_on = true;
 };
 
 TEST(HttpsGet, AsksForARestAndTellsWhetherItIsOne) {
@@ -210,9 +208,10 @@ TEST(HttpsGet, EndsWhenTheSinkWantsNoMore) {
       [](const ScriptClient& c) { c.Send(ScriptServer::Answer("200 OK", "x")); });
   EXPECT_EQ(HttpsGet({server.Url(), 0, ""}, Short(), full).outcome, FetchOutcome::kCannotStore);
   PartSink cancelled;
-  cancelled.goes_on = false;
+  HttpsLimits limits = Short();
+  limits.is_cancelled = [] { return true; };
   const ScriptServer hanging([](const ScriptClient& c) { c.WaitForEnd(); });
-  EXPECT_EQ(HttpsGet({hanging.Url(), 0, ""}, Short(), cancelled).outcome, FetchOutcome::kCancelled);
+  EXPECT_EQ(HttpsGet({hanging.Url(), 0, ""}, limits, cancelled).outcome, FetchOutcome::kCancelled);
 }
 
 // Over TLS, against the feed's own server.

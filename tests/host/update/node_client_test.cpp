@@ -9,6 +9,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "host/core/unique_fd.h"
 #include "host/update/patch_format/sha256.h"
@@ -18,6 +19,7 @@
 #include "platform/update/update_node.h"
 #include "tests/host/update/temporary_folder.h"
 #include "tests/host/update/test_node.h"
+#include "tests/support/wait.h"
 
 namespace kalo {
 namespace {
@@ -227,10 +229,37 @@ TEST_F(NodeClientTest, AnUploadThatIsNotWantedAnyMoreEnds) {
   options.behaviour = Behaviour::kTakesNothing;
   const TestNode node(options);
   const auto begun = std::chrono::steady_clock::now();
-  const auto is_wanted = [begun] { return std::chrono::steady_clock::now() - begun < kShort; };
-  EXPECT_THROW((void)Upload(std::string(32UL * 1024 * 1024, 'p'), {kLong, kLong, is_wanted}),
+  const auto is_cancelled = [begun] { return std::chrono::steady_clock::now() - begun >= kShort; };
+  EXPECT_THROW((void)Upload(std::string(32UL * 1024 * 1024, 'p'), {kLong, kLong, is_cancelled}),
                NodeUnreachable);
   EXPECT_LT(std::chrono::steady_clock::now() - begun, kLong);
+}
+
+// The download's child knows only the progress file, and an upload by hand must not mind it.
+TEST_F(NodeClientTest, ACancelledDownloadEndsItsUploadsAndNoOthers) {
+  const auto say = [](const std::string& text) {
+    std::ofstream(KALO::paths::kDownloadProgress) << text;
+  };
+  TestNode::Options options = Node(0);
+  const KALO::MESH::SDK::Upgrade::Node target(0, "127.0.0.1");
+  const std::string path = folder_.Write("p", std::string(32UL * 1024 * 1024, 'p'));
+  options.behaviour = Behaviour::kTakesNothing;
+  {
+    const TestNode node(options);
+    say("step=\"downloading\"\nversion=\"VXM 1.4.0-76010\"\n");
+    std::jthread canceller([&say] {
+      EXPECT_TRUE(
+          test::WaitFor([] { return std::filesystem::exists("/run/kalo/transfers/node-0"); }));
+      say("step=\"canceled\"\nversion=\"VXM 1.4.0-76010\"\n");
+    });
+    const auto begun = std::chrono::steady_clock::now();
+    EXPECT_THROW((void)target.Upload("A", "b", 1, Json::objectValue, path), NodeUnreachable);
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, kLong) << "the stall limit is longer";
+  }
+  say("step=\"canceled\"\n");
+  const TestNode node(Node(0));
+  EXPECT_TRUE(target.Upload("A", "b", 1, Json::objectValue, path).IsSuccess());
+  std::filesystem::remove(KALO::paths::kDownloadProgress);
 }
 
 // It keeps what it has got whole: who takes it back must know that it is through with it.
@@ -240,8 +269,8 @@ TEST_F(NodeClientTest, TheAnswerToAWholeUploadIsWaitedForAllTheSame) {
   options.pause = 5 * kShort;
   const TestNode node(options);
   const auto begun = std::chrono::steady_clock::now();
-  const auto is_wanted = [begun] { return std::chrono::steady_clock::now() - begun < kShort; };
-  EXPECT_TRUE(Upload("short", {kLong, kLong, is_wanted}).IsSuccess());
+  const auto is_cancelled = [begun] { return std::chrono::steady_clock::now() - begun >= kShort; };
+  EXPECT_TRUE(Upload("short", {kLong, kLong, is_cancelled}).IsSuccess());
 }
 
 TEST_F(NodeClientTest, ANodeMayTakeItsTimeToCheckWhatItHasGot) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "tests/host/update/feed/example_list.h"
 
 namespace kalo::feed {
@@ -78,7 +80,7 @@ TEST(SmallUpdateNumber, IsTheHighestOfTheBuild) {
 class VersionTwo : public testing::Test {
  protected:
   std::string Offer(std::int32_t build, char group, bool beta = true) const {
-    return VersionOf(VersionTwoOffer(list_, build, group, beta));
+    return VersionOf(VersionTwoOffer(list_, build, {(group - '0') * 1000, beta}));
   }
   ReleaseList list_ = ExampleList(
       {Example("VXM 1.3.9-75999", 75999), Example("VXM 1.4.0-76000", 76000),
@@ -102,6 +104,46 @@ TEST_F(VersionTwo, OffersNothingThatIsNotAboveAndNothingBelow76000) {
   EXPECT_EQ(Offer(80000, '0'), "");
   list_ = ExampleList({Example("VXM 1.3.9-75999", 75999)});
   EXPECT_EQ(Offer(9346, '0'), "");
+}
+
+std::string Versions(const std::vector<const Release*>& offers) {
+  std::string text;
+  for (const Release* offer : offers) text += offer->version + ";";
+  return text;
+}
+
+TEST_F(VersionTwo, ADocumentNamesEachReleaseThatIsTheOfferOfSomeRouter) {
+  EXPECT_EQ(Versions(VersionTwoOffers(list_, 76000, '4', true)),
+            "VXM 1.4.2-76020;VXM 1.4.1-76010;");
+  EXPECT_EQ(Versions(VersionTwoOffers(list_, 76000, '4', false)), "VXM 1.4.1-76010;");
+  EXPECT_EQ(Versions(VersionTwoOffers(list_, 76000, '9', false)), "");
+  list_.releases.push_back(Example("VXM 1.4.3-76030", 76030, 0, "01234"));
+  list_.releases.back().share = 4300;
+  EXPECT_EQ(Versions(VersionTwoOffers(list_, 76000, '4', false)),
+            "VXM 1.4.3-76030;VXM 1.4.1-76010;");
+  EXPECT_EQ(Versions(VersionTwoOffers(list_, 76000, '3', false)), "VXM 1.4.3-76030;");
+}
+
+TEST(Rollout, ReachesTheFirstGroupFirstAndWithinItTheLowestNumbers) {
+  EXPECT_EQ(RolloutPosition(0), 0);
+  EXPECT_EQ(RolloutPosition(10), 1);
+  EXPECT_EQ(RolloutPosition(9990), 999);
+  EXPECT_EQ(RolloutPosition(1), 1000);
+  EXPECT_EQ(RolloutPosition(1237), 7123);
+  EXPECT_EQ(RolloutPosition(9999), 9999);
+  std::set<std::int32_t> positions;
+  for (std::uint32_t id = 0; id < 10000; ++id) positions.insert(RolloutPosition(id));
+  EXPECT_EQ(positions.size(), 10000U);
+}
+
+TEST(Rollout, ARouterWithoutANumberIsReachedLast) {
+  Release release = Example("VXM 1.4.0-76010", 76010);
+  EXPECT_TRUE(Reaches(release, {std::nullopt, false}));
+  release.share = 9999;
+  EXPECT_TRUE(Reaches(release, {9998, false}));
+  EXPECT_FALSE(Reaches(release, {9999, false}));
+  EXPECT_FALSE(Reaches(release, {std::nullopt, false}));
+  EXPECT_FALSE(release.IsForAll());
 }
 
 TEST_F(VersionTwo, StopsAtSteppingStones) {

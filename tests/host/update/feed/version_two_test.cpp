@@ -10,7 +10,7 @@ namespace {
 
 TEST(VersionTwoDocument, HoldsTheOfferAsItsOnlyItem) {
   const Release release = Example("VXM 1.4.0-76010", 76010, 0, "0123456789", "Beta");
-  const auto document = ParseStrictJson(VersionTwoDocument(&release, "kalo_m1"));
+  const auto document = ParseStrictJson(VersionTwoDocument({&release}, "kalo_m1"));
   ASSERT_TRUE(document);
   const Json::Value& items = (*document)["channel"]["item"];
   ASSERT_EQ(items.size(), 1U);
@@ -22,7 +22,7 @@ TEST(VersionTwoDocument, HoldsTheOfferAsItsOnlyItem) {
 }
 
 TEST(VersionTwoDocument, HasAnEmptyListWithoutAnOffer) {
-  const auto document = ParseStrictJson(VersionTwoDocument(nullptr, ""));
+  const auto document = ParseStrictJson(VersionTwoDocument({}, ""));
   ASSERT_TRUE(document);
   EXPECT_TRUE((*document)["channel"]["item"].isArray());
   EXPECT_TRUE((*document)["channel"]["item"].empty());
