@@ -83,11 +83,17 @@ void EqualUpdate::Run() {
   if (patches.empty()) throw EqualUpdateError("the last check found no node that lags behind");
   std::optional<FileLock> lock = FileLock::TryTake(paths::kPatchLock);
   if (!lock) throw EqualUpdateError("a download or an upload of patches is under way");
+  try {
+    nodes_ = FetchNodes();
+  } catch (...) {
+    WriteProgress("failed", 0);
+    throw;
+  }
+  CheckTargets(patches, nodes_);  // before anything changes: a download may be ready to install
   WriteProgress("upgrading", 0);
   try {
     // What was downloaded before goes from the nodes now.
     unlink(paths::kDownloadProgress);
-    nodes_ = FetchNodes();
     HandOut(patches);
     ThrowIfStopAsked();
     const auto client = Client::MeshClientFactory::GetClient();

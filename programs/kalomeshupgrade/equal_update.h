@@ -13,12 +13,6 @@
 
 namespace kalo::equal {
 
-/// Why the nodes could not be brought to one version.
-class EqualUpdateError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
 /// Somebody asked it to end.
 class Stopped : public std::runtime_error {
  public:

@@ -4,6 +4,7 @@
 #include <array>
 #include <sstream>
 
+#include "host/update/patch_format/version_text.h"
 #include "platform/core/key_value.h"
 #include "platform/paths.h"
 #include "platform/update/group_update.h"
@@ -35,9 +36,7 @@ void Add(std::vector<WantedPatch>& patches, const Keys& keys, const char* store)
   WantedPatch patch;
   patch.version = ReadKey(keys.version);
   patch.store = store;
-  patch.groups = ParseGroups(ReadKey(keys.groups));
-  std::stable_partition(patch.groups.begin(), patch.groups.end(),
-                        [](const ModelGroup& group) { return !group.HasCap(); });
+  patch.groups = InOrder(ParseGroups(ReadKey(keys.groups)));
   patches.push_back(std::move(patch));
 }
 
@@ -49,20 +48,35 @@ bool ModelGroup::HasCap() const {
 
 std::vector<ModelGroup> ParseGroups(const std::string& text) {
   std::vector<ModelGroup> groups;
-  std::istringstream entries(text);
-  for (std::string entry; std::getline(entries, entry, ';');) {
-    std::istringstream words(entry);
-    ModelGroup group;
-    if (!(words >> group.unique)) continue;
+  for (std::size_t begin = 0; (begin = text.find_first_not_of(';', begin)) != std::string::npos;) {
+    const std::size_t end = text.find(';', begin);
+    if (end == std::string::npos) break;
+    std::istringstream words(text.substr(begin, end - begin));
+    begin = end;
+    ModelGroup& group = groups.emplace_back();
+    words >> group.unique;
     for (std::int32_t id = 0; words >> id;) {
       // A node whose way passes the version twice stands there twice.
       if (std::find(group.ids.begin(), group.ids.end(), id) == group.ids.end()) {
         group.ids.push_back(id);
       }
     }
-    if (!group.ids.empty()) groups.push_back(std::move(group));
   }
   return groups;
+}
+
+std::vector<ModelGroup> InOrder(const std::vector<ModelGroup>& groups) {
+  std::vector<ModelGroup> ordered;
+  const ModelGroup* cap = nullptr;
+  for (const ModelGroup& group : groups) {
+    if (group.HasCap()) {
+      cap = &group;
+    } else if (!group.ids.empty()) {
+      ordered.push_back(group);
+    }
+  }
+  if (cap != nullptr) ordered.push_back(*cap);
+  return ordered;
 }
 
 std::vector<WantedPatch> ReadWantedPatches() {
@@ -75,6 +89,21 @@ std::vector<WantedPatch> ReadWantedPatches() {
     (void)versions.ConvertVersion(full, patches.back().base);
   }
   return patches;
+}
+
+void CheckTargets(const std::vector<WantedPatch>& patches,
+                  const std::vector<KALO::MESH::SDK::Upgrade::UpdateNode>& nodes) {
+  patch::VersionNumbers highest;
+  for (const auto& node : nodes) {
+    highest = std::max(highest, {node.GetBuildNum(), node.GetNanoNum()});
+  }
+  for (const WantedPatch& wanted : patches) {
+    const auto target = patch::ParseVersionText(wanted.version);
+    if (target && *target <= highest) continue;
+    throw EqualUpdateError(wanted.version +
+                           " is not a version up to the highest one that runs in the mesh; run the "
+                           "check for equal versions first");
+  }
 }
 
 }  // namespace kalo::equal

@@ -192,6 +192,19 @@ TEST_F(DownloadJourney, AFullDiskIsToldAndMended) {
   ExpectAFreshDownloadSucceeds();
 }
 
+// The record of a check is not the record of a check for equal versions.
+TEST_F(DownloadJourney, AnEqualStartDoesNotInstallWhatAnOrdinaryCheckFound) {
+  PublishNext();
+  ASSERT_EQ(mesh_.Cli({"check"}).status, 0);
+  Shell("sed -i 's/_promo=/_full=/' /tmp/mesh_patch");
+  const Outcome refused = mesh_.Exec(0, {"/usr/kalo/sbin/kalomeshupgrade", "--updatecaptoequal"});
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_NE(refused.err.find("is not a version up to the highest one"), std::string::npos)
+      << refused.err;
+  EXPECT_EQ(Shell("cat /tmp/mesh_upgrade 2>/dev/null"), "") << "nothing was touched";
+  ExpectAllRun(kFirst);
+}
+
 TEST_F(DownloadJourney, CleanDropsEverything) {
   PublishNext();
   ASSERT_EQ(mesh_.Cli({"check"}).status, 0);

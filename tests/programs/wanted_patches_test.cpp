@@ -35,7 +35,37 @@ TEST(ModelGroups, AreReadFromTheirStoredForm) {
   EXPECT_EQ(Text(ParseGroups("kalo_m1  0 3; kalo_m2  5;")), "kalo_m1: 0 3; kalo_m2: 5; ");
   EXPECT_EQ(Text(ParseGroups("kalo_m1  0 0 3 0;")), "kalo_m1: 0 3; ") << "each node once";
   EXPECT_EQ(Text(ParseGroups("")), "");
-  EXPECT_EQ(Text(ParseGroups(";;  ; x;y z;")), "") << "nobody needs it";
+  EXPECT_EQ(Text(ParseGroups(";; x;y z 1;")), "x:; y:; ") << "numbers end at the first other word";
+}
+
+TEST(ModelGroups, CountFromTheirClosingSemicolonOn) {
+  EXPECT_EQ(Text(ParseGroups("kalo_m1  1; kalo_m2  2")), "kalo_m1: 1; ");
+  EXPECT_EQ(Text(ParseGroups("kalo_m1  1")), "");
+}
+
+TEST(ModelGroups, OfSeveralThatClaimTheCapTheLastCounts) {
+  EXPECT_EQ(Text(InOrder(ParseGroups("kalo_m1  0 2; kalo_m2  1; kalo_m3; kalo_m4  0 3;"))),
+            "kalo_m2: 1; kalo_m4: 0 3; ");
+}
+
+KALO::MESH::SDK::Upgrade::UpdateNode Running(std::int32_t build, std::int32_t nano) {
+  KALO::MESH::SDK::Client::NodeInfo info;
+  info.build_num = build;
+  info.nano_num = nano;
+  return KALO::MESH::SDK::Upgrade::UpdateNode::ToUpdateNodes({{0, info}}, {{0, {}}}).at(0);
+}
+
+// The record of an ordinary check has the same keys.
+TEST(WantedPatches, MustNotLeadPastTheHighestVersionInTheMesh) {
+  const auto nodes = {Running(76000, 0), Running(76010, 2)};
+  EXPECT_NO_THROW(CheckTargets({{"VXM 1.4.0-76010", "", "", {}}}, nodes));
+  EXPECT_NO_THROW(CheckTargets({{"VXM 1.4.0-76010 Update 2", "", "", {}}}, nodes));
+  for (const char* version : {"VXM 1.4.0-76010 Update 3", "VXM 1.4.0-76020", "nonsense"}) {
+    EXPECT_THROW(CheckTargets({{"VXM 1.4.0-76010", "", "", {}}, {version, "", "", {}}}, nodes),
+                 EqualUpdateError)
+        << version;
+  }
+  EXPECT_THROW(CheckTargets({{"VXM 1.4.0-76010", "", "", {}}}, {}), EqualUpdateError);
 }
 
 TEST(WantedPatches, AreTheFullOneAndTheSmallOneOnTopOfIt) {
