@@ -18,6 +18,7 @@ inline constexpr const char* kRunFolder = "/run/kalo";
 inline constexpr const char* kInstallReport = "/run/kalo/install";
 inline constexpr const char* kInstallLock = "/run/kalo/install.lock";
 inline constexpr const char* kLocalSocket = "/run/kalo/webapid.sock";
+inline constexpr const char* kNodeRoundLock = "/run/kalo/node_round.lock";
 inline constexpr const char* kTransfers = "/run/kalo/transfers";
 inline constexpr const char* kKeyValueLocks = "/run/kalo/kv";
 inline constexpr const char* kNotificationLock = "/run/kalo/notifications.lock";

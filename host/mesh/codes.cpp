@@ -19,6 +19,9 @@ constexpr std::array kWords = {
     CodeWords{MeshCode::kUpdateRunning, "an update is running"},
     CodeWords{MeshCode::kNothingStaged, "no reachable node has a patch staged"},
     CodeWords{MeshCode::kCannotSaveState, "the update's state cannot be saved"},
+    CodeWords{MeshCode::kPatchesIncomplete,
+              "the last download broke off and nodes still hold its patches; clean them or "
+              "download again"},
     CodeWords{MeshCode::kServiceMissing, "the mesh service is not running"},
     CodeWords{MeshCode::kTimedOut, "the mesh service did not answer in time"},
     CodeWords{MeshCode::kErrorReply, "the mesh service answered with an error"},

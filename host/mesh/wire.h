@@ -47,6 +47,7 @@ enum class MeshCode : std::uint16_t {
   kUpdateRunning = 1,
   kNothingStaged = 2,
   kCannotSaveState = 3,
+  kPatchesIncomplete = 4,
   // What the client library found instead of an answer.
   kServiceMissing = 101,
   kTimedOut = 102,

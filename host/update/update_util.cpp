@@ -2,12 +2,16 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <syslog.h>
 
 #include <cerrno>
+#include <cstring>
 #include <optional>
 #include <utility>
 
 #include "host/core/file_io.h"
+#include "host/core/file_lock.h"
+#include "host/core/log.h"
 #include "host/core/strict_json.h"
 #include "host/core/unique_fd.h"
 #include "host/update/node_calls.h"
@@ -36,6 +40,10 @@ std::map<std::int32_t, Response> UpdateUtil::SendWebAPIs(const std::vector<Updat
   for (const UpdateNode& node : nodes) {
     addresses.push_back({node.GetNodeID(), node.GetAddress()});
   }
+  // After a broken download the recovery program cleans the nodes. Whoever copies patches to nodes
+  // cleans them first: from then on no late "clean" may come.
+  const auto lock = kalo::FileLock::TakeWithin(paths::kNodeRoundLock, 2 * kalo::kNodeCallDeadline);
+  if (!lock) kalo::Log(LOG_WARNING, "%s: %s", paths::kNodeRoundLock, std::strerror(errno));
   return kalo::CallNodes(addresses, {api, version, method}, kalo::kNodeCallDeadline);
 }
 

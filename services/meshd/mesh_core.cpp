@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "host/core/log.h"
+#include "host/update/download/recovery.h"
 #include "platform/core/process.h"
 #include "platform/paths.h"
 #include "platform/update/update_util.h"
@@ -85,8 +86,22 @@ void MeshCore::BeginPending() {
   receiver(Begin());
 }
 
+// Some nodes would be updated and others not, and that would count as finished.
+bool MeshCore::HoldsBrokenDownload() const {
+  if (!download::IsLastDownloadBroken()) return false;
+  bool holds = false;
+  for (const auto& [id, node] : registry_.Nodes()) {
+    if (!node.report || node.report->staged_version.empty()) continue;
+    Log(LOG_ERR, "update: not started: node %u still holds %s of a download that broke off", id,
+        node.report->staged_version.c_str());
+    holds = true;
+  }
+  return holds;
+}
+
 // What is not on disk would be forgotten in the CAP's own restart: no update begins without it.
 MeshCode MeshCore::Begin() {
+  if (HoldsBrokenDownload()) return MeshCode::kPatchesIncomplete;
   UpdateRecord previous = driver_.Record();
   const MeshCode code = driver_.Begin(registry_, {Seconds(), CauseNow()});
   if (code != MeshCode::kOk) return code;

@@ -74,6 +74,7 @@ class MeshCore {
 
   void BeginPending();
   [[nodiscard]] mesh::MeshCode Begin();
+  [[nodiscard]] bool HoldsBrokenDownload() const;
 
   NodeCommands& commands_;
   UpdateStore& store_;

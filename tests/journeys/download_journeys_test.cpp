@@ -192,6 +192,20 @@ TEST_F(DownloadJourney, AFullDiskIsToldAndMended) {
   ExpectAFreshDownloadSucceeds();
 }
 
+TEST_F(DownloadJourney, AFailedDownloadLeavesNoNodeWithAPatchThatCouldBeStarted) {
+  PublishNext();
+  ASSERT_EQ(mesh_.Cli({"check"}).status, 0);
+  mesh_.Event(2, "fill-disk");
+  EXPECT_EQ(mesh_.Cli({"download", "--promotion"}).status, 1);
+  EXPECT_EQ(DownloadStatus(), "failed");
+  EXPECT_EQ(mesh_.Cli({"start"}).Code(), 9001);
+  for (int node = 0; node < 4; ++node) EXPECT_TRUE(mesh_.WaitForStaged(node, "")) << node;
+  EXPECT_EQ(mesh_.Cli({"start"}).Code(), 9001);
+  for (int node = 0; node < 4; ++node) EXPECT_EQ(mesh_.RunningVersion(node), kFirst) << node;
+  mesh_.Event(2, "free-disk");
+  ExpectAFreshDownloadSucceeds();
+}
+
 // The record of a check is not the record of a check for equal versions.
 TEST_F(DownloadJourney, AnEqualStartDoesNotInstallWhatAnOrdinaryCheckFound) {
   PublishNext();

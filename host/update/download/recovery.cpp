@@ -74,4 +74,11 @@ bool RecoverDownload() {
   return true;
 }
 
+bool IsLastDownloadBroken() {
+  const auto text = ReadKeyValueFile(KALO::paths::kDownloadProgress);
+  const std::string step = text ? text->Get("step").value_or("") : "";
+  // It writes its version before its first patch. A cancel while nothing runs writes none.
+  return (step == "failed" || step == "canceled") && text->Get("version");
+}
+
 }  // namespace kalo::download

@@ -9,4 +9,8 @@ namespace kalo::download {
 /// @return whether there was something to end.
 bool RecoverDownload();
 
+/// Returns whether the last download failed or was cancelled after it had begun to hand patches to
+/// nodes: some may have theirs, others not. A new download and a hand upload end this.
+[[nodiscard]] bool IsLastDownloadBroken();
+
 }  // namespace kalo::download

@@ -105,6 +105,35 @@ TEST_F(MeshCoreTest, NothingStagedIsAnsweredSo) {
   EXPECT_FALSE(fs::exists(paths::kUpgradeProgress));
 }
 
+TEST_F(MeshCoreTest, NoUpdateBeginsWhileNodesHoldPatchesOfABrokenDownload) {
+  const auto put = [](const char* step, const char* version) {
+    fs::remove(paths::kDownloadProgress);
+    (void)KLIBCFileSetKeyValue(paths::kDownloadProgress, "step", step, 0);
+    if (*version != '\0') {
+      (void)KLIBCFileSetKeyValue(paths::kDownloadProgress, "version", version, 0);
+    }
+  };
+  nodes_[1].Stage(kNewVersion);
+  std::uint64_t round = 0;
+  for (const char* step : {"failed", "canceled"}) {
+    put(step, kNewVersion);
+    Request();
+    Report(++round);
+    EXPECT_EQ(answers_.back(), MeshCode::kPatchesIncomplete) << step;
+  }
+  nodes_[1].Stage("");
+  Request();
+  Report(++round);
+  EXPECT_EQ(answers_.back(), MeshCode::kNothingStaged) << "every node has confirmed";
+  EXPECT_THAT(commands_.starts, IsEmpty());
+  nodes_[1].Stage(kNewVersion);
+  put("canceled", "");
+  Request();
+  Report(++round);
+  EXPECT_EQ(answers_.back(), MeshCode::kOk) << "a cancel while an upload by hand ran";
+  fs::remove(paths::kDownloadProgress);
+}
+
 TEST_F(MeshCoreTest, ASecondRequestIsRefusedWhileOneIsPendingOrRuns) {
   nodes_[0].Stage(kNewVersion);
   Request();
