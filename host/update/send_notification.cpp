@@ -4,6 +4,7 @@
 
 #include "host/core/log.h"
 #include "host/notification/notification_store.h"
+#include "host/update/download/download_progress.h"
 #include "platform/update/update_util.h"
 
 namespace KALO::MESH::SDK::Upgrade {
@@ -19,6 +20,9 @@ std::string Sentence(bool success, bool is_auto, const std::string& version) {
 }  // namespace
 
 void UpdateUtil::SendNotification(bool success, bool is_auto, const std::string& version) {
+  // The job is done. A download that counted a group and then skipped it (of two groups that claim
+  // the CAP only the last is fetched) has not written its last word yet.
+  if (success) (void)kalo::download::DownloadProgress().Finish();
   kalo::Notification notification;
   notification.source = "KALO.Mesh.Upgrade";
   notification.topic = "download";

@@ -25,7 +25,8 @@ class UpdateUtil {
                                                       const std::string& api,
                                                       const std::string& method, int version);
 
-  /// Tells the administrators how a download ended.
+  /// Notifies the administrators how a download ended. After a success the download's progress file
+  /// no longer says "downloading": it becomes "finished".
   /// @param success whether it succeeded
   /// @param is_auto whether the automatic updater ran it
   /// @param version what was downloaded; may be empty

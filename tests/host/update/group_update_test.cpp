@@ -11,6 +11,7 @@
 #include "host/update/download/fetch_patch.h"
 #include "platform/core/key_value.h"
 #include "platform/paths.h"
+#include "platform/update/update_util.h"
 #include "tests/host/update/feed/example_list.h"
 #include "tests/host/update/feed/test_feed.h"
 #include "tests/support/log_socket.h"
@@ -262,6 +263,20 @@ TEST_F(DownloadTest, ACancelBeforeTheClosingWriteFailsTheDownload) {
   GroupUpdate update;
   update.SetJobStatus(1, 1, 0, 100);
   EXPECT_FALSE(update.Download(kStore, false, false));
+}
+
+// Two groups that claim the CAP count as two, and only the last of them is fetched.
+TEST_F(DownloadTest, AJobThatSkippedAGroupEndsWithFinished) {
+  EXPECT_TRUE(Download(2));
+  EXPECT_EQ(Key("step"), "downloading");
+  UpdateUtil::SendNotification(false, false, kVersion);
+  EXPECT_EQ(Key("step"), "downloading") << "the last word of a failure is the job's own";
+  UpdateUtil::SendNotification(true, false, kVersion);
+  EXPECT_EQ(Key("step"), "finished");
+  EXPECT_EQ(Key("percent"), "100");
+  SetStep("canceled");
+  UpdateUtil::SendNotification(true, false, kVersion);
+  EXPECT_EQ(Key("step"), "canceled");
 }
 
 TEST_F(DownloadTest, ACancelWithoutADownloadSucceedsAndWritesNothing) {
