@@ -45,17 +45,22 @@ void LogChange(std::uint32_t id, NodeChange change) {
 }  // namespace
 
 MeshCore::MeshCore(const std::vector<MeshNode>& nodes, NodeCommands& commands, UpdateStore& store,
-                   UpdateHistory& history, UpdateTiming timing, TimePoint now)
+                   UpdateHistory& history, NodeStore& node_store, UpdateTiming timing,
+                   TimePoint now)
     : commands_(commands),
       store_(store),
       history_(history),
+      node_store_(node_store),
       registry_(nodes),
       driver_(store.Load(), timing, now) {
+  for (const NodeReport& node : node_store_.Load()) registry_.Remember(node);
   if (driver_.Running()) Log(LOG_NOTICE, "update: goes on after a restart of the service");
 }
 
 void MeshCore::Reported(std::uint32_t id, std::uint64_t round,
                         const std::optional<NodeReport>& report, TimePoint now) {
+  const std::optional<NodeReport>& known = registry_.Nodes().at(id).report;
+  if (report && !(known && known->HasIdentityOf(*report))) are_nodes_saved_ = false;
   LogChange(id, report ? registry_.Answered(*report, now) : registry_.Silent(id, now));
   if (report) driver_.Observed(*report, now);
   if (pending_ && round >= pending_->round) pending_->missing.erase(id);
@@ -123,6 +128,7 @@ void MeshCore::Tick(TimePoint now) {
     driver_.NotTold(starts);
   }
   history_.Note(driver_.Record(), Seconds());
+  if (!are_nodes_saved_) are_nodes_saved_ = node_store_.Save(registry_);
   keeper_.Keep(driver_.Record());
 }
 

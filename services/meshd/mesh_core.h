@@ -10,6 +10,7 @@
 #include "platform/mesh/types.h"
 #include "services/meshd/node_api.h"
 #include "services/meshd/node_registry.h"
+#include "services/meshd/node_store.h"
 #include "services/meshd/state_file_keeper.h"
 #include "services/meshd/update_driver.h"
 #include "services/meshd/update_history.h"
@@ -43,9 +44,9 @@ class MeshCore {
   static constexpr std::chrono::milliseconds kRefresh{3000};
 
   /// Goes on with the update that the store holds.
-  /// @param commands, store, history borrowed
+  /// @param commands, store, history, node_store borrowed
   MeshCore(const std::vector<MeshNode>& nodes, NodeCommands& commands, UpdateStore& store,
-           UpdateHistory& history, UpdateTiming timing, TimePoint now);
+           UpdateHistory& history, NodeStore& node_store, UpdateTiming timing, TimePoint now);
 
   /// A heartbeat's outcome.
   /// @param round  of the last AskAll before the node was asked
@@ -79,11 +80,13 @@ class MeshCore {
   NodeCommands& commands_;
   UpdateStore& store_;
   UpdateHistory& history_;
+  NodeStore& node_store_;
   NodeRegistry registry_;
   UpdateDriver driver_;
   StateFileKeeper keeper_;
   std::optional<PendingStart> pending_;
   std::uint64_t round_ = 0;
+  bool are_nodes_saved_ = false;
 };
 
 }  // namespace kalo::meshd

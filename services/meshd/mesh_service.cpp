@@ -29,7 +29,8 @@ MeshService::MeshService(const std::vector<MeshNode>& nodes, const MakeNodeApi& 
     : on_tls_unusable_(options.on_tls_unusable),
       store_(options.state_folder),
       history_(options.state_folder),
-      core_(nodes, *this, store_, history_, options.timing, Now()) {
+      node_store_(options.state_folder),
+      core_(nodes, *this, store_, history_, node_store_, options.timing, Now()) {
   NodeEvents& events = *this;
   const std::lock_guard guard(mutex_);
   for (const MeshNode& node : nodes) {

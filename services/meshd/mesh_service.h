@@ -60,6 +60,7 @@ class MeshService final : private NodeCommands, private NodeEvents {
   std::vector<std::function<void()>> answers_;  ///< to be given when the mutex is free
   UpdateStore store_;
   UpdateHistory history_;
+  NodeStore node_store_;
   MeshCore core_;
   std::map<std::uint32_t, std::unique_ptr<NodeWorker>> workers_;
   std::condition_variable_any stopping_;

@@ -16,10 +16,16 @@ NodeRegistry::NodeRegistry(const std::vector<MeshNode>& nodes) {
   for (const MeshNode& node : nodes) nodes_[node.id].place = node;
 }
 
+void NodeRegistry::Remember(const NodeReport& report) {
+  const auto node = nodes_.find(report.node_id);
+  if (node != nodes_.end()) node->second.report = report;
+}
+
 NodeChange NodeRegistry::Answered(const NodeReport& report, TimePoint now) {
   KnownNode& node = nodes_.at(report.node_id);
   const bool was_online = node.online;
-  const bool restarted = node.report && node.report->boot_id != report.boot_id;
+  const bool restarted =
+      node.report && !node.report->boot_id.empty() && node.report->boot_id != report.boot_id;
   node.asked = true;
   node.online = true;
   node.silences = 0;

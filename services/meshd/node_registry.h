@@ -20,7 +20,8 @@ struct KnownNode {
   bool online = false;
   int silences = 0;  ///< tries without an answer since the last answer
   TimePoint last_answer{};
-  std::optional<NodeReport> report;  ///< stays when the node goes offline
+  /// Stays when the node goes offline. Without a boot id it is from before the service started.
+  std::optional<NodeReport> report;
 };
 
 enum class NodeChange { kNone, kCameOnline, kWentOffline, kRestarted };
@@ -31,6 +32,9 @@ enum class NodeChange { kNone, kCameOnline, kWentOffline, kRestarted };
 class NodeRegistry {
  public:
   explicit NodeRegistry(const std::vector<MeshNode>& nodes);
+
+  /// Takes over what was known of a node before the service started.
+  void Remember(const NodeReport& report);
 
   /// @param report of a known node
   NodeChange Answered(const NodeReport& report, TimePoint now);

@@ -1,6 +1,7 @@
 #include "services/meshd/node_report.h"
 
 #include <algorithm>
+#include <tuple>
 
 #include "services/meshd/bus_text.h"
 #include "services/meshd/json_members.h"
@@ -27,6 +28,11 @@ InstallReport ReadInstall(const Json::Value& install) {
 }
 
 }  // namespace
+
+bool NodeReport::HasIdentityOf(const NodeReport& other) const {
+  return std::tie(node_id, name, unique, version, build, nano) ==
+         std::tie(other.node_id, other.name, other.unique, other.version, other.build, other.nano);
+}
 
 NodeReport ParseNodeReport(const Json::Value& data) {
   NodeReport report;

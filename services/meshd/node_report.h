@@ -28,6 +28,9 @@ struct NodeReport {
   std::string boot_id;
   std::string staged_version;  ///< empty when nothing is staged
   InstallReport install;
+
+  /// @return whether both are of one node with one name, at one version.
+  [[nodiscard]] bool HasIdentityOf(const NodeReport& other) const;
 };
 
 /// Reads the data of a node's `info` answer. Texts come out fit for the bus: valid UTF-8 without

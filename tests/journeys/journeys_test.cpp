@@ -57,6 +57,27 @@ TEST_F(Journey, AnOfflineNodeIsToldAndStaysAtItsVersion) {
   EXPECT_EQ(mesh_.RunningVersion(3), kFirst);
 }
 
+TEST_F(Journey, ANodeThatIsOfflineOverARestartOfTheMainRouterKeepsItsIdentity) {
+  const Json::Value before = mesh_.Node(1);
+  ASSERT_FALSE(before["name"].asString().empty());
+  const std::string boot = mesh_.Node(0)["boot_id"].asString();
+  mesh_.Event(1, "offline");
+  mesh_.Event(0, "offline");
+  mesh_.Event(0, "online");
+  ASSERT_TRUE(test::WaitFor(
+      [&] {
+        const Answer nodes = mesh_.Cli({"nodes"});
+        return nodes.status == 0 && nodes.data["nodes"][0]["online"] == true &&
+               nodes.data["nodes"][0]["boot_id"].asString() != boot;
+      },
+      MeshBox::kDeadline));
+  const Json::Value after = mesh_.Node(1);
+  EXPECT_EQ(after["online"], false);
+  for (const char* key : {"name", "model", "version"}) EXPECT_EQ(after[key], before[key]) << key;
+  mesh_.Event(1, "online");
+  EXPECT_TRUE(mesh_.WaitForStatus("none"));
+}
+
 TEST_F(Journey, ANodeThatRefusesThePatchDoesNotKeepItFromTheOthers) {
   mesh_.Event(1, "upload-fail");
   const Answer upload = mesh_.Upload({Patch("kalo_m1", 76010), Patch("kalo_m2", 76010)});

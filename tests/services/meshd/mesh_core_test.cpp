@@ -54,8 +54,9 @@ class MeshCoreTest : public ::testing::Test {
     core_.reset();
     store_ = std::make_unique<UpdateStore>(kFolder);
     history_ = std::make_unique<UpdateHistory>(kFolder);
-    core_ = std::make_unique<MeshCore>(FourNodes(), commands_, *store_, *history_, UpdateTiming{},
-                                       now_);
+    node_store_ = std::make_unique<NodeStore>(kFolder);
+    core_ = std::make_unique<MeshCore>(FourNodes(), commands_, *store_, *history_, *node_store_,
+                                       UpdateTiming{}, now_);
   }
   void Report(std::uint64_t round) {
     for (std::uint32_t id = 0; id < 4; ++id) core_->Reported(id, round, nodes_[id].Info(), now_);
@@ -73,6 +74,7 @@ class MeshCoreTest : public ::testing::Test {
   FakeCommands commands_;
   std::unique_ptr<UpdateStore> store_;
   std::unique_ptr<UpdateHistory> history_;
+  std::unique_ptr<NodeStore> node_store_;
   std::unique_ptr<MeshCore> core_;
   std::vector<MeshCode> answers_;
 };
@@ -132,6 +134,32 @@ TEST_F(MeshCoreTest, NoUpdateBeginsWhileNodesHoldPatchesOfABrokenDownload) {
   Report(++round);
   EXPECT_EQ(answers_.back(), MeshCode::kOk) << "a cancel while an upload by hand ran";
   fs::remove(paths::kDownloadProgress);
+}
+
+TEST_F(MeshCoreTest, ANodeThatIsOfflineOverARestartKeepsItsIdentityAndNothingElse) {
+  nodes_[3].Stage(kNewVersion);
+  Report(0);
+  core_->Tick(now_);
+  Restart();
+  nodes_[3].SetReachable(false);
+  Report(0);
+  const KnownNode& node = core_->Registry().Nodes().at(3);
+  EXPECT_FALSE(node.online);
+  ASSERT_TRUE(node.report);
+  EXPECT_EQ(node.report->name, "node3");
+  EXPECT_EQ(node.report->version, kOldVersion);
+  Request();
+  Report(1);
+  EXPECT_THAT(answers_, ElementsAre(MeshCode::kNothingStaged));
+}
+
+TEST_F(MeshCoreTest, ANewVersionIsStillKnownAfterARestart) {
+  core_->Tick(now_);
+  nodes_[3].Boot(kNewVersion);
+  Report(0);
+  core_->Tick(now_);
+  Restart();
+  EXPECT_EQ(core_->Registry().Nodes().at(3).report->version, kNewVersion);
 }
 
 TEST_F(MeshCoreTest, ASecondRequestIsRefusedWhileOneIsPendingOrRuns) {

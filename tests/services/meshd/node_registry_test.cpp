@@ -61,5 +61,20 @@ TEST_F(NodeRegistryTest, SeesARestart) {
   EXPECT_EQ(registry_.Answered(*node.Info(), now_), NodeChange::kRestarted);
 }
 
+TEST_F(NodeRegistryTest, ANodeThatWasKnownBeforeTheServiceStartedCameOnline) {
+  NodeReport known = *FakeNode(1).Info();
+  known.boot_id.clear();
+  registry_.Remember(known);
+  EXPECT_TRUE(registry_.Syncing());
+  EXPECT_FALSE(Online(1));
+  EXPECT_EQ(registry_.Nodes().at(1).report->name, "node1");
+  EXPECT_EQ(Answer(1), NodeChange::kCameOnline);
+}
+
+TEST_F(NodeRegistryTest, ANodeThatIsNotInTheMeshIsNotRemembered) {
+  registry_.Remember(*FakeNode(9).Info());
+  EXPECT_FALSE(registry_.Nodes().contains(9));
+}
+
 }  // namespace
 }  // namespace kalo::meshd
