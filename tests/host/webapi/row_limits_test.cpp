@@ -32,13 +32,14 @@ constexpr milliseconds kOfferFeed{30000};  // the module's own argument of the f
 constexpr milliseconds kUpdater = GuestLimits{}.whole;
 // Of one node: the regular check, the feed, the small update with its own node list.
 constexpr milliseconds kOffer = kReleaseList + kOfferFeed + kNodeList + kReleaseList;
+// "clean" on every node, after the recovery program's own round.
+constexpr milliseconds kCleanNodes = 3 * kNodeCallDeadline;
 constexpr milliseconds kRecord = kNodeList + 3 * kWrite;
 // Node list, offers with the rollout group, at most two records, the clean-up of a download that no
 // longer fits, the notified version.
 constexpr milliseconds kCheck = kNodeList + 7 * kWrite + kNodes * (kOffer + kWrite) + 2 * kRecord +
-                                kNodeList + kNodeCallDeadline + kWrite;
-const milliseconds kUploads =
-    kNodeList + kNodeCallDeadline + kNodes * UploadLimits{}.whole + 3 * kWrite;
+                                kNodeList + kCleanNodes + kWrite;
+const milliseconds kUploads = kNodeList + kCleanNodes + kNodes * UploadLimits{}.whole + 3 * kWrite;
 
 const std::map<std::string, milliseconds> kWaits = {
     {"KALO.Mesh.Upgrade 1 start", kBus + 2 * kWrite},
@@ -51,7 +52,7 @@ const std::map<std::string, milliseconds> kWaits = {
     {"KALO.Mesh.Upgrade.Equal 1 cancel", kNothing},
     {"KALO.Mesh.Upgrade.Patch 1 check", kCheck},
     {"KALO.Mesh.Upgrade.Patch 2 check", kCheck},
-    {"KALO.Mesh.Upgrade.Patch 1 clean", 6 * kWrite + kNodeList + kNodeCallDeadline},
+    {"KALO.Mesh.Upgrade.Patch 1 clean", 6 * kWrite + kNodeList + kCleanNodes},
     {"KALO.Mesh.Upgrade.Patch 1 upload", kUploads},
     {"KALO.Mesh.Upgrade.Patch.Check 1 equal",
      kNodeList + 5 * kWrite + kAllReleaseLists + 2 * kRecord},
