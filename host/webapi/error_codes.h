@@ -23,6 +23,9 @@ enum ErrorCode : int {
   kWaitBeforeRetry = 7013,
   kUploadNotStored = 7014,
   kNoAnswer = 7015,
+  kForeignHost = 7016,
+  kForeignSite = 7017,
+  kWrongContentType = 7018,
 };
 
 }  // namespace kalo::webapi

@@ -13,6 +13,9 @@ namespace {
 constexpr int kWeek = 7 * 86400;
 constexpr int kFewestWorkers = 2;  // one for polls, one for the rest
 constexpr int kMostWorkers = 64;
+constexpr std::size_t kLongestHostName = 253;
+constexpr const char* kHostNameCharacters =
+    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-_";
 
 std::uint16_t Port(ObjectReader& reader, const std::string& key) {
   return static_cast<std::uint16_t>(reader.Integer(key, 1, 65535));
@@ -54,6 +57,17 @@ void ReadLimits(const Json::Value& value, const std::string& name, Configuration
   reader.Finish();
 }
 
+// Names as they appear in a Host header, without a port.
+void ReadHostNames(const Json::Value& names, const ObjectReader& reader, Configuration& result) {
+  for (const Json::Value& name : names) {
+    const std::string text = name.isString() ? name.asString() : "";
+    const bool is_name = !text.empty() && text.size() <= kLongestHostName &&
+                         text.find_first_not_of(kHostNameCharacters) == std::string::npos;
+    if (!is_name) reader.Fail("host_names", "must hold host names only");
+    result.host_names.push_back(text);
+  }
+}
+
 Configuration Read(const Json::Value& value, const std::string& name) {
   ObjectReader reader(value, name);
   Configuration result;
@@ -64,6 +78,7 @@ Configuration Read(const Json::Value& value, const std::string& name) {
   result.admin_port = Port(reader, "admin_port");
   result.mesh_port = Port(reader, "mesh_port");
   if (result.admin_port == result.mesh_port) reader.Fail("mesh_port", "equals \"admin_port\"");
+  if (value.isMember("host_names")) ReadHostNames(reader.Array("host_names"), reader, result);
   ReadSession(reader.Object("session"), name, result);
   ReadWorkers(reader.Object("workers"), name, result);
   ReadLimits(reader.Object("limits"), name, result);

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace kalo::webapid {
 
@@ -14,6 +15,7 @@ struct Configuration {
   std::string address;  ///< numeric IPv4 or IPv6 address that both ports listen on
   std::uint16_t admin_port = 0;
   std::uint16_t mesh_port = 0;
+  std::vector<std::string> host_names;  ///< of the administration port, besides its certificate's
 
   std::chrono::seconds session_idle{900};
   std::chrono::seconds session_absolute{43200};

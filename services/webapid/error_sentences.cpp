@@ -52,6 +52,12 @@ constexpr std::array kRows = {
     Row{7013, 429, "Please wait a moment before the next attempt."},
     Row{7014, 507, "The uploaded file could not be stored."},
     Row{7015, 200, "The request ended without an answer."},
+    Row{7016, 421,
+        "The router does not know this host name; use its address, or add the name to host_names "
+        "in "
+        "/etc/kalo/webapid.json."},
+    Row{7017, 403, "The request comes from another site's page, which may not call the router."},
+    Row{7018, 415, "The body's type is missing or not accepted; send application/json."},
     Row{9001, 200, "Another download, upload or upgrade is under way."},
     Row{9002, 200, "A node refused the patch or gave no usable answer."},
 };

@@ -16,6 +16,7 @@ namespace kalo::webapid {
 namespace {
 
 constexpr const char* kAuthApi = "KALO.Core.Auth";
+constexpr const char* kFetchSite = "Sec-Fetch-Site";
 constexpr const char* kEventStream = "text/event-stream";
 constexpr std::size_t kBodyBeforeLogin = std::size_t{16} << 10;
 constexpr std::size_t kBody = std::size_t{1} << 20;
@@ -41,6 +42,11 @@ std::string MediaType(const Request& request) {
 }  // namespace
 
 void Front::Begin(Request& request, const std::string& method, const std::string& path) {
+  // Only browsers can be misled by a name, and only the administration port is for browsers.
+  if (request.Port() == PortKind::kAdmin &&
+      !parts_.host_names.Contains(request.Header(MHD_HTTP_HEADER_HOST))) {
+    return request.Answer(ErrorReply(webapi::kForeignHost));
+  }
   const bool reads = method == MHD_HTTP_METHOD_GET || method == MHD_HTTP_METHOD_HEAD;
   if (reads && request.Port() == PortKind::kAdmin && !path.starts_with("/webapi/")) {
     return request.Answer(parts_.page.Get(path, request.Header(MHD_HTTP_HEADER_IF_NONE_MATCH)));
@@ -53,6 +59,10 @@ void Front::Begin(Request& request, const std::string& method, const std::string
 int Front::Accept(Request& request, const std::string& method, const std::string& path) {
   const std::optional<RowName> name = ParseRowPath(path);
   if (!name || method != MHD_HTTP_METHOD_POST) return webapi::kUnknownApi;
+  if (IsFromForeignSite(request.Header(MHD_HTTP_HEADER_ORIGIN), request.Header(kFetchSite),
+                        request.Header(MHD_HTTP_HEADER_HOST))) {
+    return webapi::kForeignSite;
+  }
   if (const int error = AcceptCaller(request, *name); error != 0) return error;
   // Parameters travel in the body alone, where all the checks are.
   if (HasQuery(request)) return webapi::kMalformedRequest;
@@ -96,6 +106,10 @@ int Front::AcceptSize(Request& request, std::uint64_t limit) {
 
 int Front::AcceptBody(Request& request) {
   const std::string type = MediaType(request);
+  // Without a session nothing else keeps out a form of another site, which can send any other type.
+  if (request.kind == RequestKind::kLogin && type != "application/json") {
+    return webapi::kWrongContentType;
+  }
   if (type.empty() || type == "application/json") {
     const std::size_t limit = request.kind == RequestKind::kLogin ? kBodyBeforeLogin : kBody;
     request.body = std::make_unique<JsonBody>(limit);

@@ -6,6 +6,7 @@
 #include "services/webapid/authentication.h"
 #include "services/webapid/configuration.h"
 #include "services/webapid/event_hub.h"
+#include "services/webapid/host_names.h"
 #include "services/webapid/page_files.h"
 #include "services/webapid/request.h"
 #include "services/webapid/row_table.h"
@@ -21,6 +22,7 @@ class Front : public RequestServer {
   /// What the front works with; all borrowed, all outlive it.
   struct Parts {
     const Configuration& configuration;
+    const HostNames& host_names;
     const RowTable& rows;
     const UploadStore& uploads;
     const PageFiles& page;

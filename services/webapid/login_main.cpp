@@ -2,6 +2,7 @@
 // ends with 0 when the password is right, 1 when it is not, 3 when that cannot be told. A program
 // of its own, because hashing takes a good part of a second and the server has one thread.
 
+#include <sys/resource.h>
 #include <syslog.h>
 
 #include <exception>
@@ -22,6 +23,9 @@ constexpr int kWrong = 1;
 constexpr int kUsage = 2;
 constexpr int kFailed = 3;
 
+// Whoever sends wrong passwords all the time must not slow down what else the router does.
+constexpr int kNiceness = 10;
+
 std::optional<std::pair<std::string, std::string>> ReadInput() {
   const std::string input{std::istreambuf_iterator<char>(std::cin), {}};
   const std::size_t end = input.find('\0');
@@ -38,6 +42,7 @@ int main(int argc, char** /*argv*/) {
     std::cerr << "webapid-login takes its input from webapid.\n";
     return kUsage;
   }
+  (void)setpriority(PRIO_PROCESS, 0, kNiceness);
   try {
     const auto input = ReadInput();
     if (!input) return kUsage;

@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 #include "host/core/file_io.h"
@@ -21,7 +22,8 @@
 namespace kalo::webapid {
 namespace {
 
-constexpr std::size_t kMostWaiting = 16;
+constexpr std::size_t kMostWaiting = 32;
+constexpr std::size_t kMostOfOneAddress = 2;
 constexpr std::chrono::seconds kHelperTime{10};
 
 // Names come from outside; only harmless ones are written into the log.
@@ -39,22 +41,57 @@ LoginQueue::LoginQueue(EventLoop& loop, ChildWatch& children, std::string helper
     : loop_(loop), children_(children), helper_(std::move(helper)) {}
 
 void LoginQueue::Submit(LoginTry attempt) {
-  if (tries_.size() >= kMostWaiting) return attempt.done(webapi::kServerBusy, 1);
-  tries_.push_back(std::move(attempt));
+  const auto wait = throttle_.Wait(attempt.user, attempt.peer, EventLoop::Clock::now());
+  if (wait.count() > 0) {
+    return attempt.done(webapi::kWaitBeforeRetry, static_cast<long>(wait.count()));
+  }
+  if (!MakeRoom(attempt)) return attempt.done(webapi::kServerBusy, 1);
+  const auto place = !IsTrusted(attempt)
+                         ? waiting_.end()
+                         : std::find_if(waiting_.begin(), waiting_.end(),
+                                        [this](const auto& other) { return !IsTrusted(other); });
+  waiting_.insert(place, std::move(attempt));
   if (!running_) Next();
 }
 
+bool LoginQueue::IsTrusted(const LoginTry& attempt) const {
+  return throttle_.IsTrusted(attempt.user, attempt.peer);
+}
+
+std::size_t LoginQueue::CountOf(const std::string& peer) const {
+  return static_cast<std::size_t>(
+      std::count_if(waiting_.begin(), waiting_.end(),
+                    [&](const LoginTry& attempt) { return attempt.peer == peer; }));
+}
+
+bool LoginQueue::MakeRoom(const LoginTry& attempt) {
+  const std::size_t own = CountOf(attempt.peer);
+  if (own >= kMostOfOneAddress) return false;
+  if (waiting_.size() < kMostWaiting) return true;
+  const bool is_trusted = IsTrusted(attempt);
+  const auto last = std::find_if(waiting_.rbegin(), waiting_.rend(), [&](const LoginTry& other) {
+    return !IsTrusted(other) && (is_trusted || (own == 0 && CountOf(other.peer) > 1));
+  });
+  if (last == waiting_.rend()) return false;
+  const LoginTry pushed_out = std::move(*last);
+  waiting_.erase(std::next(last).base());
+  pushed_out.done(webapi::kServerBusy, 1);
+  return true;
+}
+
 void LoginQueue::Next() {
-  while (!tries_.empty() && !running_) {
-    const LoginTry& attempt = tries_.front();
+  while (!waiting_.empty() && !running_) {
+    LoginTry attempt = std::move(waiting_.front());
+    waiting_.pop_front();
+    // Another try of this user or address may have failed meanwhile.
     const auto wait = throttle_.Wait(attempt.user, attempt.peer, EventLoop::Clock::now());
     if (wait.count() > 0) {
-      Finish(webapi::kWaitBeforeRetry, static_cast<long>(wait.count()));
+      attempt.done(webapi::kWaitBeforeRetry, static_cast<long>(wait.count()));
     } else if (StartHelper(attempt)) {
-      running_ = true;
+      running_ = std::move(attempt);
     } else {
       Log(LOG_ERR, "cannot start %s: %s", helper_.c_str(), std::strerror(errno));
-      Finish(webapi::kServerBusy, 1);
+      attempt.done(webapi::kServerBusy, 1);
     }
   }
 }
@@ -78,34 +115,29 @@ bool LoginQueue::StartHelper(const LoginTry& attempt) {
 
 void LoginQueue::OnEnded(int status) {
   loop_.Cancel(timer_);
-  running_ = false;
-  if (tries_.empty()) return;
-  const LoginTry& attempt = tries_.front();
+  if (!running_) return;  // stopped meanwhile
+  const LoginTry attempt = *std::exchange(running_, std::nullopt);
+  const auto now = EventLoop::Clock::now();
   const int exit_status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   if (exit_status == 0) {
-    throttle_.Succeeded(attempt.user, attempt.peer);
+    throttle_.Succeeded(attempt.user, attempt.peer, now);
     Log(LOG_NOTICE, "%s signed in from %s", Printable(attempt.user).c_str(), attempt.peer.c_str());
-    Finish(0, 0);
+    attempt.done(0, 0);
   } else if (exit_status == 1) {
-    throttle_.Failed(attempt.user, attempt.peer, EventLoop::Clock::now());
+    throttle_.Failed(attempt.user, attempt.peer, now);
     Log(LOG_WARNING, "wrong user or password: %s from %s", Printable(attempt.user).c_str(),
         attempt.peer.c_str());
-    Finish(webapi::kWrongPassword, 0);
+    attempt.done(webapi::kWrongPassword, 0);
   } else {
     Log(LOG_ERR, "%s failed (status %d)", helper_.c_str(), status);
-    Finish(webapi::kGeneralFailure, 0);
+    attempt.done(webapi::kGeneralFailure, 0);
   }
   Next();
 }
 
-void LoginQueue::Finish(int code, long wait_s) {
-  const LoginTry attempt = std::move(tries_.front());
-  tries_.pop_front();
-  attempt.done(code, wait_s);
-}
-
 void LoginQueue::Stop() {
-  while (!tries_.empty()) Finish(webapi::kServerBusy, 1);
+  if (running_) std::exchange(running_, std::nullopt)->done(webapi::kServerBusy, 1);
+  for (const LoginTry& attempt : std::exchange(waiting_, {})) attempt.done(webapi::kServerBusy, 1);
 }
 
 }  // namespace kalo::webapid

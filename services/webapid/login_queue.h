@@ -1,8 +1,9 @@
 #pragma once
 
 #include <cstddef>
-#include <deque>
 #include <functional>
+#include <list>
+#include <optional>
 #include <string>
 
 #include "services/webapid/child_watch.h"
@@ -21,8 +22,13 @@ struct LoginTry {
   std::function<void(int code, long wait_s)> done;
 };
 
-/// Checks passwords one after the other in a helper process. One at a time: tries made side by
-/// side would all be over before the first wrong one counts.
+/// Checks passwords one after the other in a helper process of low priority, so that checking never
+/// takes more than one processor, and that only while it is not needed otherwise. One at a time
+/// also because tries made side by side would all be over before the first wrong one counts.
+///
+/// A try that has to wait for its delay is refused at once. An address has few places in the queue,
+/// and gives up one to an address that has none; users who signed in from their address before come
+/// first.
 class LoginQueue {
  public:
   /// @param helper absolute path of the program; loop, children: borrowed, outlive the queue
@@ -34,16 +40,18 @@ class LoginQueue {
 
  private:
   void Next();
+  [[nodiscard]] bool IsTrusted(const LoginTry& attempt) const;
+  [[nodiscard]] bool MakeRoom(const LoginTry& attempt);
+  [[nodiscard]] std::size_t CountOf(const std::string& peer) const;
   [[nodiscard]] bool StartHelper(const LoginTry& attempt);
   void OnEnded(int status);
-  void Finish(int code, long wait_s);
 
   EventLoop& loop_;
   ChildWatch& children_;
   std::string helper_;
   LoginThrottle throttle_;
-  std::deque<LoginTry> tries_;  // the first is being checked
-  bool running_ = false;
+  std::list<LoginTry> waiting_;  // trusted ones first
+  std::optional<LoginTry> running_;
   EventLoop::TimerId timer_{};
 };
 

@@ -77,6 +77,7 @@ Server::Server(const Configuration& configuration, int inherited)
       rows_(ReadRowTable(KALO::paths::kModules)),
       uploads_(KALO::paths::kUploads),
       page_(KALO::paths::kPage),
+      host_names_(ReadPem(kAdminCertificate), configuration.host_names),
       users_(KALO::paths::kUsers),
       sessions_({kSessions, configuration.session_idle, configuration.session_absolute,
                  [] { return static_cast<std::int64_t>(std::time(nullptr)); }}),
@@ -88,7 +89,7 @@ Server::Server(const Configuration& configuration, int inherited)
                     {kWorkerProgram, configuration.mesh_workers, [this] { recovery_.Run(); }}),
       events_(loop_, admin_workers_),
       authentication_(sessions_, users_, logins_),
-      front_({configuration_, rows_, uploads_, page_, authentication_, admin_workers_,
+      front_({configuration_, host_names_, rows_, uploads_, page_, authentication_, admin_workers_,
               mesh_workers_, events_}) {
   AllowDescriptors(configuration_.connections);
   AddListener(Listen(configuration_.address, configuration_.admin_port), PortKind::kAdmin);

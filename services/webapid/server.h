@@ -10,6 +10,7 @@
 #include "services/webapid/event_hub.h"
 #include "services/webapid/event_loop.h"
 #include "services/webapid/front.h"
+#include "services/webapid/host_names.h"
 #include "services/webapid/listener.h"
 #include "services/webapid/login_queue.h"
 #include "services/webapid/page_files.h"
@@ -46,6 +47,7 @@ class Server {
   RowTable rows_;
   UploadStore uploads_;
   PageFiles page_;
+  HostNames host_names_;
   UserStore users_;
   SessionStore sessions_;
   Recovery recovery_;

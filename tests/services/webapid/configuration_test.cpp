@@ -53,6 +53,8 @@ TEST(Configuration, SaysWhatIsWrong) {
             "c: \"x\" is not known here");
   EXPECT_EQ(ErrorOf(R"({"address":"::1","admin_port":1,"mesh_port":2,"session":{"y":1}})"),
             "c: session: \"y\" is not known here");
+  EXPECT_EQ(ErrorOf(R"({"address":"::1","admin_port":1,"mesh_port":2,"host_names":["https://a"]})"),
+            "c: \"host_names\" must hold host names only");
 }
 
 }  // namespace

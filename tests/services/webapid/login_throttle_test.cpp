@@ -23,18 +23,38 @@ TEST(LoginThrottle, TheWaitDoublesUpToAMinute) {
   }
 }
 
-TEST(LoginThrottle, CountsForTheUserAndForTheAddress) {
+TEST(LoginThrottle, NobodyDelaysAnotherAddress) {
+  LoginThrottle throttle;
+  for (const char* peer : {"a", "b", "c", "d"}) {
+    for (int i = 0; i < 10; ++i) throttle.Failed("u", peer, kStart);
+  }
+  EXPECT_EQ(throttle.Wait("u", "a", kStart), seconds(60));
+  EXPECT_EQ(throttle.Wait("other", "a", kStart), seconds(60));
+  EXPECT_EQ(throttle.Wait("u", "owner", kStart), seconds(0));
+}
+
+// Else whoever has an account would guess another one's password without any delay.
+TEST(LoginThrottle, SuccessDoesNotClearOtherUsers) {
   LoginThrottle throttle;
   throttle.Failed("u", "p", kStart);
-  EXPECT_EQ(throttle.Wait("u", "other", kStart), seconds(1));
-  EXPECT_EQ(throttle.Wait("other", "p", kStart), seconds(1));
-  EXPECT_EQ(throttle.Wait("other", "other", kStart), seconds(0));
+  throttle.Succeeded("guest", "p", kStart);
+  EXPECT_EQ(throttle.Wait("u", "p", kStart), seconds(1));
+  EXPECT_EQ(throttle.Wait("guest", "p", kStart), seconds(0));
+}
+
+TEST(LoginThrottle, ASuccessMakesTheAddressTrustedForThisUser) {
+  LoginThrottle throttle;
+  throttle.Succeeded("u", "p", kStart);
+  throttle.Failed("u", "p", kStart);
+  EXPECT_TRUE(throttle.IsTrusted("u", "p"));
+  EXPECT_FALSE(throttle.IsTrusted("u", "other"));
+  EXPECT_FALSE(throttle.IsTrusted("other", "p"));
 }
 
 TEST(LoginThrottle, SuccessClears) {
   LoginThrottle throttle;
   throttle.Failed("u", "p", kStart);
-  throttle.Succeeded("u", "p");
+  throttle.Succeeded("u", "p", kStart);
   EXPECT_EQ(throttle.Wait("u", "p", kStart), seconds(0));
   throttle.Failed("u", "p", kStart);
   EXPECT_EQ(throttle.Wait("u", "p", kStart), seconds(1));
@@ -55,7 +75,7 @@ TEST(LoginThrottle, ManyNamesPushOutTheOldestOnly) {
                     kStart + std::chrono::milliseconds(i));
   }
   const auto now = kStart + std::chrono::milliseconds(5000);
-  EXPECT_EQ(throttle.Wait("u4999", "x", now), seconds(1));
+  EXPECT_EQ(throttle.Wait("u4999", "p4999", now), seconds(1));
 }
 
 }  // namespace

@@ -1,4 +1,10 @@
+#include <memory>
+#include <string>
+#include <vector>
+
 #include "tests/services/webapid/server_fixture.h"
+#include "tests/support/raw_client.h"
+#include "tests/support/wait.h"
 
 namespace kalo::test {
 namespace {
@@ -84,6 +90,91 @@ TEST_F(SignIn, MalformedTriesAreRefusedWithoutAPasswordCheck) {
   EXPECT_EQ(client.Post(row, std::string(17 << 10, ' ')).Code(), 7007);
   EXPECT_EQ(client.Post(row, std::string(1 << 20, ' ')).Code(), 7007);
   EXPECT_EQ(client.Login(kAdmin, kPassword).Code(), 0);
+}
+
+// @return the status of one right sign-in with these headers.
+int StatusOfSignIn(const std::string& host, const std::string& more) {
+  const std::string body = R"({"user":"admin","password":"correct horse"})";
+  RawClient client(443, {});
+  (void)client.Send("POST /webapi/KALO.Core.Auth/1/login HTTP/1.1\r\nHost: " + host +
+                    "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n" + more + "\r\n" +
+                    body);
+  return client.Answer(kLongWait, true);
+}
+
+constexpr const char* kJson = "Content-Type: application/json\r\n";
+
+TEST_F(SignIn, NeedsItsContentType) {
+  EXPECT_EQ(StatusOfSignIn("router.test", ""), 415);
+  EXPECT_EQ(StatusOfSignIn("router.test", "Content-Type: text/plain\r\n"), 415);
+  EXPECT_EQ(StatusOfSignIn("router.test", "Content-Type: multipart/form-data; boundary=x\r\n"),
+            415);
+  EXPECT_EQ(StatusOfSignIn("router.test", kJson), 200);
+}
+
+TEST_F(SignIn, PagesOfOtherSitesAreRefused) {
+  for (const char* header :
+       {"Origin: https://evil.test", "Origin: null", "Origin: http://router.test",
+        "Origin: https://router.test:444", "Sec-Fetch-Site: cross-site",
+        "Sec-Fetch-Site: same-site", "Sec-Fetch-Site: x"}) {
+    EXPECT_EQ(StatusOfSignIn("router.test", kJson + std::string(header) + "\r\n"), 403) << header;
+  }
+  EXPECT_EQ(
+      StatusOfSignIn("router.test:443", kJson + std::string("Origin: https://Router.test:443\r\n"
+                                                            "Sec-Fetch-Site: same-origin\r\n")),
+      200);
+  EXPECT_EQ(StatusOfSignIn("127.0.0.1", kJson + std::string("Sec-Fetch-Site: none\r\n")), 200);
+}
+
+TEST_F(SignIn, EveryOtherCallOfAnotherSiteIsRefusedToo) {
+  HttpClient user = SignedIn();
+  user.SetHeader("Origin: https://evil.test");
+  EXPECT_EQ(Call(user, "echo").Code(), 7017);
+  EXPECT_EQ(user.Post("KALO.Core.Auth/1/logout").Code(), 7017);
+  user.SetHeader("Sec-Fetch-Site: cross-site");
+  EXPECT_EQ(Call(user, "echo").Code(), 7017);
+  HttpClient node = Node(MeshAuthority(), "node0.mesh.internal");
+  node.SetHeader("Origin: https://evil.test");
+  EXPECT_EQ(Call(node, "node_0").Code(), 7017);
+  user.SetHeader("Origin: https://router.test");
+  EXPECT_EQ(Call(user, "echo").Code(), 0);
+}
+
+TEST_F(SignIn, HostsThatTheRouterDoesNotKnowAreRefused) {
+  for (const char* host : {"evil.test", "router.test.evil", "127.0.0.1.evil.test", "[::1", "[x]",
+                           "router.test:x", "2130706433", "router.test,evil.test"}) {
+    EXPECT_EQ(StatusOfSignIn(host, kJson), 421) << host;
+  }
+  for (const char* host :
+       {"router.test", "ROUTER.test:8080", "10.1.2.3", "[::1]:443", "localhost"}) {
+    EXPECT_EQ(StatusOfSignIn(host, kJson), 200) << host;
+  }
+  HttpClient page = Admin();
+  page.SetHeader("Host: evil.test");
+  EXPECT_EQ(page.Get("/").Code(), 7016);
+  ASSERT_EQ(Stop(), 0);
+  Configure(R"(,"host_names":["Router.home"])");
+  Start();
+  EXPECT_EQ(StatusOfSignIn("router.home", kJson), 200);
+}
+
+TEST_F(SignIn, WrongPasswordsFromElsewhereDoNotKeepTheOwnerOut) {
+  const std::string body = R"({"user":"admin","password":"wrong"})";
+  const std::string wrong =
+      "POST /webapi/KALO.Core.Auth/1/login HTTP/1.1\r\nHost: router.test\r\nContent-Length: " +
+      std::to_string(body.size()) + "\r\n" + kJson + "\r\n" + body;
+  std::vector<std::unique_ptr<RawClient>> others;
+  for (int i = 0; i < 20; ++i) {
+    for (int n = 0; n < 3; ++n) {
+      const std::string address = "127.0.1." + std::to_string(i + 1);
+      others.push_back(std::make_unique<RawClient>(443, ClientFiles{}, Origin{address}));
+      ASSERT_TRUE(others.back()->Send(wrong));
+    }
+  }
+  HttpClient owner = Admin();
+  EXPECT_TRUE(WaitFor([&] { return owner.Login(kAdmin, kPassword).Code() == 0; }));
+  for (const auto& other : others) (void)other->Answer(kLongWait, true);
+  EXPECT_EQ(owner.Login(kAdmin, kPassword).Code(), 0) << "at once, after all of them";
 }
 
 TEST_F(SignIn, SessionsSurviveARestart) {
