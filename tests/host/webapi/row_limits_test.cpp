@@ -26,19 +26,19 @@ constexpr milliseconds kNothing{0};
 constexpr milliseconds kBus = mesh::BusConnection::kDeadline;
 constexpr milliseconds kNodeList = 2 * kBus;
 constexpr milliseconds kWrite = kWriterPatience;  // one key of a state file
-constexpr milliseconds kReleaseList = 2 * feed::kListTries * HttpsLimits{}.whole;
-constexpr milliseconds kAllReleaseLists = kNodes * kReleaseList;
+const milliseconds kReleaseList = 2 * feed::kListTries * HttpsLimits{}.whole;
+const milliseconds kAllReleaseLists = kNodes * kReleaseList;
 constexpr milliseconds kOfferFeed{30000};  // the module's own argument of the fetching program
 constexpr milliseconds kUpdater = GuestLimits{}.whole;
 // Of one node: the regular check, the feed, the small update with its own node list.
-constexpr milliseconds kOffer = kReleaseList + kOfferFeed + kNodeList + kReleaseList;
+const milliseconds kOffer = kReleaseList + kOfferFeed + kNodeList + kReleaseList;
 // "clean" on every node, after the recovery program's own round.
 constexpr milliseconds kCleanNodes = 3 * kNodeCallDeadline;
 constexpr milliseconds kRecord = kNodeList + 3 * kWrite;
 // Node list, offers with the rollout group, at most two records, the clean-up of a download that no
 // longer fits, the notified version.
-constexpr milliseconds kCheck = kNodeList + 7 * kWrite + kNodes * (kOffer + kWrite) + 2 * kRecord +
-                                kNodeList + kCleanNodes + kWrite;
+const milliseconds kCheck = kNodeList + 7 * kWrite + kNodes * (kOffer + kWrite) + 2 * kRecord +
+                            kNodeList + kCleanNodes + kWrite;
 const milliseconds kUploads = kNodeList + kCleanNodes + kNodes * UploadLimits{}.whole + 3 * kWrite;
 
 const std::map<std::string, milliseconds> kWaits = {
