@@ -57,14 +57,12 @@ class NodeList {
   // @throws WebapiException when no node has it.
   const UpgradeHandler::UpdateNode& Find(std::int32_t id) {
     if (nodes_.empty()) nodes_ = handler_.GetUpdateNodes();
-    auto known = by_id_.find(id);
-    while (known == by_id_.end()) {
+    while (!by_id_.contains(id)) {
       if (by_id_end_ == nodes_.size()) throw WebapiException("Failed to get unique");
       const auto& node = nodes_[by_id_end_++];
-      const auto [entry, is_new] = by_id_.emplace(node.GetNodeID(), &node);
-      if (is_new && entry->first == id) known = entry;
+      by_id_.emplace(node.GetNodeID(), &node);
     }
-    return *known->second;
+    return *by_id_.at(id);
   }
 
  private:
