@@ -78,8 +78,9 @@ void PrepareState(const fs::path& state) {
        {"tmp/lock", "run/lock", "run/kalo", "run/dbus", "var/log", "var/lib"}) {
     fs::create_directories(state / folder);
   }
-  for (const auto* folder : {"tmp", "run/lock"}) {
-    fs::permissions(state / folder, fs::perms::all | fs::perms::sticky_bit);
+  // Whatever the umask is. Only root runs programs here, so no one else needs to write.
+  for (const auto* folder : {"tmp", "tmp/lock", "run/lock"}) {
+    fs::permissions(state / folder, static_cast<fs::perms>(0755));
   }
   for (const auto& [link, target] : {std::pair{"lock", "/run/lock"}, std::pair{"run", "/run"}}) {
     const fs::path path = state / "var" / link;

@@ -47,13 +47,12 @@ void EmptyFolder(const fs::path& folder) {
 }
 
 void MakeBootFolders() {
-  constexpr fs::perms kEveryone = fs::perms::all | fs::perms::sticky_bit;
   constexpr fs::perms kPublic = static_cast<fs::perms>(0755);
   for (const char* folder : {"/tmp", "/run"}) EmptyFolder(folder);
-  MakeFolder("/tmp", kEveryone);
-  MakeFolder("/tmp/lock", kEveryone);
+  MakeFolder("/tmp", kPublic);
+  MakeFolder("/tmp/lock", kPublic);
   MakeFolder("/run", kPublic);
-  MakeFolder("/run/lock", kEveryone);
+  MakeFolder("/run/lock", kPublic);
   MakeFolder("/run/kalo", fs::perms::owner_all);
   MakeFolder("/run/dbus", kPublic);
   MakeFolder("/var/log", kPublic);
