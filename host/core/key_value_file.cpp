@@ -68,12 +68,20 @@ bool MayReplaceAfter(int error, const FilePlace& place) {
          !RegularFile{{}, status}.IsOurs();
 }
 
+// Where others may add files, a second name of a file of ours is theirs to give.
+bool IsTrusted(const RegularFile& file, const FilePlace* place) {
+  if (!file.IsOurs()) return false;
+  return file.status.st_nlink <= 1 ||
+         (place != nullptr && SecurityOf(place->folder.Get()) == FolderSecurity::kOurs);
+}
+
 }  // namespace
 
 std::optional<KeyValueText> ReadKeyValueFile(const std::string& path) {
   const auto file = RegularFile::Open(AT_FDCWD, path);
   if (!file) return std::nullopt;
-  if (!file->IsOurs()) {
+  const auto place = file->status.st_nlink > 1 ? FilePlace::Of(path) : std::nullopt;
+  if (!IsTrusted(*file, place ? &*place : nullptr)) {
     errno = EACCES;
     return std::nullopt;
   }
@@ -98,7 +106,7 @@ bool KeyValueEdit::Read() {
     errno = absence_;
     return false;
   }
-  if (!file->IsOurs()) {
+  if (!IsTrusted(*file, &place_)) {
     absence_ = EACCES;
     return true;
   }

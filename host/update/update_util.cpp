@@ -9,9 +9,9 @@
 #include <optional>
 #include <utility>
 
-#include "host/core/file_io.h"
 #include "host/core/file_lock.h"
 #include "host/core/log.h"
+#include "host/core/regular_file.h"
 #include "host/core/strict_json.h"
 #include "host/core/unique_fd.h"
 #include "host/update/node_calls.h"
@@ -49,7 +49,8 @@ std::map<std::int32_t, Response> UpdateUtil::SendWebAPIs(const std::vector<Updat
 
 bool UpdateUtil::ParseJsonRootFromFile(const std::string& path, Json::Value& root) {
   root = Json::Value();
-  const auto text = kalo::ReadFile(path, kLargestDocument);
+  const auto file = kalo::RegularFile::Open(AT_FDCWD, path);
+  const auto text = file && file->IsOurs() ? file->ReadAll(kLargestDocument) : std::nullopt;
   auto document = text ? kalo::ParseStrictJson(*text) : std::nullopt;
   if (!document) return false;
   root = std::move(*document);

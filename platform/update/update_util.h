@@ -36,6 +36,7 @@ class UpdateUtil {
   /// @return false on failure; a folder that does not exist is empty.
   static bool CleanFolder(const char* folder);
 
+  /// Reads a file of root's; links and other users' files are refused.
   /// @param root receives the document; null when the result is false
   /// @return whether the file could be read as one JSON document.
   static bool ParseJsonRootFromFile(const std::string& path, Json::Value& root);

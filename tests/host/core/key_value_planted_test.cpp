@@ -55,6 +55,17 @@ TEST_F(KeyValuePlanted, ALinkIsNeverFollowed) {
   EXPECT_EQ(folder_.Read("target"), "a=\"evil\"\nb=\"ours\"\n");
 }
 
+TEST_F(KeyValuePlanted, ASecondNameOfAFileOfOursCountsOnlyInAFolderOfOurs) {
+  folder_.Write("target", "a=\"evil\"\n");
+  std::filesystem::create_hard_link(folder_.Path("target"), path_);
+  EXPECT_EQ(KLIBCFileCheckKeyValue(path_.c_str(), "a", "evil", 0), 1);
+  std::filesystem::permissions(folder_.Path(),
+                               std::filesystem::perms::all | std::filesystem::perms::sticky_bit);
+  ExpectUnreadable(EACCES);
+  ExpectReplacedBySet();
+  EXPECT_EQ(folder_.Read("target"), "a=\"evil\"\n");
+}
+
 TEST_F(KeyValuePlanted, ADanglingLinkIsReplacedAndItsTargetNotMade) {
   std::filesystem::create_symlink("target", path_);
   ExpectUnreadable(ELOOP);

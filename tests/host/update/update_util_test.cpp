@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
@@ -127,6 +128,13 @@ TEST_F(JsonFile, AnythingElseIsNoDocumentAndNeverThrows) {
   std::ofstream(folder_.Path("target")) << "{}";
   std::filesystem::create_symlink(folder_.Path("target"), path_);
   EXPECT_FALSE(UpdateUtil::ParseJsonRootFromFile(path_, root_)) << "a link";
+}
+
+TEST_F(JsonFile, AnotherUsersFileIsNoDocument) {
+  std::ofstream(path_) << R"({"patchPath": "/volume1/x"})";
+  if (chown(path_.c_str(), 1234, 1234) != 0) GTEST_SKIP() << "this root has one user only";
+  EXPECT_FALSE(UpdateUtil::ParseJsonRootFromFile(path_, root_));
+  EXPECT_TRUE(root_.isNull());
 }
 
 }  // namespace
