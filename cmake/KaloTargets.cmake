@@ -71,6 +71,7 @@ kalo_soname(KALO_CURL_SONAME "${pkgcfg_lib_LIBCURL_curl}")
 pkg_check_modules(LIBXCRYPT REQUIRED IMPORTED_TARGET libxcrypt)
 pkg_check_modules(MICROHTTPD REQUIRED IMPORTED_TARGET libmicrohttpd)
 pkg_check_modules(SDBUSCPP REQUIRED IMPORTED_TARGET sdbus-c++)
+pkg_check_modules(SECCOMP REQUIRED IMPORTED_TARGET libseccomp)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 
 # What is built for another processor: the firmware, and the tests that can run in an emulator.

@@ -49,6 +49,7 @@ inline constexpr const char* kMeshNodes = "/etc/kalo/mesh/nodes.json";
 inline constexpr const char* kPatchKeys = "/etc.defaults/kalo/patch-keys";
 inline constexpr const char* kServerConfiguration = "/etc/kalo/webapid.json";
 inline constexpr const char* kUsers = "/etc/kalo/users.json";
+inline constexpr const char* kUpdaterSettings = "/etc/kalo/sample-updater";
 
 // The installed firmware: the active slot.
 inline constexpr const char* kRunningVersion = "/usr/kalo/VERSION";
@@ -58,6 +59,7 @@ inline constexpr const char* kRebootProgram = "/usr/kalo/sbin/reboot";
 inline constexpr const char* kFetchProgram = "/usr/kalo/bin/wget";
 inline constexpr const char* kNotifyProgram = "/usr/kalo/bin/kaloappnotify";
 inline constexpr const char* kInstallerProgram = "/usr/kalo/sbin/kalo-install";
+inline constexpr const char* kConfineProgram = "/usr/kalo/sbin/kalo-confine";
 inline constexpr const char* kEqualUpdateProgram = "/usr/kalo/sbin/kalomeshupgrade";
 
 }  // namespace KALO::paths

@@ -1,16 +1,24 @@
 #include "host/core/guest_program.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/syscall.h>
+#include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
+#include <string_view>
 
 #include "host/core/file_io.h"
-#include "host/core/unique_fd.h"
+#include "host/core/key_value_text.h"
+#include "host/core/log.h"
+#include "host/core/spawn.h"
+#include "platform/paths.h"
 
 namespace kalo {
 namespace {
@@ -59,6 +67,52 @@ bool Watch(pid_t pid, int output, int copy, const GuestLimits& limits) {
   return true;
 }
 
+struct Refusal {
+  std::string_view language;
+  const char* note;
+  const char* took_too_long;
+  const char* not_run;
+};
+
+// The first one is for every other language.
+constexpr std::array kRefusals = {
+    Refusal{"enu", "The new firmware could not be checked",
+            "Its check did not end in time and was stopped. Try again; if this happens again, ask "
+            "the vendor for another version.",
+            "Its check could not be run safely. Upload or download the firmware again; if this "
+            "happens again, see the system log."},
+    Refusal{"ger", "Die neue Firmware konnte nicht geprüft werden",
+            "Ihre Prüfung endete nicht rechtzeitig und wurde abgebrochen. Versuchen Sie es erneut; "
+            "geschieht es wieder, fragen Sie den Hersteller nach einer anderen Version.",
+            "Ihre Prüfung konnte nicht sicher ausgeführt werden. Laden Sie die Firmware erneut; "
+            "geschieht es wieder, sehen Sie im Systemprotokoll nach."},
+    Refusal{
+        "fre", "Le nouveau micrologiciel n'a pas pu être vérifié",
+        "Sa vérification ne s'est pas terminée à temps et a été arrêtée. Réessayez ; si cela se "
+        "reproduit, demandez une autre version au fabricant.",
+        "Sa vérification n'a pas pu être exécutée en sécurité. Chargez à nouveau le "
+        "micrologiciel ; si cela se reproduit, consultez le journal du système."}};
+
+void ReportRefusal(std::string_view language, int error) {
+  const auto* found = std::find_if(kRefusals.begin(), kRefusals.end(),
+                                   [&](const Refusal& r) { return r.language == language; });
+  const Refusal& refusal = found == kRefusals.end() ? kRefusals.front() : *found;
+  KeyValueText text("");
+  const bool set = text.Set("can_continue", "no") && text.Set("leading_note", refusal.note) &&
+                   text.Set("reason", error == ETIMEDOUT ? refusal.took_too_long : refusal.not_run);
+  const char* path = KALO::paths::kPrecheckReport;
+  if (set && WriteFileAtomic(path, text.Text(), 0600)) return;
+  Log(LOG_ERR, "cannot write %s: %s", path, strerror(errno));
+  // Even without room for a text: a report without a reason fails the precheck.
+  const UniqueFd empty(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+}
+
+// What the program was asked to speak.
+std::string LanguageIn(const std::vector<std::string>& argv) {
+  const auto flag = std::find(argv.begin(), argv.end(), "-l");
+  return flag == argv.end() || flag + 1 == argv.end() ? "" : *(flag + 1);
+}
+
 }  // namespace
 
 bool IsGuestProgram(const std::string& path) {
@@ -73,6 +127,43 @@ bool WaitForGuest(pid_t pid, int output, int copy, const GuestLimits& limits) {
   kill(-pid, SIGKILL);
   errno = error;
   return ended;
+}
+
+ConfinedUpdater::ConfinedUpdater(const std::vector<std::string>& argv, const std::string& name,
+                                 int stdout_fd)
+    : is_updater_(argv.front() == std::string(KALO::paths::kPrecheckScratch) + "/updater"),
+      language_(LanguageIn(argv)) {
+  if (!is_updater_) {
+    error_ = access(argv.front().c_str(), X_OK) == 0 ? EACCES : errno;
+    return;
+  }
+  std::array<int, 2> ends = {-1, -1};
+  const bool has_pipe = pipe2(ends.data(), O_CLOEXEC) == 0;
+  word_.Reset(ends[0]);
+  const UniqueFd write_end(ends[1]);
+  const UniqueFd nowhere(open("/dev/null", O_WRONLY | O_CLOEXEC));
+  std::vector<std::string> words = {KALO::paths::kConfineProgram, name};
+  words.insert(words.end(), argv.begin() + 1, argv.end());
+  SpawnOptions options;
+  options.stdout_fd = stdout_fd;
+  options.stderr_fd = nowhere.Get();
+  options.pass_fd = write_end.Get();
+  options.own_session = true;
+  if (has_pipe && nowhere) pid_ = Spawn(words, options);
+  error_ = errno;
+}
+
+bool ConfinedUpdater::Wait(int output, int copy, const GuestLimits& limits) const {
+  int error = error_;
+  if (pid_ >= 0) {
+    const bool ended = WaitForGuest(pid_, output, copy, limits);
+    error = ended ? EPERM : errno;
+    char word = 0;
+    if (ended && read(word_.Get(), &word, 1) == 1) return true;
+  }
+  if (is_updater_ && error != EFBIG) ReportRefusal(language_, error);
+  errno = error;
+  return false;
 }
 
 }  // namespace kalo

@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 
+#include "host/core/guest_program.h"
 #include "host/core/private_folder.h"
 #include "host/core/regular_file.h"
 #include "host/core/spawn.h"
@@ -52,11 +53,21 @@ int Unpack(std::vector<std::string> argv) {
   return pid < 0 ? kFailed : WaitForExit(pid);
 }
 
+int RunUpdater(const std::vector<std::string>& argv) {
+  const ConfinedUpdater updater(argv, argv.front(), -1);
+  const bool ended = updater.Wait(-1, -1);
+  const int error = errno;
+  const int status = updater.Pid() < 0 ? kFailed : WaitForExit(updater.Pid());
+  errno = error;
+  return ended ? status : kFailed;
+}
+
 }  // namespace
 
 std::optional<int> RunForPrecheck(const std::vector<std::string>& argv) {
   if (IsMakingScratch(argv)) return MakePrivateFolder(argv[2]) ? 0 : kFailed;
   if (IsUnpackingToScratch(argv)) return Unpack(argv);
+  if (IsGuestProgram(argv.front())) return RunUpdater(argv);
   return std::nullopt;
 }
 

@@ -7,7 +7,6 @@
 #include <utility>
 #include <vector>
 
-#include "host/core/guest_program.h"
 #include "host/core/precheck_calls.h"
 #include "host/core/program_output.h"
 #include "host/core/spawn.h"
@@ -25,24 +24,15 @@ int Fail(int error) {
   return kFailed;
 }
 
-// @param pid a program of ours or one that came with a patch, with its words going nowhere
-int Wait(pid_t pid, bool is_guest) {
-  // One that exceeds its limits ends by a signal, too.
-  if (is_guest) (void)kalo::WaitForGuest(pid, -1, -1);
-  return kalo::WaitForExit(pid);
-}
-
 // Nobody reads what the program says: the caller goes by its exit status.
 int Run(const std::vector<std::string>& argv) {
   if (const auto status = kalo::RunForPrecheck(argv)) return *status;
   const kalo::UniqueFd nowhere(::open("/dev/null", O_WRONLY | O_CLOEXEC));
   if (!nowhere) return kFailed;
-  const bool is_guest = kalo::IsGuestProgram(argv.front());
   kalo::SpawnOptions options;
   options.stderr_fd = nowhere.Get();
-  options.own_session = is_guest;
   const pid_t pid = kalo::Spawn(argv, options);
-  return pid < 0 ? kFailed : Wait(pid, is_guest);
+  return pid < 0 ? kFailed : kalo::WaitForExit(pid);
 }
 
 // Collects the null-terminated words behind a call's fixed arguments.

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cerrno>
+#include <utility>
 
 #include "host/core/guest_program.h"
 #include "host/core/spawn.h"
@@ -13,6 +14,18 @@
 
 namespace kalo {
 namespace {
+
+struct Pipe {
+  [[nodiscard]] bool Open() {
+    std::array<int, 2> ends = {-1, -1};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) return false;
+    read_end.Reset(ends[0]);
+    write_end.Reset(ends[1]);
+    return true;
+  }
+  UniqueFd read_end;
+  UniqueFd write_end;
+};
 
 // A stream and the program behind it belong together until the stream is closed. The kernel keeps
 // the number with the stream's own descriptor: nothing of ours has to be found again, locked, or
@@ -25,13 +38,31 @@ pid_t Recall(int fd) {
   return fcntl(fd, F_GETOWN);
 }
 
-// Runs the program to its end and keeps what it said.
-UniqueFd Collect(pid_t pid, const UniqueFd& output) {
+// Runs the updater of a patch to its end and keeps what it said.
+// @param pid receives the process
+UniqueFd Collect(const std::vector<std::string>& argv, const std::string& name, Pipe& pipe,
+                 pid_t& pid) {
+  const ConfinedUpdater updater(argv, name, pipe.write_end.Get());
+  pid = updater.Pid();
+  pipe.write_end.Reset();
   UniqueFd text(memfd_create("program output", MFD_CLOEXEC));
-  if (text && WaitForGuest(pid, output.Get(), text.Get()) && lseek(text.Get(), 0, SEEK_SET) == 0) {
+  if (updater.Wait(pipe.read_end.Get(), text.Get()) && lseek(text.Get(), 0, SEEK_SET) == 0) {
     return text;
   }
   return {};
+}
+
+// @param pid receives the process; negative when it did not start
+UniqueFd Start(const std::vector<std::string>& argv, const std::string& name, Pipe& pipe,
+               pid_t& pid) {
+  const UniqueFd nowhere(open("/dev/null", O_WRONLY | O_CLOEXEC));
+  SpawnOptions options;
+  options.stdout_fd = pipe.write_end.Get();
+  options.stderr_fd = nowhere.Get();
+  options.name = name;
+  pid = nowhere ? Spawn(argv, options) : -1;
+  pipe.write_end.Reset();
+  return pid < 0 ? UniqueFd() : std::move(pipe.read_end);
 }
 
 // Takes the descriptor over on success.
@@ -45,27 +76,16 @@ std::FILE* ToStream(UniqueFd& fd, pid_t pid) {
 }  // namespace
 
 std::FILE* OpenProgramOutput(const std::vector<std::string>& argv, const std::string& name) {
-  std::array<int, 2> ends = {-1, -1};
-  if (pipe2(ends.data(), O_CLOEXEC) != 0) return nullptr;
-  UniqueFd read_end(ends[0]);
-  UniqueFd write_end(ends[1]);
-  const UniqueFd nowhere(open("/dev/null", O_WRONLY | O_CLOEXEC));
-  if (!nowhere) return nullptr;
-  const bool is_guest = IsGuestProgram(argv.front());
-  SpawnOptions options;
-  options.stdout_fd = write_end.Get();
-  options.stderr_fd = nowhere.Get();
-  options.own_session = is_guest;
-  options.name = name;
-  const pid_t pid = Spawn(argv, options);
-  if (pid < 0) return nullptr;
-  write_end.Reset();
-  if (is_guest) read_end = Collect(pid, read_end);
-  std::FILE* stream = ToStream(read_end, pid);
+  Pipe pipe;
+  if (!pipe.Open()) return nullptr;
+  pid_t pid = -1;
+  UniqueFd output =
+      IsGuestProgram(argv.front()) ? Collect(argv, name, pipe, pid) : Start(argv, name, pipe, pid);
+  std::FILE* stream = ToStream(output, pid);
   if (stream != nullptr) return stream;
   const int error = errno;
-  read_end.Reset();  // so that a program of ours does not wait for a reader for ever
-  (void)WaitForEnd(pid);
+  output.Reset();  // so that a program of ours does not wait for a reader for ever
+  if (pid >= 0) (void)WaitForEnd(pid);
   errno = error;
   return nullptr;
 }

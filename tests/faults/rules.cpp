@@ -38,9 +38,9 @@ constexpr std::array<const char*, 6> kLocks = {
     paths::kInstallLock,         paths::kNotificationLock,     paths::kAutoUpdateLock};
 
 // Programs that run only while there is something to do.
-constexpr std::array<std::string_view, 7> kJobs = {kChildName,      "wget",    "kalomeshupgrade",
-                                                   "kaloappnotify", "updater", "kalo-download-r",
-                                                   "kalo-install"};
+constexpr std::array<std::string_view, 8> kJobs = {
+    kChildName,        "wget",         "kalomeshupgrade", "kaloappnotify", "updater",
+    "kalo-download-r", "kalo-install", "kalo-confine"};
 
 // Where a journey may leave something, or change it. Nothing else in a node may change.
 constexpr std::array<std::string_view, 23> kMayChange = {

@@ -84,6 +84,37 @@ TEST_F(PrecheckJourney, ABrokenUpdaterIsNoBrokenAnswer) {
   ExpectNothingLeft();
 }
 
+TEST_F(PrecheckJourney, WhatOthersPutInItsPlaceIsNotUsed) {
+  mesh_.UploadNext();
+  EXPECT_EQ(Shell("stat -c '%a %u' /tmp /tmp/lock /run/lock"), "755 0\n755 0\n755 0\n");
+  Set("licence=no");
+  Shell(
+      "chmod 1777 /tmp /tmp/lock; mkdir -m 777 /tmp/patchtmp; "
+      "printf '#!/bin/sh\ntouch /tmp/evil\nexit 1\n' >/tmp/patchtmp/updater; "
+      "chmod 777 /tmp/patchtmp/updater; chown -R 1234 /tmp/patchtmp 2>/dev/null");
+  const Answer answer = Ask();
+  EXPECT_EQ(answer.status, 0) << answer.text;
+  EXPECT_FALSE(answer.data["eulacheck"].asBool()) << "the patch's own updater was asked";
+  EXPECT_EQ(Shell("ls /tmp/evil 2>/dev/null"), "");
+  ExpectNothingLeft();
+}
+
+TEST_F(PrecheckJourney, AnUpdaterThatCannotBeConfinedIsNotAPassedPrecheck) {
+  mesh_.UploadNext();
+  Shell("rm -rf /run/kalo/confine; touch /run/kalo/confine");
+  const Answer answer = Ask("ger");
+  EXPECT_EQ(answer.status, 1) << answer.text;
+  EXPECT_FALSE(answer.data["eulacheck"].asBool());
+  EXPECT_TRUE(answer.data["precheck"].asBool());
+  EXPECT_FALSE(answer.data["precheck_info"]["can_continue"].asBool());
+  EXPECT_EQ(answer.data["precheck_info"]["leading_note"],
+            "Die neue Firmware konnte nicht geprüft werden");
+  EXPECT_NE(answer.data["precheck_info"]["message"].asString(), "");
+  EXPECT_TRUE(mesh_.LogHas("did not run the updater of the patch"));
+  Shell("rm /run/kalo/confine");
+  EXPECT_EQ(Ask().status, 0) << "only this run's findings count";
+}
+
 TEST_F(PrecheckJourney, TwoAtATimeAreOneTooMany) {
   mesh_.UploadNext();
   const std::string held = Shell(

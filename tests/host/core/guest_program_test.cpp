@@ -9,6 +9,7 @@
 #include <fstream>
 
 #include "host/core/spawn.h"
+#include "platform/core/key_value.h"
 #include "platform/core/process.h"
 #include "tests/host/core/support.h"
 #include "tests/support/wait.h"
@@ -100,14 +101,35 @@ TEST_F(Guest, ThatSaysMoreIsEnded) {
   EXPECT_EQ(error_, EFBIG);
 }
 
-// Through the platform's call: a program in a folder of a patch.
-TEST(GuestCalls, AnOrdinaryGuestIsRunLikeAnyProgram) {
+// Through the platform's calls.
+TEST(GuestCalls, AProgramThatIsNoUpdaterIsNotRun) {
   const Folder folder;
   const std::string program = folder.Path("updater");
   std::filesystem::copy_file("/bin/sh", program);
-  EXPECT_EQ(KLIBCExec(program.c_str(), "-c", "exit 3", nullptr, nullptr), 3);
-  EXPECT_EQ(KLIBCExec(program.c_str(), "-c", "kill -9 $$", nullptr, nullptr), 128 + SIGKILL);
+  const std::string script = "touch " + folder.Path("ran");
+  EXPECT_LT(KLIBCExec(program.c_str(), "-c", script.c_str(), nullptr, nullptr), 0);
+  EXPECT_EQ(errno, EACCES);
+  EXPECT_EQ(KLIBCPopen(program.c_str(), "r", "updater", "-c", script.c_str(), nullptr), nullptr);
+  EXPECT_EQ(errno, EACCES);
+  EXPECT_EQ(folder.Names(), std::vector<std::string>{"updater"});
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+}
+
+TEST(GuestCalls, AnUpdaterIsNeverRunUnconfined) {
+  const Folder folder;
+  std::filesystem::create_directory("/tmp/patchtmp");
+  std::filesystem::copy_file("/bin/sh", "/tmp/patchtmp/updater");
+  const std::string script = "touch " + folder.Path("ran");
+  EXPECT_LT(KLIBCExec("/tmp/patchtmp/updater", "-c", script.c_str(), "-l", "ger"), 0);
+  std::filesystem::remove_all("/tmp/patchtmp");
+  EXPECT_TRUE(folder.Names().empty()) << "there is no kalo-confine here";
+  const char* report = "/run/customized_reason";
+  EXPECT_EQ(KLIBCFileCheckKeyValue(report, "can_continue", "no", 1), 1);
+  char text[1024] = "";
+  EXPECT_GT(KLIBCFileGetKeyValue(report, "leading_note", text, sizeof text, 0), 0);
+  EXPECT_STREQ(text, "Die neue Firmware konnte nicht geprüft werden");
+  EXPECT_GT(KLIBCFileGetKeyValue(report, "reason", text, sizeof text, 0), 0);
+  std::filesystem::remove(report);
 }
 
 }  // namespace

@@ -84,43 +84,5 @@ TEST(ProgramOutput, TwoAtATimeAreTwo) {
   EXPECT_EQ(KLIBCPclose(one), 1);
 }
 
-// A program that came with a patch: a copy of the shell in a folder of its own.
-class GuestOutput : public testing::Test {
- protected:
-  GuestOutput() { std::filesystem::copy_file("/bin/sh", program_); }
-
-  std::FILE* Open(const std::string& script) const {
-    return OpenProgramOutput({program_, "-c", script}, "updater");
-  }
-
-  Folder folder_;
-  std::string program_ = folder_.Path("updater");
-};
-
-TEST_F(GuestOutput, IsReadToTheLastByte) {
-  const std::string script =
-      "i=0; while [ $i -lt 20000 ]; do echo 'a line of the text'; i=$((i+1)); "
-      "done; exit 4";
-  std::FILE* stream = Open(script);
-  ASSERT_NE(stream, nullptr);
-  EXPECT_EQ(ReadAll(stream).size(), 20000U * 19);
-  EXPECT_EQ(CloseProgramOutput(stream), 4);
-}
-
-TEST_F(GuestOutput, WithoutEndIsNone) {
-  errno = 0;
-  EXPECT_EQ(Open("while :; do echo 'and on and on and on and on and on'; done"), nullptr);
-  EXPECT_EQ(errno, EFBIG);
-  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
-  EXPECT_EQ(errno, ECHILD) << "a zombie is left";
-}
-
-TEST_F(GuestOutput, ADeathBySignalIsTold) {
-  std::FILE* stream = Open("echo text; kill -9 $$");
-  ASSERT_NE(stream, nullptr);
-  EXPECT_EQ(ReadAll(stream), "text\n");
-  EXPECT_EQ(CloseProgramOutput(stream), 128 + SIGKILL);
-}
-
 }  // namespace
 }  // namespace kalo::test
