@@ -55,9 +55,9 @@ TEST(BootFolders, ABootFindsWhatExistsFromBootAndNothingElse) {
   MakeBootFolders();
   EXPECT_FALSE(fs::exists("/tmp/mesh_upgrade"));
   EXPECT_FALSE(fs::exists("/run/kalo/install"));
-  EXPECT_EQ(ModeOf("/tmp"), 01777U);
-  EXPECT_EQ(ModeOf("/tmp/lock"), 01777U);
-  EXPECT_EQ(ModeOf("/run/lock"), 01777U);
+  EXPECT_EQ(ModeOf("/tmp"), 0755U);
+  EXPECT_EQ(ModeOf("/tmp/lock"), 0755U);
+  EXPECT_EQ(ModeOf("/run/lock"), 0755U);
   EXPECT_EQ(ModeOf("/run/kalo"), 0700U);
   EXPECT_TRUE(fs::is_directory("/run/dbus"));
   EXPECT_TRUE(fs::is_directory("/var/lock"));
