@@ -10,6 +10,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "host/core/unique_fd.h"
 #include "services/webapid/event_loop.h"
@@ -72,6 +73,10 @@ class ClientConnection {
   void SetRank(ConnectionRank rank) { rank_ = rank; }
   [[nodiscard]] ConnectionRank Rank() const { return rank_; }
 
+  /// The target of the request that is coming in, in the library's buffer.
+  void SetTarget(std::string_view target) { target_ = target; }
+  [[nodiscard]] std::string_view Target() const { return target_; }
+
   /// Keeps back what the library sends until Flush is called. It sends head and body of an answer
   /// one after the other; kept back they leave in one piece, which costs half as much. Only for
   /// short answers, and not for the last one of a connection, which the library ends before Flush.
@@ -113,6 +118,7 @@ class ClientConnection {
   Phase phase_ = Phase::kSilent;
   ConnectionRank rank_ = ConnectionRank::kUnknown;
   bool is_cut_ = false;
+  std::string_view target_;
   MHD_Connection* connection_ = nullptr;
   gnutls_session_t session_ = nullptr;  // the library's; none without TLS
   std::optional<EventLoop::Clock::time_point> deadline_;

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "host/core/log.h"
+#include "host/webapi/error_codes.h"
 
 namespace kalo::webapid {
 namespace {
@@ -35,7 +36,10 @@ constexpr std::chrono::seconds kHeadTime{10};
 constexpr std::uint64_t kReadOver = std::uint64_t{8} << 20;
 // With its head it fits into one TLS record.
 constexpr std::size_t kOnePiece = std::size_t{8} << 10;
-constexpr const char* kPriorities = "NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2";
+// Neither CBC nor keys without forward secrecy. Renegotiation needs nothing here: the library ends a
+// connection whose client asks for another handshake.
+constexpr const char* kPriorities =
+    "NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2:-RSA:-AES-128-CBC:-AES-256-CBC:%SAFE_RENEGOTIATION";
 
 void LogLibrary(void* /*unused*/, const char* format, va_list arguments) {
   std::array<char, 512> line{};
@@ -230,8 +234,10 @@ void Listener::OnConnection(void* self, MHD_Connection* connection, void** conte
   }
 }
 
-void* Listener::OnTarget(void* self, const char* /*target*/, MHD_Connection* connection) {
-  ClientOf(connection).SetDeadline(static_cast<Listener*>(self)->HeadTime());
+void* Listener::OnTarget(void* self, const char* target, MHD_Connection* connection) {
+  ClientConnection& client = ClientOf(connection);
+  client.SetTarget(target);
+  client.SetDeadline(static_cast<Listener*>(self)->HeadTime());
   return nullptr;
 }
 
@@ -258,7 +264,7 @@ MHD_Result Listener::OnRequest(void* self, MHD_Connection* connection, const cha
     if (*context == nullptr) {
       Request& request = listener.Open(connection);
       *context = &request;
-      return listener.Begin(request, method, path);
+      return listener.Begin(request, {method, request.Client().Target(), version}, path);
     }
     Request& request = *listener.requests_.at(*context);
     if (*size == 0) return listener.Proceed(request, version);
@@ -277,11 +283,18 @@ Request& Listener::Open(MHD_Connection* connection) {
   return result;
 }
 
-MHD_Result Listener::Begin(Request& request, const char* method, const char* path) {
+MHD_Result Listener::Begin(Request& request, const RequestLine& line, const char* path) {
   ClientConnection& client = request.Client();
   client.SetOpen();
   client.SetDeadline(request_time_);
-  server_.Begin(request, method, path);
+  if (!IsHeadWellFormed(request.Connection(), line)) {
+    Reply reply = ErrorReply(webapi::kMalformedRequest);
+    reply.headers.emplace_back(MHD_HTTP_HEADER_CONNECTION,
+                               "close");  // what follows may be anything
+    request.Answer(std::move(reply));
+    return Queue(request);
+  }
+  server_.Begin(request, line.method, path);
   if (IsKnown(request)) client.SetRank(ConnectionRank::kServed);
   if (!request.GetReply()) return MHD_YES;
   request.receive_limit = kReadOver;

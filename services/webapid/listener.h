@@ -16,6 +16,7 @@
 #include "services/webapid/connection_table.h"
 #include "services/webapid/event_loop.h"
 #include "services/webapid/request.h"
+#include "services/webapid/request_head.h"
 
 namespace kalo::webapid {
 
@@ -71,7 +72,7 @@ class Listener {
   void SettleHandshakes();
   [[nodiscard]] std::chrono::seconds HeadTime() const;
   [[nodiscard]] Request& Open(MHD_Connection* connection);
-  [[nodiscard]] MHD_Result Begin(Request& request, const char* method, const char* path);
+  [[nodiscard]] MHD_Result Begin(Request& request, const RequestLine& line, const char* path);
   [[nodiscard]] MHD_Result Feed(Request& request, std::string_view data);
   [[nodiscard]] MHD_Result Proceed(Request& request, std::string_view version);
   [[nodiscard]] static MHD_Result Queue(Request& request);

@@ -34,7 +34,7 @@ constexpr std::array<Spelling, 10> kPrefixes = {{{"/webapi/", Form::kProper},
 constexpr std::array<const char*, 6> kSuffixes = {"/", "%00", "?a=b", "#x", "/../start", ";x"};
 
 constexpr std::array<Spelling, 8> kHeaders = {{{"X-Forwarded-For: 127.0.0.1\r\n", Form::kOdd},
-                                               {"Host: other\r\n", Form::kOdd},
+                                               {"Host: other\r\n", Form::kRefused},
                                                {"Content-Encoding: gzip\r\n", Form::kOdd},
                                                {"Expect: 100-continue\r\n", Form::kOdd},
                                                {"X-HTTP-Method-Override: POST\r\n", Form::kOdd},

@@ -62,12 +62,16 @@ RawClient::RawClient(int port, const ClientFiles& files, const Origin& origin)
   gnutls_session_t session = nullptr;
   gnutls_init(&session, GNUTLS_CLIENT | GNUTLS_NO_SIGNAL);
   session_.reset(session);
-  if (fd_) Handshake();
+  if (fd_) Handshake(origin.priorities);
 }
 
-void RawClient::Handshake() {
+void RawClient::Handshake(const std::string& priorities) {
   LimitWaiting(fd_.Get(), std::chrono::seconds(20));
-  gnutls_set_default_priority(session_.get());
+  if (priorities.empty()) {
+    gnutls_set_default_priority(session_.get());
+  } else {
+    gnutls_priority_set_direct(session_.get(), priorities.c_str(), nullptr);
+  }
   gnutls_credentials_set(session_.get(), GNUTLS_CRD_CERTIFICATE, credentials_.get());
   gnutls_transport_set_int(session_.get(), fd_.Get());
   int result = GNUTLS_E_AGAIN;
@@ -103,6 +107,10 @@ bool RawClient::ReadSome() {
 
 void RawClient::EndSending() {
   (void)gnutls_bye(session_.get(), GNUTLS_SHUT_WR);
+}
+
+bool RawClient::Renegotiate() {
+  return gnutls_handshake(session_.get()) == GNUTLS_E_SUCCESS;
 }
 
 std::string RawClient::Record(std::chrono::milliseconds deadline) {

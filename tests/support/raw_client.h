@@ -15,6 +15,7 @@ namespace kalo::test {
 struct Origin {
   std::string address = "127.0.0.1";
   int receive_bytes = 0;  ///< of its system's buffer for what it did not read yet; 0: the usual
+  std::string priorities = {};  ///< of GnuTLS; empty: the usual
 };
 
 /// @return a connection to a port of loopback, on which nothing was said yet; empty when nobody
@@ -42,6 +43,9 @@ class RawClient {
   bool Send(const std::string& bytes);
   /// Ends the client's side of the connection, and still reads.
   void EndSending();
+  /// Makes another handshake on the connection.
+  /// @return whether the server took part.
+  [[nodiscard]] bool Renegotiate();
   /// @return what comes in one TLS record; empty when none comes before the deadline.
   [[nodiscard]] std::string Record(std::chrono::milliseconds deadline);
   /// Waits for one whole answer.
@@ -58,7 +62,7 @@ class RawClient {
       gnutls_certificate_free_credentials(all);
     }
   };
-  void Handshake();
+  void Handshake(const std::string& priorities);
   [[nodiscard]] bool ReadSome();
 
   UniqueFd fd_;
