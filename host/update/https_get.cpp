@@ -30,6 +30,8 @@ class Fetch {
     Set(CURLOPT_USERAGENT, "kalo-mesh");
     Set(CURLOPT_PROXY, "");
     Set(CURLOPT_NOSIGNAL, 1L);
+    // Without it the end of a transfer waits for the C library's own look-up of a name.
+    Set(CURLOPT_QUICK_EXIT, 1L);
     Set(CURLOPT_DISALLOW_USERNAME_IN_URL, 1L);
     Set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(limits.connect.count()));
     Set(CURLOPT_TIMEOUT_MS, static_cast<long>(limits.whole.count()));

@@ -125,6 +125,22 @@ TEST_F(Wget, EndsWithinTheTimeoutWhenTheServerDrips) {
   EXPECT_LT(std::chrono::steady_clock::now() - begin, test::kLongWait);
 }
 
+// The C library asks a name server that does not answer for as long as it is told to.
+TEST_F(Wget, EndsWithinTheTimeoutWhenTheNameServerHangs) {
+  std::ofstream("/etc/resolv.conf") << "nameserver 127.0.0.1\noptions timeout:30 attempts:1\n";
+  const UniqueFd server(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(53);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ASSERT_EQ(bind(server.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(Run({"--timeout=1", "--tries=1", "-O", path_, "http://update.kalo.example/"}),
+            kNetwork);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, test::kLongWait);
+  fs::remove("/etc/resolv.conf");
+}
+
 // Something always comes before the stall limit has passed: only the whole limit ends that.
 TEST_F(Wget, EndsWithinTheWholeLimitWhenTheServerDrips) {
   HttpsLimits limits;
