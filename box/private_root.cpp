@@ -88,6 +88,17 @@ void PrepareState(const fs::path& state) {
   }
 }
 
+fs::path CopyMachineFiles(const fs::path& state) {
+  const fs::path folder = state / "machine";
+  fs::remove_all(folder);
+  fs::create_directory(folder);
+  for (const auto* name : kMachineConfiguration) {
+    const fs::path path = fs::path("/etc") / name;
+    if (fs::is_regular_file(path)) fs::copy_file(path, folder / name);
+  }
+  return folder;
+}
+
 bool MayMount() {
   if (geteuid() != 0) return false;
   const pid_t pid = fork();
@@ -114,7 +125,8 @@ std::vector<std::string> BwrapCommand(const PrivateRoot& root) {
   AppendStateFolders(command, root);
   for (const auto* name : kMachineConfiguration) {
     const fs::path path = fs::path("/etc") / name;
-    if (fs::exists(path)) Append(command, {"--ro-bind", path, path});
+    if (!fs::exists(path)) continue;
+    Append(command, {"--ro-bind", fs::is_directory(path) ? path : root.machine / name, path});
   }
   AppendExtras(command, root);
   Append(command, {"--chdir", "/", "--"});

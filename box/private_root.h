@@ -24,6 +24,7 @@ struct SizedTmpfs {
 struct PrivateRoot {
   std::filesystem::path
       state;  ///< folder that keeps etc, etc.defaults, root, run, tmp, var, volume1
+  std::filesystem::path machine = "/etc";        ///< has the machine's files that are shown in /etc
   std::vector<std::filesystem::path> bind;       ///< shown writable at the same path
   std::vector<std::filesystem::path> read_only;  ///< shown read-only at the same path
   std::vector<Shown> elsewhere;                  ///< shown writable at another path
@@ -37,6 +38,13 @@ struct PrivateRoot {
 /// Makes the state folder's subfolders, with the links and modes that a booted system has.
 /// @throws std::filesystem::filesystem_error
 void PrepareState(const std::filesystem::path& state);
+
+/// Copies the machine's files that a root shows in /etc. ldconfig, apt-get and useradd replace such
+/// a file while the root runs, and a replaced file cannot be shown in a root inside it any more.
+/// @param state keeps the copies
+/// @return their folder, for PrivateRoot::machine.
+/// @throws std::filesystem::filesystem_error
+[[nodiscard]] std::filesystem::path CopyMachineFiles(const std::filesystem::path& state);
 
 /// @return whether this process may mount without a user namespace of its own.
 [[nodiscard]] bool MayMount();

@@ -74,6 +74,7 @@ int main(int argc, char** argv) {
     const TemporaryFolder folder;
     root.state = folder.Path();
     kalo::box::PrepareState(root.state);
+    root.machine = kalo::box::CopyMachineFiles(root.state);
     std::vector<std::string> command = kalo::box::BwrapCommand(root);
     command.insert(command.end(), argv + i + 1, argv + argc);
     return Run(command);

@@ -31,6 +31,7 @@ std::vector<std::string> Command(const Layout& layout, const RunningMesh::Option
     root.tmpfs.push_back({layout.Node(id) / "volume1", options.disk_mib << 20});
   }
   PrepareState(root.state);
+  root.machine = CopyMachineFiles(root.state);
   std::vector<std::string> command = BwrapCommand(root);
   command.insert(command.end(), {options.build / "box/kalo-box-launcher", "--listen-fd", "3"});
   command.insert(command.end(), {"--state", layout.State(), "--build", options.build});

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "host/core/spawn.h"
+
 namespace kalo::box {
 namespace {
 
@@ -59,6 +61,32 @@ TEST(PrivateRoot, AStateFolderCanBePreparedTwice) {
   EXPECT_EQ(fs::read_symlink(state / "var/lock"), "/run/lock");
   EXPECT_EQ(fs::read_symlink(state / "var/run"), "/run");
   EXPECT_TRUE(fs::is_directory(state / "tmp/lock"));
+}
+
+// What ldconfig does to a machine, in a root whose files in /etc can be replaced.
+constexpr const char* kReplaceFiles = R"(
+  set -e
+  mkfifo /root/sync/up /root/sync/go
+  "$0" --bind /root/sync --bind "$1" -- /bin/sh -c '
+    echo up >/root/sync/up; read -r go </root/sync/go; exec "$0" -- /bin/true' "$0" &
+  read -r up </root/sync/up
+  for file in ld.so.cache passwd; do cp /etc/$file /etc/new; mv /etc/new /etc/$file; done
+  echo go >/root/sync/go
+  wait $!
+)";
+
+TEST(PrivateRoot, ARootInARootStartsAfterTheMachinesFilesWereReplaced) {
+  for (const char* folder : {"/root/sync", "/root/etc"}) {
+    fs::remove_all(folder);
+    fs::create_directory(folder);
+  }
+  fs::copy("/etc", "/root/etc", fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  const fs::path program = KALO_PRIVATE_ROOT;
+  const pid_t pid =
+      Spawn({"/usr/bin/bwrap", "--dev-bind", "/", "/", "--bind", "/root/etc", "/etc", "--",
+             "/bin/sh", "-c", kReplaceFiles, program, program.parent_path().parent_path()});
+  ASSERT_GT(pid, 0);
+  EXPECT_EQ(WaitForExit(pid), 0);
 }
 
 }  // namespace
