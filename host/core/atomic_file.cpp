@@ -7,6 +7,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -66,6 +67,12 @@ class TemporaryFile {
   bool renamed_ = false;
 };
 
+// A file with a second name would carry the contents to another place.
+bool IsOursAlone(const struct stat& status) {
+  return S_ISREG(status.st_mode) && status.st_nlink == 1 &&
+         (status.st_uid == 0 || status.st_uid == geteuid());
+}
+
 bool SurvivesPowerLoss(int folder) {
   struct statfs status = {};
   return fstatfs(folder, &status) != 0 || status.f_type != TMPFS_MAGIC;
@@ -98,6 +105,26 @@ bool ReplaceFile(const FilePlace& place, std::string_view contents, mode_t mode)
         strerror(errno));
   }
   return true;
+}
+
+bool OverwriteWithinPage(const FilePlace& place, std::string_view contents, mode_t mode) {
+  constexpr std::size_t kSmallestPage = 4096;
+  const UniqueFd fd(openat(place.folder.Get(), place.name.c_str(),
+                           O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  struct stat status = {};
+  const bool is_ours =
+      fd && !SurvivesPowerLoss(fd.Get()) && fstat(fd.Get(), &status) == 0 && IsOursAlone(status);
+  const auto old_size = static_cast<std::size_t>(status.st_size);
+  const std::size_t size = std::max(contents.size(), old_size);
+  // One write, up to the old end at least: no reader sees a rest of the old text after the new one.
+  std::string text(contents);
+  text.resize(std::min(size, kSmallestPage), '\n');
+  if (!is_ours || old_size == 0 || size > kSmallestPage || fchmod(fd.Get(), mode) != 0 ||
+      pwrite(fd.Get(), text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) {
+    errno = ENOSPC;
+    return false;
+  }
+  return ftruncate(fd.Get(), static_cast<off_t>(contents.size())) == 0;
 }
 
 bool WriteFileAtomic(const std::string& path, std::string_view contents, mode_t mode) {

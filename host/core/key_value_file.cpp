@@ -120,7 +120,9 @@ bool KeyValueEdit::Commit(const KeyValueText& text) const {
     errno = EFBIG;
     return false;
   }
-  return ReplaceFile(place_, text.Text(), mode_);
+  if (ReplaceFile(place_, text.Text(), mode_)) return true;
+  // A step that gets no percentage because nothing more fits into /tmp would block every request.
+  return errno == ENOSPC && found_ && OverwriteWithinPage(place_, text.Text(), mode_);
 }
 
 }  // namespace kalo

@@ -32,7 +32,8 @@ class KeyValueEdit {
   /// @return the text found; empty when there is no file of ours.
   [[nodiscard]] const std::optional<KeyValueText>& Found() const { return found_; }
 
-  /// Replaces the file. An older file of ours keeps its permissions, but never others' to write.
+  /// Replaces the file. An older file of ours keeps its permissions, but never others' to write. In
+  /// a full tmpfs a small file is overwritten in place.
   /// @return false with errno set (EFBIG: the text is too long); the file then is as it was.
   [[nodiscard]] bool Commit(const KeyValueText& text) const;
 

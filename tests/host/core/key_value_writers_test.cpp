@@ -142,6 +142,30 @@ TEST_F(KeyValueWriters, AFullDiskLeavesTheOldFile) {
   EXPECT_EQ(folder_.Names(), (std::vector<std::string>{"file", "filler"}));
 }
 
+// A step without its percentage would block every request that reads the file.
+TEST_F(KeyValueWriters, ASmallFileTakesFurtherValuesInAFullTmpfs) {
+  const SmallTmpfs disk(folder_.Path());
+  ASSERT_EQ(Set("step", "downloading"), 1);
+  disk.Fill();
+  for (const char* percent : {"0", "100", "5"}) {
+    EXPECT_EQ(Set("percent", percent), 1);
+    EXPECT_EQ(Get("percent"), percent);
+    EXPECT_EQ(folder_.Read("file"),
+              "step=\"downloading\"\npercent=\"" + std::string(percent) + "\"\n");
+  }
+  EXPECT_EQ(folder_.Names(), (std::vector<std::string>{"file", "filler"}));
+}
+
+TEST_F(KeyValueWriters, AFileWithASecondNameIsNotOverwritten) {
+  const SmallTmpfs disk(folder_.Path());
+  ASSERT_EQ(Set("a", "old"), 1);
+  fs::create_hard_link(folder_.Path("file"), folder_.Path("other"));
+  disk.Fill();
+  EXPECT_LT(Set("a", "new"), 0);
+  EXPECT_EQ(errno, ENOSPC);
+  EXPECT_EQ(folder_.Read("other"), "a=\"old\"\n");
+}
+
 TEST_F(KeyValueWriters, AReadOnlyFolderLeavesTheOldFile) {
   const SmallTmpfs disk(folder_.Path());
   ASSERT_EQ(Set("a", "old"), 1);
