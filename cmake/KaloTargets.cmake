@@ -19,6 +19,8 @@ endif()
 
 # A router's memory is small: what nobody calls is left out.
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG -ffunction-sections -fdata-sections")
+# The library's checks of sizes need the optimiser.
+string(APPEND CMAKE_CXX_FLAGS_RELEASE " -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3")
 if(CMAKE_BUILD_TYPE STREQUAL "Release")
   add_link_options(-Wl,--gc-sections)
 endif()
@@ -45,6 +47,21 @@ if(KALO_SANITIZE)
                     OUTPUT_VARIABLE runtime_dir OUTPUT_STRIP_TRAILING_WHITESPACE)
     add_link_options(-shared-libsan -Wl,-rpath,${runtime_dir})
   endif()
+else()
+  # What makes a memory error harder to use. packaging/check-hardening looks for each of them.
+  include(CheckCXXCompilerFlag)
+  include(CheckPIESupported)
+  check_pie_supported(LANGUAGES CXX)
+  add_compile_options(-fstack-protector-strong -fstack-clash-protection)
+  add_link_options(-Wl,-z,relro,-z,now)
+  # Checked jumps and returns: a compiler knows the flag of its own processor.
+  foreach(flag -fcf-protection=full -mbranch-protection=standard)
+    string(MAKE_C_IDENTIFIER "KALO_HAS${flag}" has_flag)
+    check_cxx_compiler_flag(${flag} ${has_flag})
+    if(${has_flag})
+      add_compile_options(${flag})
+    endif()
+  endforeach()
 endif()
 if(KALO_COVERAGE)
   add_compile_options(--coverage)
@@ -74,6 +91,17 @@ pkg_check_modules(SDBUSCPP REQUIRED IMPORTED_TARGET sdbus-c++)
 pkg_check_modules(SECCOMP REQUIRED IMPORTED_TARGET libseccomp)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 
+# Lets the firmware's files find their libraries where they find them when installed: in ../lib. A path
+# that CMake changes at installation ends with an empty entry until then, which is whatever folder a
+# program is started in.
+function(kalo_firmware)
+  set_target_properties(${ARGN} PROPERTIES BUILD_WITH_INSTALL_RPATH ON)
+endfunction()
+foreach(area services programs)
+  file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/${area})
+  file(CREATE_LINK ../lib ${CMAKE_BINARY_DIR}/${area}/lib SYMBOLIC)
+endforeach()
+
 # What is built for another processor: the firmware, and the tests that can run in an emulator.
 add_custom_target(cross-build)
 
@@ -85,6 +113,8 @@ function(kalo_library name)
   if(NOT KALO_FUZZ)  # there the run-time stands in the program alone
     target_link_options(${name} PRIVATE -Wl,--no-undefined)
   endif()
+  kalo_firmware(${name})
+  set_target_properties(${name} PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
   install(TARGETS ${name} LIBRARY DESTINATION lib COMPONENT firmware)
   add_dependencies(cross-build ${name})
 endfunction()
@@ -97,6 +127,7 @@ function(kalo_module name)
   set_target_properties(${name} PROPERTIES PREFIX "" CXX_VISIBILITY_PRESET hidden
                                            VISIBILITY_INLINES_HIDDEN ON)
   target_link_libraries(${name} PRIVATE PkgConfig::JSONCPP ${ARG_LIBS})
+  kalo_firmware(${name})
   install(TARGETS ${name} LIBRARY DESTINATION webapi COMPONENT firmware)
   add_dependencies(cross-build ${name})
   install(FILES ${ARG_DESCRIPTION} DESTINATION webapi COMPONENT firmware)
@@ -109,6 +140,7 @@ function(kalo_program name)
   add_executable(${name} ${ARG_UNPARSED_ARGUMENTS})
   target_link_libraries(${name} PRIVATE PkgConfig::JSONCPP ${ARG_LIBS})
   if(ARG_FOLDER)
+    kalo_firmware(${name})
     install(TARGETS ${name} RUNTIME DESTINATION ${ARG_FOLDER} COMPONENT firmware)
     add_dependencies(cross-build ${name})
   endif()
