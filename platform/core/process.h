@@ -3,7 +3,10 @@
 #include <cstdio>
 
 /// Processes of the core C library. Programs are started from argument vectors, never through a
-/// shell, with a clean environment, default signals and no inherited descriptor above 2.
+/// shell, with a clean environment, default signals and no inherited descriptor above 2. Programs
+/// outside /bin and /usr/kalo are not run, but for the updater that the precheck unpacked, which
+/// runs confined; when that is impossible or it does not end in time, the call fails and the report
+/// says that the upgrade cannot continue.
 extern "C" {
 
 /// Forks the calling process as fork(2) does.
