@@ -14,7 +14,8 @@ class APIRequest {
   /// @param parameters a JSON object; anything else counts as an empty one
   explicit APIRequest(Json::Value parameters);
 
-  /// @return the parameter's value; empty when it is missing or not a boolean. The text "true" is not
+  /// @return the parameter's value; empty when it is missing or not a boolean. The text "true" is
+  /// not
   ///         one: who reads a form turns its fields into the values that they stand for.
   [[nodiscard]] std::optional<bool> GetAndCheckBool(const std::string& name) const;
 

@@ -36,8 +36,8 @@ constexpr std::chrono::seconds kHeadTime{10};
 constexpr std::uint64_t kReadOver = std::uint64_t{8} << 20;
 // With its head it fits into one TLS record.
 constexpr std::size_t kOnePiece = std::size_t{8} << 10;
-// Neither CBC nor keys without forward secrecy. Renegotiation needs nothing here: the library ends a
-// connection whose client asks for another handshake.
+// Neither CBC nor keys without forward secrecy. Renegotiation needs nothing here: the library ends
+// a connection whose client asks for another handshake.
 constexpr const char* kPriorities =
     "NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2:-RSA:-AES-128-CBC:-AES-256-CBC:%SAFE_RENEGOTIATION";
 
