@@ -12,7 +12,9 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <system_error>
 
+#include "host/core/file_io.h"
 #include "host/core/guest_program.h"
 #include "host/core/spawn.h"
 #include "host/core/unique_fd.h"
@@ -41,6 +43,17 @@ void WriteText(const fs::path& path, const std::string& text) {
 std::string ReadText(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// Whether a process with this word in its command line runs. Processes may end while they are read.
+bool Runs(const std::string& word) {
+  std::error_code gone;
+  for (fs::directory_iterator entry("/proc"); entry != fs::directory_iterator();
+       entry.increment(gone)) {
+    const auto line = ReadFile(entry->path() / "cmdline", 65536);
+    if (line && line->find(word) != std::string::npos) return true;
+  }
+  return false;
 }
 
 struct Said {
@@ -243,20 +256,12 @@ TEST_F(Confined, GetsNoDescriptorOfTheHost) {
 }
 
 TEST_F(Confined, LeavesNoProcess) {
-  const auto running = [] {
-    int count = 0;
-    for (const auto& entry : fs::directory_iterator("/proc")) {
-      std::string line = ReadText(entry.path() / "cmdline");
-      if (line.find("987654") != std::string::npos) ++count;
-    }
-    return count;
-  };
   UnpackShell(
       "setsid sleep 987654 >/dev/null &\n"
       "setsid sh -c 'trap \"\" TERM; sleep 987654 >&- & touch /tmp/up; sleep 987654' &\n"
       "until [ -e /tmp/up ]; do :; done; exit 0");
   EXPECT_EQ(Check(), 0);
-  EXPECT_EQ(running(), 0);
+  EXPECT_FALSE(Runs("987654"));
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
 }
 
@@ -268,12 +273,7 @@ TEST_F(Confined, ThatHangsIsEndedWithAllItStartedAndNotPassed) {
   EXPECT_EQ(errno, ETIMEDOUT);
   EXPECT_TRUE(WaitForEnd(updater.Pid()).by_signal);
   EXPECT_TRUE(CannotContinue());
-  EXPECT_TRUE(test::WaitFor([] {
-    for (const auto& entry : fs::directory_iterator("/proc")) {
-      if (ReadText(entry.path() / "cmdline").find("123456") != std::string::npos) return false;
-    }
-    return true;
-  }));
+  EXPECT_TRUE(test::WaitFor([] { return !Runs("123456"); }));
 }
 
 TEST_F(Confined, MaySayOnlySoMuch) {
