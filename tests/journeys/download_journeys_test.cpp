@@ -71,6 +71,18 @@ TEST_F(DownloadJourney, OneCommandFindsFetchesHandsOutAndInstalls) {
       << "and then there is nothing to do";
 }
 
+TEST_F(DownloadJourney, AFullTmpKeepsNeitherStatusNorStartFromWorking) {
+  PublishNext();
+  ASSERT_EQ(mesh_.Cli({"check"}).status, 0);
+  ExpectAFreshDownloadSucceeds();
+  // "cat" ends with an error when nothing more fits.
+  ASSERT_EQ(mesh_.Exec(0, {"sh", "-c", "! cat /dev/zero >/tmp/fill"}).status, 0);
+  EXPECT_EQ(mesh_.Status()["status"], "ready_upgrade");
+  const Answer start = mesh_.Cli({"start", "--wait"});
+  EXPECT_EQ(start.status, 0) << start.text;
+  ExpectAllRun(kNext);
+}
+
 TEST_F(DownloadJourney, AnAutomaticUpgradeKeepsOthersOut) {
   PublishNext();
   // As a timer does: nobody waits for it, and the CAP's restart takes the command with it.
