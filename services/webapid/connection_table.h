@@ -12,7 +12,7 @@
 namespace kalo::webapid {
 
 /// The connections of one port, oldest first. Accepting never stops: at a limit a new connection
-/// takes the place of an old one, so nobody shuts others out by holding connections.
+/// takes the place of an old one, so holding connections does not shut others out.
 class ConnectionTable {
  public:
   /// @param limit of connections; one address may have half of them

@@ -125,7 +125,7 @@ TEST_F(Wget, EndsWithinTheTimeoutWhenTheServerDrips) {
   EXPECT_LT(std::chrono::steady_clock::now() - begin, test::kLongWait);
 }
 
-// The C library asks a name server that does not answer for as long as it is told to.
+// The C library asks a name server that does not answer for as long as its configuration says.
 TEST_F(Wget, EndsWithinTheTimeoutWhenTheNameServerHangs) {
   std::ofstream("/etc/resolv.conf") << "nameserver 127.0.0.1\noptions timeout:30 attempts:1\n";
   const UniqueFd server(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
