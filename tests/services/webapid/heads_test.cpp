@@ -13,7 +13,7 @@ using std::string_literals::operator""s;
 
 constexpr int kPort = 443;
 constexpr int kRefused = 400;
-constexpr int kServed = 401;  // nobody is signed in
+constexpr int kServed = 401;  // no one is signed in
 
 class Heads : public ServerTest {
  protected:
